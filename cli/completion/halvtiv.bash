@@ -1,0 +1,81 @@
+# bash completion for halvtiv
+
+# The functions of the definition files that the command line names, one a line.
+_halvtiv_functions() {
+    local i
+    local -a files=()
+    for ((i = 1; i < ${#COMP_WORDS[@]} - 1; i++)); do
+        [[ ${COMP_WORDS[i]} == --defs ]] && files+=("${COMP_WORDS[i + 1]}")
+    done
+    printf '%s\n' public.getdata public.executesql public.getcomplexdata
+    ((${#files[@]})) && "${COMP_WORDS[0]}" defs list "${files[@]}" 2>/dev/null | awk '/^[^ ]/ { print $1 }'
+}
+
+_halvtiv() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local command='' defsCommand='' words=0 i
+    COMPREPLY=()
+
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format | \
+                --set | --set-file) ((i++)) ;;
+            -*) ;;
+            *)
+                if [[ -z $command ]]; then
+                    command=${COMP_WORDS[i]}
+                elif [[ $command == defs && -z $defsCommand ]]; then
+                    defsCommand=${COMP_WORDS[i]}
+                else
+                    ((words++))
+                fi
+                ;;
+        esac
+    done
+
+    case $previous in
+        --db | --connection-file | --password-file | --defs | -o | --output)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            return
+            ;;
+        --format)
+            mapfile -t COMPREPLY < <(compgen -W 'xml table csv json' -- "$current")
+            return
+            ;;
+        --connection | --set | --set-file) return ;;
+    esac
+
+    local options='--db --connection --connection-file --password-file --defs -o --output --format -h --help'
+    case $command in
+        '') options+=' --version' ;;
+        call) options+=' --set --set-file' ;;
+        defs) options='-h --help' ;;
+    esac
+    [[ -n $defsCommand ]] && options='-o --output -h --help'
+    if [[ $current == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+        return
+    fi
+
+    case $command in
+        '') mapfile -t COMPREPLY < <(compgen -W 'run call defs' -- "$current") ;;
+        run)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            ;;
+        call)
+            ((words == 0)) && mapfile -t COMPREPLY < <(compgen -W "$(_halvtiv_functions)" -- "$current")
+            ;;
+        defs)
+            if [[ -z $defsCommand ]]; then
+                mapfile -t COMPREPLY < <(compgen -W 'list check' -- "$current")
+            else
+                compopt -o filenames
+                mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            fi
+            ;;
+    esac
+}
+
+complete -F _halvtiv halvtiv

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <halvtiv/db_access_engine.hpp>
+#include <string>
+
+#include "command_error.hpp"
+#include "options.hpp"
+
+namespace halvtiv::cli {
+
+/// How the loading of one definition file went.
+struct LoadReport {
+    bool loaded = false;      ///< false: the file could not be read as a definition file
+    std::int64_t failed = 0;  ///< definitions in it that did not load
+    std::string text;         ///< the report in lines, or the reason when not loaded
+};
+
+/// Loads a definition file into the engine.
+LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& path);
+
+// Both raise `CommandError`, with "not run" when a file cannot be read as a definition file; nothing is
+// written then.
+
+/// `halvtiv defs list`
+ExitStatus ListDefinitions(const Options& options);
+
+/// `halvtiv defs check`
+ExitStatus CheckDefinitions(const Options& options);
+
+}  // namespace halvtiv::cli

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <string_view>
+
+namespace halvtiv::cli {
+
+inline constexpr std::string_view kDescription =
+    "Runs named database functions: reads a request as XML, or builds one from the command\n"
+    "line, runs it on a database and prints the result as a table, XML, CSV or JSON.";
+
+inline constexpr std::string_view kFooter = R"(Examples:
+  halvtiv call public.getdata sql='select * from customers' --db shop.db
+        runs a query on a file and shows the rows
+  halvtiv call orders.bycustomer cust=C042 top=10 --defs shop.xml --db shop.db
+        calls a function of a definition file
+  halvtiv run request.xml --defs shop.xml --connection-file shop.txt --format json -o result.json
+        runs a request that stands in a file
+  halvtiv defs list shop.xml
+        tells which functions a definition file offers and what they want to know
+  halvtiv defs check shop.xml
+        tells whether all of its definitions can be loaded
+
+Environment:
+  HALVTIV_CONNECTION   the connection string, where no option gives one
+  HALVTIV_PASSWORD     the password, where the connection string has none
+
+Exit status:
+  0  done
+  1  something failed: the result holds an error, a definition did not load, output was not written
+  2  nothing was run: wrong usage, an unreadable request, an unknown function, no connection
+
+'halvtiv COMMAND --help' tells more about a command.)";
+
+inline constexpr std::string_view kRunDescription =
+    "Runs the request in an XML file. The file is read by its byte order mark or declaration.";
+
+inline constexpr std::string_view kCallDescription =
+    "Calls a function, built-in or of a definition file, with values from the command line.";
+
+inline constexpr std::string_view kCallFooter = R"(Examples:
+  halvtiv call public.getdata sql='select * from customers' --db shop.db
+  halvtiv call orders.bycustomer cust=C042 top=10 --defs shop.xml --db shop.db)";
+
+inline constexpr std::string_view kRunFooter = R"(Examples:
+  halvtiv run request.xml --db shop.db
+  make-request | halvtiv run - --defs shop.xml --db shop.db --format csv -o result.csv)";
+
+inline constexpr std::string_view kDefsFooter = R"(Examples:
+  halvtiv defs list shop.xml
+  halvtiv defs check shop.xml more.xml)";
+
+// The line under "Usage:" of each command.
+inline constexpr std::string_view kUsage = "halvtiv COMMAND [ARGUMENT]... [OPTION]...";
+inline constexpr std::string_view kRunUsage = "halvtiv run REQUEST.xml [OPTION]...";
+inline constexpr std::string_view kCallUsage =
+    "halvtiv call NAME [PARAM=VALUE]... [--set COLUMN=VALUE]... [--set-file COLUMN=PATH]... [OPTION]...";
+inline constexpr std::string_view kDefsUsage = "halvtiv defs list|check FILE... [OPTION]...";
+
+inline constexpr std::string_view kDefsDescription = "Looks into function definition files.";
+inline constexpr std::string_view kDefsListDescription =
+    "Lists the functions in definition files: name and base, then each parameter with its type and "
+    "description.";
+inline constexpr std::string_view kDefsCheckDescription =
+    "Loads definition files and prints the load report. Exit status 1 when a definition failed.";
+
+}  // namespace halvtiv::cli

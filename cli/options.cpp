@@ -1,0 +1,233 @@
+#include "options.hpp"
+
+#include <CLI/CLI.hpp>
+#include <map>
+
+#include "command_error.hpp"
+#include "help_text.hpp"
+
+namespace halvtiv::cli {
+namespace {
+
+[[noreturn]] void RaiseUsage(const std::string& message) {
+    throw CommandError(ExitStatus::NotRun, message + "\nRun 'halvtiv --help' for more information.");
+}
+
+[[noreturn]] void RaiseNotUnderstood(const std::string& word) {
+    RaiseUsage("Not understood: " + word.substr(0, word.find_first_of("=;")));
+}
+
+/// Help as this command shows it: a usage line a command, options without remarks behind their names.
+class HelpFormatter : public CLI::Formatter {
+public:
+    explicit HelpFormatter(std::string_view usage) : usage_(usage) { column_width(32); }
+
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return "\nUsage: " + std::string(usage_) + "\n";
+    }
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const std::string type = option->get_type_name();
+        return type.empty() ? "" : ' ' + type;
+    }
+    std::string make_group(std::string group, bool isPositional,
+                           std::vector<const CLI::Option*> options) const override {
+        std::string text = "\n" + group + ":\n";
+        for (const CLI::Option* option : options) text += make_option(option, isPositional);
+        return text;
+    }
+
+private:
+    std::string_view usage_;
+};
+
+void SetHelp(CLI::App& app, std::string_view usage, std::string_view footer) {
+    app.formatter(std::make_shared<HelpFormatter>(usage));
+    app.footer(std::string(footer));
+}
+
+/// An option that may stand before and after the command's name, but once.
+CLI::Option* AddOnce(CLI::App& app, const std::string& names, std::optional<std::string>& target,
+                     const std::string& description) {
+    return app.add_option_function<std::string>(
+        names,
+        [&target, names](const std::string& value) {
+            if (target) RaiseUsage(names + " is given twice.");
+            target = value;
+        },
+        description);
+}
+
+void AddOutputOption(CLI::App& app, Options& options) {
+    AddOnce(app, "-o,--output", options.output, "Write to FILE, which appears when it is complete")
+        ->type_name("FILE")
+        ->group("Output");
+}
+
+void AddSharedOptions(CLI::App& app, Options& options) {
+    ConnectionOptions& connection = options.connection;
+    AddOnce(app, "--db", connection.database, "Use the database in FILE")
+        ->type_name("FILE")
+        ->group("Database");
+    AddOnce(app, "--connection", connection.connection, "Use the database of a connection string")
+        ->type_name("STRING")
+        ->group("Database");
+    AddOnce(app, "--connection-file", connection.connectionFile, "Read the connection string from FILE")
+        ->type_name("FILE")
+        ->group("Database");
+    AddOnce(app, "--password-file", connection.passwordFile, "Read the password from FILE")
+        ->type_name("FILE")
+        ->group("Database");
+    app.add_option_function<std::vector<std::string>>(
+           "--defs",
+           [&options](const std::vector<std::string>& files) {
+               options.definitionFiles.insert(options.definitionFiles.end(), files.begin(), files.end());
+           },
+           "Load function definitions from FILE (may be given several times)")
+        ->allow_extra_args(false)
+        ->type_name("FILE")
+        ->group("Database");
+
+    AddOutputOption(app, options);
+    static const std::map<std::string, Format> kFormats = {
+        {"xml", Format::Xml}, {"table", Format::Table}, {"csv", Format::Csv}, {"json", Format::Json}};
+    app.add_option_function<std::string>(
+           "--format",
+           [&options](const std::string& name) {
+               const auto format = kFormats.find(name);
+               if (format == kFormats.end()) RaiseUsage("--format is one of xml, table, csv and json.");
+               options.format = format->second;
+           },
+           "xml, table, csv or json; without it, table on a terminal and xml elsewhere")
+        ->type_name("FORMAT")
+        ->group("Output");
+}
+
+/// "NAME=VALUE" taken apart at the first "=".
+std::pair<std::string, std::string> SplitAssignment(const std::string& text, const std::string& what) {
+    const std::size_t sign = text.find('=');
+    if (sign == std::string::npos || sign == 0) {
+        RaiseUsage(what + " has the form NAME=VALUE: " + text.substr(0, sign));
+    }
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+/// The plain words behind a command; options that it does not know are refused. The parser's own lists would
+/// take a word in brackets apart.
+std::vector<std::string> PlainWords(const CLI::App& app) {
+    std::vector<std::string> words;
+    for (const std::string& word : app.remaining()) {
+        if (word == "--") continue;
+        if (word.starts_with('-') && word != "-") RaiseNotUnderstood(word);
+        words.push_back(word);
+    }
+    return words;
+}
+
+/// The two options whose order on the command line counts.
+struct SetOptions {
+    const CLI::Option* set = nullptr;
+    const CLI::Option* setFile = nullptr;
+};
+
+void ReadCall(const CLI::App& call, const SetOptions& arguments, Options& options) {
+    for (const std::string& text : PlainWords(call)) {
+        options.parameters.push_back(SplitAssignment(text, "A parameter"));
+    }
+    std::size_t setCount = 0;
+    std::size_t fileCount = 0;
+    for (const CLI::Option* option : call.parse_order()) {
+        if (option != arguments.set && option != arguments.setFile) continue;
+        const bool isFile = option == arguments.setFile;
+        std::size_t& position = isFile ? fileCount : setCount;
+        auto [column, value] =
+            SplitAssignment(option->results().at(position), isFile ? "--set-file" : "--set");
+        ++position;
+        options.sets.push_back({std::move(column), std::move(value), isFile});
+    }
+}
+
+void CheckConnectionOptions(const ConnectionOptions& connection) {
+    const int given = int{connection.database.has_value()} + int{connection.connection.has_value()} +
+                      int{connection.connectionFile.has_value()};
+    if (given > 1) RaiseUsage("Give one of --db, --connection and --connection-file.");
+}
+
+/// Raises the parser's complaint in words that hold no value, which could be a secret.
+[[noreturn]] void RaiseParseError(const CLI::App& app, const CLI::App& defs, const CLI::ParseError& error) {
+    const std::vector<std::string> extras = app.remaining(true);
+    if (!extras.empty()) RaiseNotUnderstood(extras.front());
+    if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call or defs.");
+    if (defs.parsed() && defs.get_subcommands().empty())
+        RaiseUsage("Name a command: defs list or defs check.");
+    RaiseUsage(error.what());
+}
+
+}  // namespace
+
+ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* arguments) {
+    ParsedCommandLine parsed;
+    Options& options = parsed.options;
+
+    CLI::App app{std::string(kDescription), "halvtiv"};
+    SetHelp(app, kUsage, kFooter);
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", "halvtiv " HALVTIV_VERSION, "Print the version and exit");
+    app.require_subcommand(1);
+    AddSharedOptions(app, options);
+
+    CLI::App& run = *app.add_subcommand("run", std::string(kRunDescription));
+    SetHelp(run, kRunUsage, kRunFooter);
+    run.add_option("REQUEST", options.request, "The request's file, or - for standard input")
+        ->required()
+        ->type_name("");
+    AddSharedOptions(run, options);
+
+    CLI::App& call = *app.add_subcommand("call", std::string(kCallDescription));
+    SetHelp(call, kCallUsage, kCallFooter);
+    call.allow_extras();
+    call.add_option("NAME", options.function, "The function's name")->required()->type_name("");
+    std::vector<std::string> ignored;  // read with their order from the options themselves
+    const SetOptions setOptions = {
+        call.add_option("--set", ignored, "A value for a column")
+            ->allow_extra_args(false)
+            ->type_name("COLUMN=VALUE"),
+        call.add_option("--set-file", ignored, "A file whose content is the value for a column")
+            ->allow_extra_args(false)
+            ->type_name("COLUMN=PATH")};
+    AddSharedOptions(call, options);
+
+    CLI::App& defs = *app.add_subcommand("defs", std::string(kDefsDescription));
+    SetHelp(defs, kDefsUsage, kDefsFooter);
+    defs.require_subcommand(1);
+    CLI::App& list = *defs.add_subcommand("list", std::string(kDefsListDescription));
+    CLI::App& check = *defs.add_subcommand("check", std::string(kDefsCheckDescription));
+    for (CLI::App* sub : {&list, &check}) {
+        sub->allow_extras();
+        AddOutputOption(*sub, options);
+    }
+
+    try {
+        app.parse(argumentCount, arguments);
+    } catch (const CLI::CallForHelp&) {
+        parsed.text = app.help();
+        return parsed;
+    } catch (const CLI::CallForVersion&) {
+        parsed.text = app.version() + '\n';
+        return parsed;
+    } catch (const CLI::ParseError& error) {
+        RaiseParseError(app, defs, error);
+    }
+
+    CheckConnectionOptions(options.connection);
+    if (call.parsed()) {
+        options.command = Command::Call;
+        ReadCall(call, setOptions, options);
+    } else if (defs.parsed()) {
+        options.command = list.parsed() ? Command::DefsList : Command::DefsCheck;
+        options.files = PlainWords(list.parsed() ? list : check);
+        if (options.files.empty()) RaiseUsage("Name a definition file.");
+    }
+    return parsed;
+}
+
+}  // namespace halvtiv::cli

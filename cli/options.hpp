@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace halvtiv::cli {
+
+enum class Command { Run, Call, DefsList, DefsCheck };
+
+enum class Format { Xml, Table, Csv, Json };
+
+/// A value of a call's data block.
+struct SetOption {
+    std::string column;
+    std::string value;  ///< the path when isFile
+    bool isFile = false;
+};
+
+/// Where the database is: at most one of the first three is given.
+struct ConnectionOptions {
+    std::optional<std::string> database;
+    std::optional<std::string> connection;
+    std::optional<std::string> connectionFile;
+    std::optional<std::string> passwordFile;
+};
+
+/// What the command line asks for.
+struct Options {
+    Command command = Command::Run;
+    ConnectionOptions connection;
+    std::vector<std::string> definitionFiles;  ///< of `--defs`
+    std::optional<std::string> output;
+    std::optional<Format> format;
+
+    std::string request;                                          ///< run: a path, "-" for standard input
+    std::string function;                                         ///< call
+    std::vector<std::pair<std::string, std::string>> parameters;  ///< call
+    std::vector<SetOption> sets;                                  ///< call, in the order of the command line
+    std::vector<std::string> files;                               ///< defs list, defs check
+};
+
+/// What the command line comes to: options, or a text (help, version) that is all there is to do.
+struct ParsedCommandLine {
+    Options options;
+    std::optional<std::string> text;
+};
+
+/// Raises `CommandError` (not run) for wrong usage. Messages never repeat the value of an option, which may
+/// hold a password.
+ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* arguments);
+
+}  // namespace halvtiv::cli

@@ -1,0 +1,17 @@
+# Every library that HalvTiv uses, declared once; docs/architecture.md says why each is there.
+find_package(PkgConfig REQUIRED)
+find_package(pugixml REQUIRED)  # the tree and XPath
+find_package(EXPAT REQUIRED)    # strict reading
+find_package(SQLite3 REQUIRED)
+find_package(Iconv REQUIRED)    # definition files in any encoding
+pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)  # letter case, display width
+
+if(HALVTIV_BUILD_CLI)
+    find_package(CLI11 REQUIRED)
+endif()
+if(HALVTIV_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(HALVTIV_BUILD_BENCH)
+    find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,17 @@
+# What `cmake --install` lays down: library, headers, the command, and the ways to find them.
+include(CMakePackageConfigHelpers)
+
+set(HALVTIV_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/halvtiv)
+
+install(TARGETS halvtiv EXPORT halvtiv-targets)
+install(DIRECTORY include/halvtiv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT halvtiv-targets NAMESPACE halvtiv:: DESTINATION ${HALVTIV_CMAKE_FOLDER})
+
+configure_package_config_file(cmake/halvtiv-config.cmake.in halvtiv-config.cmake
+    INSTALL_DESTINATION ${HALVTIV_CMAKE_FOLDER})
+write_basic_package_version_file(halvtiv-config-version.cmake COMPATIBILITY SameMinorVersion)
+configure_file(cmake/halvtiv.pc.in halvtiv.pc @ONLY)
+install(FILES
+    ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config-version.cmake
+    DESTINATION ${HALVTIV_CMAKE_FOLDER})
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/halvtiv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,275 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include <halvtiv/date_time.hpp>
+#include <halvtiv/export.hpp>
+
+/// The data-access layer: one set of classes over every database.
+///
+/// Everything here raises `halvtiv::ErrorInfo`: errors of the database with the number of their kind and
+/// the provider's own words, misuse with the numbers named below. A connection and all that was opened on
+/// it are used by one thread at a time.
+namespace halvtiv::ado {
+
+/// Bytes as they stand in a column or a file.
+using Bytes = std::vector<std::uint8_t>;
+
+enum ObjectStateEnum : std::int32_t { adStateClosed = 0, adStateOpen = 1 };
+
+enum CursorTypeEnum : std::int32_t {
+    adOpenForwardOnly = 0,  ///< streams: rows pass once and are not kept
+    adOpenKeyset = 1,       ///< as adOpenDynamic
+    adOpenDynamic = 2,      ///< keeps the rows that have passed, so that `MoveFirst` can go back
+    adOpenStatic = 3        ///< as adOpenDynamic
+};
+
+enum LockTypeEnum : std::int32_t { adLockReadOnly = 1, adLockPessimistic = 2, adLockOptimistic = 3 };
+
+/// What a column holds. The numbers are those of the OLE DB type indicators.
+enum DataTypeEnum : std::int32_t {
+    adEmpty = 0,
+    adSmallInt = 2,
+    adInteger = 3,
+    adSingle = 4,
+    adDouble = 5,
+    adCurrency = 6,
+    adDate = 7,
+    adBSTR = 8,
+    adBoolean = 11,
+    adDecimal = 14,
+    adTinyInt = 16,
+    adUnsignedTinyInt = 17,
+    adUnsignedSmallInt = 18,
+    adUnsignedInt = 19,
+    adBigInt = 20,
+    adUnsignedBigInt = 21,
+    adFileTime = 64,
+    adGUID = 72,
+    adBinary = 128,
+    adChar = 129,
+    adWChar = 130,
+    adNumeric = 131,
+    adDBDate = 133,
+    adDBTime = 134,
+    adDBTimeStamp = 135,
+    adVarNumeric = 139,
+    adVarChar = 200,
+    adLongVarChar = 201,
+    adVarWChar = 202,
+    adLongVarWChar = 203,
+    adVarBinary = 204,
+    adLongVarBinary = 205
+};
+
+/// Bits of `Field::Attributes`.
+enum FieldAttributeEnum : std::int32_t {
+    adFldUpdatable = 4,
+    adFldFixed = 16,
+    adFldIsNullable = 32,
+    adFldMayBeNull = 64,
+    adFldLong = 128  ///< a long column: read it with `GetChunk`
+};
+
+/// A number with its exact digits, as text: "-12.50".
+struct Decimal {
+    std::string Digits;
+    bool operator==(const Decimal&) const = default;
+};
+
+using halvtiv::DateTime;
+
+/// One value out of a column: null or one of seven kinds.
+class HALVTIV_API Variant {
+public:
+    /// Null.
+    Variant() = default;
+    explicit Variant(bool value) : value_(value) {}
+    explicit Variant(std::int64_t value) : value_(value) {}
+    explicit Variant(double value) : value_(value) {}
+    explicit Variant(Decimal value) : value_(std::move(value)) {}
+    explicit Variant(std::string value) : value_(std::move(value)) {}
+    explicit Variant(Bytes value) : value_(std::move(value)) {}
+    explicit Variant(DateTime value) : value_(value) {}
+
+    bool IsNull() const { return std::holds_alternative<std::monostate>(value_); }
+
+    /// The value as text, "" for null: integers and decimals as they are, doubles in the shortest form
+    /// that reads back the same, dates as YYYY-MM-DD, HH:MM:SS or both with a blank between and a fraction
+    /// only when there is one, booleans as "True" and "False", bytes as they are.
+    std::string Text() const;
+
+    // One accessor a kind: the value, or null where this is of another kind. The pointer lives as long as
+    // this object is unchanged.
+    const bool* AsBool() const { return std::get_if<bool>(&value_); }
+    const std::int64_t* AsInteger() const { return std::get_if<std::int64_t>(&value_); }
+    const double* AsDouble() const { return std::get_if<double>(&value_); }
+    const Decimal* AsDecimal() const { return std::get_if<Decimal>(&value_); }
+    const std::string* AsText() const { return std::get_if<std::string>(&value_); }
+    const Bytes* AsBytes() const { return std::get_if<Bytes>(&value_); }
+    const DateTime* AsDateTime() const { return std::get_if<DateTime>(&value_); }
+
+    bool operator==(const Variant&) const = default;
+
+private:
+    std::variant<std::monostate, bool, std::int64_t, double, Decimal, std::string, Bytes, DateTime> value_;
+};
+
+class Recordset;
+using RecordsetPtr = std::shared_ptr<Recordset>;
+
+/// A connection to one database, through the provider that its string names.
+class HALVTIV_API Connection {
+public:
+    Connection();
+    /// Closes the connection, ignoring errors. Open transactions are rolled back.
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// Opens a database. The string is a list of key=value pairs separated by ";", keys in any letter case,
+    /// values in quotes where they hold a ";"; "Provider" chooses the provider. userID and password count
+    /// where the string has none. options is not used.
+    /// Raises -2146824582 for an unknown provider, -2147467259 for a missing file or a server that does not
+    /// answer, -2147217843 for a refused login, -2146824583 when this connection is open already.
+    void Open(std::string_view connectionString, std::string_view userID = {}, std::string_view password = {},
+              std::int32_t options = -1);
+    /// Closes it with all recordsets on it. Raises -2146824584 when it is not open.
+    void Close();
+    /// `adStateClosed` or `adStateOpen`; a connection that the server has dropped is closed.
+    std::int32_t State();
+
+    /// Seconds to wait for a connection, 15 at first, 0 for no limit. Set it before `Open`.
+    std::int32_t ConnectionTimeout() const;
+    void ConnectionTimeout(std::int32_t seconds);
+    /// Seconds that one command may run, 30 at first, 0 for no limit.
+    std::int32_t CommandTimeout() const;
+    void CommandTimeout(std::int32_t seconds);
+
+    /// Runs a command text: one statement or a batch. Returns the first statement's result: open over its
+    /// rows, forward-only, or closed where it returns none. The batch's other statements run as the
+    /// recordset is asked for them, at the latest when it is closed or released. recordsAffected receives
+    /// the rows that the first statement changed, -1 for a query. options is not used.
+    RecordsetPtr Execute(std::string_view commandText, std::int32_t* recordsAffected = nullptr,
+                         std::int32_t options = -1);
+
+    /// Begins a transaction, or a nested one inside the current; returns the level, from 1. The outermost
+    /// takes the write lock at once where the database has one lock for all.
+    std::int32_t BeginTrans();
+    /// Commits the innermost transaction. A failed outermost commit is rolled back before it raises.
+    /// Raises -2147168242 when no transaction is open.
+    void CommitTrans();
+    /// Rolls the innermost transaction back. Raises -2147168242 when no transaction is open.
+    void RollbackTrans();
+
+private:
+    friend class Recordset;
+    struct Impl;
+    std::shared_ptr<Impl> impl_;
+};
+using ConnectionPtr = std::shared_ptr<Connection>;
+
+/// One column of a recordset, and its value in the current record.
+class HALVTIV_API Field {
+public:
+    Field(const Field&) = delete;
+    Field& operator=(const Field&) = delete;
+
+    /// The column's name as the database spells it.
+    std::string Name();
+    /// A `DataTypeEnum`.
+    std::int32_t Type();
+    /// `FieldAttributeEnum` bits.
+    std::int32_t Attributes();
+    /// The most that the column holds: bytes, or characters for text.
+    std::int64_t DefinedSize();
+    /// The bytes that `GetChunk` delivers for the current value; 0 for null.
+    std::int64_t ActualSize();
+    /// The value in the current record. Raises -2146825267 when there is none.
+    Variant Value();
+    /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
+    /// value is read from its start again after the record has changed.
+    Bytes GetChunk(std::int64_t length);
+
+private:
+    friend class Fields;
+    friend struct RecordsetState;
+    Field(struct RecordsetState& owner, std::int32_t index) : owner_(&owner), index_(index) {}
+    struct RecordsetState* owner_;
+    std::int32_t index_;
+    std::int64_t chunkPosition_ = 0;
+    std::int64_t chunkRow_ = -1;
+};
+using FieldPtr = std::shared_ptr<Field>;
+
+/// The columns of a recordset, counted from 0. Belongs to its recordset.
+class HALVTIV_API Fields {
+public:
+    Fields(const Fields&) = delete;
+    Fields& operator=(const Fields&) = delete;
+
+    std::int32_t Count();
+    /// Raises -2146825023 for a position below 0 or from `Count` on. What is returned keeps the rows alive.
+    FieldPtr Item(std::int32_t index);
+    /// The first column of that name, in any letter case; raises -2146825023 when there is none.
+    FieldPtr Item(std::string_view name);
+
+private:
+    friend struct RecordsetState;
+    explicit Fields(struct RecordsetState& owner) : owner_(&owner) {}
+    struct RecordsetState* owner_;
+};
+
+/// The rows of one result of a command, one of them current.
+///
+/// A recordset is open over the rows of a statement, or closed: never opened, after `Close`, or because its
+/// statement returned no rows. Several may be open on one connection at once.
+class HALVTIV_API Recordset {
+public:
+    Recordset();
+    /// Runs what is left of the batch, ignoring errors: call `Close` to hear of them.
+    ~Recordset();
+    Recordset(const Recordset&) = delete;
+    Recordset& operator=(const Recordset&) = delete;
+
+    /// Runs a command text and stands on its first row. source may also be the bare name of a table.
+    /// cursorType is a `CursorTypeEnum`, lockType a `LockTypeEnum`; options is not used.
+    /// Raises -2146824579 when the connection is null or closed, -2146824583 when this recordset is open.
+    void Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
+              std::int32_t lockType, std::int32_t options = -1);
+    /// Runs what is left of the batch, whose error is raised after closing, and closes. Raises -2146824584
+    /// when it is closed with nothing left to run.
+    void Close();
+    /// `adStateClosed` or `adStateOpen`.
+    std::int32_t State();
+
+    /// Before the first row; with `IsEOF`: there are no rows. Raises -2146824584 when closed, as do all
+    /// members below but `NextRecordset`.
+    bool IsBOF();
+    /// After the last row.
+    bool IsEOF();
+    /// Goes to the first row: from the rows kept, never by running the statement again. A forward-only
+    /// recordset that has left its first row raises -2146825037; one without rows -2146825267.
+    void MoveFirst();
+    /// Goes to the next row. Raises -2146825267 at the end.
+    void MoveNext();
+
+    /// Closes this recordset and returns the batch's next result, whose statement runs now; null after
+    /// the last.
+    RecordsetPtr NextRecordset();
+
+    /// The columns; raises -2146824584 when closed.
+    ado::Fields& Fields();
+
+private:
+    friend class Connection;
+    friend struct RecordsetState;
+    std::shared_ptr<struct RecordsetState> state_;
+};
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,14 @@
+#pragma once
+
+/// Marks what the shared library exports; everything else stays inside it.
+#if defined(_WIN32)
+#if defined(HALVTIV_BUILDING)
+#define HALVTIV_API __declspec(dllexport)
+#elif defined(HALVTIV_STATIC)
+#define HALVTIV_API
+#else
+#define HALVTIV_API __declspec(dllimport)
+#endif
+#else
+#define HALVTIV_API __attribute__((visibility("default")))
+#endif

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <pugixml.hpp>
+
+#include <halvtiv/ado.hpp>
+#include <halvtiv/column_data_items.hpp>
+#include <halvtiv/export.hpp>
+
+namespace halvtiv {
+
+/// What a call produced: a list of entries, each under a key (GUID text). An entry is a table of rows, a
+/// reference to a file, an error or a return value. Keys need not be unique: look-ups take the first.
+///
+/// The document is kept as text and becomes a tree only when `ResultXMLDOMDoc` or a key with a quote asks
+/// for one. Reading rows one after another costs the same per row however many there are.
+///
+/// Every member from `GetResultType` on, but for `RaiseResultError` and the two error members, clears
+/// the last error, lets no exception out and, when it fails, keeps the reason for `GetLastError` and
+/// returns false, -1, "" or null. One object is used by one thread at a time.
+class HALVTIV_API ZorbFunctionResult {
+public:
+    ZorbFunctionResult();
+    ~ZorbFunctionResult();
+    ZorbFunctionResult(const ZorbFunctionResult&) = delete;
+    ZorbFunctionResult& operator=(const ZorbFunctionResult&) = delete;
+
+    /// The live document: changes through it are changes of the result. `Reset` and `Parse` make a new
+    /// one and leave this one to its holder. Costs a tree of the whole result: many times its text.
+    std::shared_ptr<pugi::xml_document> ResultXMLDOMDoc();
+
+    /// The root's "guid"; "" when it has none. Writing raises 5 for a text that XML cannot carry.
+    std::string ResultGUID() const;
+    void ResultGUID(std::string_view sResultGUID);
+    /// The root's "name", likewise.
+    std::string ResultName() const;
+    void ResultName(std::string_view sResultName);
+    /// Makes the result an empty document and clears the last error.
+    void Reset();
+
+    /// `QorvResultTypeEnum` of an entry; -1, without an error, when there is none under that key.
+    std::int32_t GetResultType(std::string_view guid);
+    /// Raises the error that an error entry holds. Raises 13 "Type mismatch." for any other key: ask
+    /// `GetResultType` first. What it raises is not kept as the last error.
+    void RaiseResultError(std::string_view guid);
+    /// Number of records of an entry; 0 for errors, files and return values. "Specified data not found -
+    /// GUID."
+    std::int32_t GetResultDataCount(std::string_view guid);
+    /// One row of an entry, 0 being the header; null, without an error, when there is no such row.
+    ZorbColumnDataItemsPtr GetResultDataItem(std::string_view guid, std::int32_t index);
+    /// The same as XML text; "" when there is no such row.
+    std::string GetResultDataItemXml(std::string_view guid, std::int32_t index);
+    /// A whole entry as XML text. "Specified data not found."
+    std::string GetResultDataXml(std::string_view guid);
+    /// Gives the first entry under oldGuid another key. "Specified data not found."
+    bool ChangeResultDataGUID(std::string_view oldGuid, std::string_view newGuid);
+
+    /// Replaces all entries under the key by one error entry.
+    bool AddFunctionResult_Error(std::string_view guid, std::int32_t number, std::string_view description,
+                                 std::string_view source);
+    /// Appends an entry that holds a return value.
+    bool AddFunctionResult_Info(std::string_view guid, std::int32_t returnValue);
+    /// Appends the records from the recordset's current one to its end, which leaves it at its end.
+    /// Binary and long columns go to files in dataFolder, or are skipped when it is empty; a cell whose
+    /// file could not be written says so by its type "error" and the last error, and the rest goes on.
+    bool AddFunctionResult_Data(std::string_view guid, ado::RecordsetPtr& recordset,
+                                std::string_view dataFolder);
+
+    /// Writes the document as XML text.
+    bool Save(std::string& xml);
+    /// `Save` to a file (UTF-8), which appears under its name only when it is complete.
+    bool SaveToFile(std::string_view path);
+    /// Replaces the document by an XML text. "Failed to load Xml Param."
+    bool Parse(std::string_view xml);
+
+    /// Raises the last error again; false when there is none.
+    bool RaiseLastError() const;
+    /// The last error as text with its number; "" when there is none.
+    std::string GetLastError() const;
+
+private:
+    friend struct ResultHandOver;
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+using ZorbFunctionResultPtr = std::shared_ptr<ZorbFunctionResult>;
+
+}  // namespace halvtiv

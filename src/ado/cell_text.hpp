@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include <halvtiv/ado.hpp>
+
+#include "platform/date_time.hpp"
+#include "platform/number.hpp"
+
+namespace halvtiv::ado {
+
+// The fixed formats in which every provider gives its cells, by the column's type; what the type cannot hold
+// goes out as the text it is.
+
+/// Where a formatted cell stands until the next one.
+struct CellBuffer {
+    char number[platform::kNumberTextSize];
+    char dateTime[platform::kDateTimeTextSize];
+    char guid[38];
+};
+
+std::string_view CellTextOfInteger(std::int64_t value, std::int32_t type, CellBuffer& buffer);
+/// The shortest form; in a decimal column without an exponent, where it fits.
+std::string_view CellTextOfDouble(double value, std::int32_t type, CellBuffer& buffer);
+/// Dates, times, GUIDs and booleans are brought into their form; everything else stays as it is.
+std::string_view CellTextOfText(std::string_view value, std::int32_t type, CellBuffer& buffer);
+/// Sixteen bytes of a GUID column become its text; everything else stays as it is.
+std::string_view CellTextOfBytes(std::string_view value, std::int32_t type, CellBuffer& buffer);
+
+/// Whether `CellTextOfText` may change a text of this type; the others need no call.
+constexpr bool HasTextForm(std::int32_t type) noexcept {
+    return type == adBoolean || type == adGUID || (type >= adDBDate && type <= adDBTimeStamp);
+}
+
+/// The value that a cell's text stands for: by the column's type, or a text where it is none of that type.
+Variant ValueOfCellText(std::string_view text, std::int32_t type);
+
+/// Whether columns of this type hold bytes.
+constexpr bool IsBytesType(std::int32_t type) noexcept {
+    return type == adBinary || type == adVarBinary || type == adLongVarBinary;
+}
+
+/// Whether columns of this type hold numbers with exact digits.
+constexpr bool IsDecimalType(std::int32_t type) noexcept {
+    return type == adCurrency || type == adDecimal || type == adNumeric || type == adVarNumeric;
+}
+
+}  // namespace halvtiv::ado

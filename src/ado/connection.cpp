@@ -1,0 +1,115 @@
+#include <utility>
+
+#include <halvtiv/ado.hpp>
+
+#include "ado/connection_impl.hpp"
+#include "ado/errors.hpp"
+#include "ado/recordset_state.hpp"
+
+namespace halvtiv::ado {
+
+Session& Connection::Impl::Require() {
+    if (!session) RaiseAdoError(AdoError::ObjectClosed);
+    return *session;
+}
+
+Connection::Connection() : impl_(std::make_shared<Impl>()) {}
+
+Connection::~Connection() {
+    try {
+        if (impl_->session) Close();
+    } catch (...) {
+        // Nobody is left to hear of it.
+    }
+}
+
+void Connection::Open(std::string_view connectionString, std::string_view userID, std::string_view password,
+                      std::int32_t /*options*/) {
+    if (impl_->IsOpen()) RaiseAdoError(AdoError::ObjectOpen);
+    if (impl_->session) Close();  // what the database has dropped
+    ConnectionParameters parameters(connectionString);
+    if (!userID.empty()) parameters.SetDefault("User ID", userID);
+    if (!password.empty()) parameters.SetDefault("Password", password);
+    const auto open = FindProvider(parameters);
+    impl_->session = open(parameters, impl_->connectionTimeout);
+    impl_->session->SetCommandTimeout(impl_->commandTimeout);
+}
+
+void Connection::Close() {
+    impl_->Require();
+    impl_->level = 0;
+    std::exchange(impl_->session, nullptr)->Close();
+}
+
+std::int32_t Connection::State() {
+    return impl_->IsOpen() ? adStateOpen : adStateClosed;
+}
+
+std::int32_t Connection::ConnectionTimeout() const {
+    return impl_->connectionTimeout;
+}
+
+void Connection::ConnectionTimeout(std::int32_t seconds) {
+    impl_->connectionTimeout = seconds;
+}
+
+std::int32_t Connection::CommandTimeout() const {
+    return impl_->commandTimeout;
+}
+
+void Connection::CommandTimeout(std::int32_t seconds) {
+    impl_->commandTimeout = seconds;
+    if (impl_->session) impl_->session->SetCommandTimeout(seconds);
+}
+
+RecordsetPtr Connection::Execute(std::string_view commandText, std::int32_t* recordsAffected,
+                                 std::int32_t /*options*/) {
+    auto batch = impl_->Require().Prepare(commandText);
+    auto recordset = std::make_shared<Recordset>();
+    recordset->state_ =
+        std::make_shared<RecordsetState>(impl_->session, std::move(batch), adOpenForwardOnly, adLockReadOnly);
+    if (recordsAffected) *recordsAffected = -1;
+    recordset->state_->RunNext(recordsAffected);
+    return recordset;
+}
+
+std::int32_t Connection::BeginTrans() {
+    auto& session = impl_->Require();
+    const bool inTransaction = session.InTransaction();
+    // The levels of a transaction that the database has ended by itself are gone with it.
+    if (!inTransaction) impl_->level = 0;
+    if (impl_->level == 0) impl_->outermostIsSavepoint = inTransaction;
+    if (inTransaction) {
+        session.SetSavepoint(impl_->level + 1);
+    } else {
+        session.Begin();
+    }
+    return ++impl_->level;
+}
+
+// Ends the level in any case: whoever gets the error has nothing left to end.
+void Connection::CommitTrans() {
+    auto& session = impl_->Require();
+    if (impl_->level > 0 && !session.InTransaction()) impl_->level = 0;
+    if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
+    const auto level = impl_->level--;
+    if (level == 1 && !impl_->outermostIsSavepoint) {
+        session.Commit();
+    } else {
+        session.ReleaseSavepoint(level);
+    }
+}
+
+void Connection::RollbackTrans() {
+    auto& session = impl_->Require();
+    if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
+    const auto level = impl_->level--;
+    if (!session.InTransaction()) return;  // the database has rolled it back already
+    if (level == 1 && !impl_->outermostIsSavepoint) {
+        session.Rollback();
+    } else {
+        session.RollbackToSavepoint(level);
+    }
+}
+
+}  // namespace halvtiv::ado

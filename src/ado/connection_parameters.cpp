@@ -1,0 +1,86 @@
+#include "ado/connection_parameters.hpp"
+
+#include <algorithm>
+
+#include "ado/errors.hpp"
+#include "platform/text.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+[[noreturn]] void RaiseMalformed() {
+    throw MakeProviderError(AdoError::Unspecified, "The connection string is not a list of key=value pairs.",
+                            "HalvTiv");
+}
+
+// Reads one value at the front of `rest` and drops it with its ";".
+std::string TakeValue(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    if (rest.empty() || (rest.front() != '"' && rest.front() != '\'')) {
+        const auto end = std::min(rest.find(';'), rest.size());
+        const std::string value(platform::TrimBlanks(rest.substr(0, end)));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        return value;
+    }
+    const char quote = rest.front();
+    std::string value;
+    for (rest.remove_prefix(1);; rest.remove_prefix(1)) {
+        if (rest.empty()) RaiseMalformed();
+        if (rest.front() == quote) {
+            rest.remove_prefix(1);
+            if (!rest.starts_with(quote)) break;
+        }
+        value += rest.front();
+    }
+    const auto end = std::min(rest.find(';'), rest.size());
+    if (!platform::TrimBlanks(rest.substr(0, end)).empty()) RaiseMalformed();
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    return value;
+}
+
+}  // namespace
+
+ConnectionParameters::ConnectionParameters(std::string_view connectionString) {
+    auto rest = connectionString;
+    while (!rest.empty()) {
+        const auto keyEnd = rest.find_first_of("=;");
+        const auto key = platform::TrimBlanks(rest.substr(0, keyEnd));
+        if (keyEnd == std::string_view::npos || rest[keyEnd] == ';') {
+            if (!key.empty()) RaiseMalformed();
+            rest.remove_prefix(keyEnd == std::string_view::npos ? rest.size() : keyEnd + 1);
+            continue;
+        }
+        if (key.empty()) RaiseMalformed();
+        rest.remove_prefix(keyEnd + 1);
+        auto value = TakeValue(rest);
+        auto lowerKey = platform::ToLower(key);
+        std::erase_if(values_, [&](const auto& pair) { return pair.first == lowerKey; });
+        values_.emplace_back(std::move(lowerKey), std::move(value));
+    }
+}
+
+std::optional<std::string_view> ConnectionParameters::Find(std::string_view key) const {
+    const auto lowerKey = platform::ToLower(key);
+    for (const auto& [name, value] : values_) {
+        if (name == lowerKey) return value;
+    }
+    return std::nullopt;
+}
+
+std::string_view ConnectionParameters::Get(std::string_view key) const {
+    return Find(key).value_or(std::string_view{});
+}
+
+bool ConnectionParameters::IsSet(std::string_view key) const {
+    const auto value = platform::ToLower(Get(key));
+    return value == "1" || value == "true" || value == "yes";
+}
+
+void ConnectionParameters::SetDefault(std::string_view key, std::string_view value) {
+    if (!Get(key).empty()) return;
+    auto lowerKey = platform::ToLower(key);
+    std::erase_if(values_, [&](const auto& pair) { return pair.first == lowerKey; });
+    values_.emplace_back(std::move(lowerKey), std::string(value));
+}
+
+}  // namespace halvtiv::ado

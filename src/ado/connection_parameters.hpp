@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace halvtiv::ado {
+
+/// A connection string taken apart: key=value pairs separated by ";". Keys in any letter case, blanks around
+/// keys and values dropped; a value in `"` or `'` may hold a ";", and its quote doubled. The last of a
+/// repeated key counts.
+class ConnectionParameters {
+public:
+    /// Raises -2147467259 "The connection string is not a list of key=value pairs." for
+    /// a text of another form.
+    explicit ConnectionParameters(std::string_view connectionString);
+
+    /// The value under a key; nothing when it is not there.
+    std::optional<std::string_view> Find(std::string_view key) const;
+    /// The value under a key; "" when it is not there.
+    std::string_view Get(std::string_view key) const;
+    /// Whether the value is one of 1, true, yes.
+    bool IsSet(std::string_view key) const;
+    /// Adds a value when there is none, or an empty one, under the key.
+    void SetDefault(std::string_view key, std::string_view value);
+
+private:
+    std::vector<std::pair<std::string, std::string>> values_;  // keys lower-cased
+};
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <halvtiv/error_info.hpp>
+
+namespace halvtiv::ado {
+
+/// The numbers of this layer's errors.
+enum class AdoError : std::int32_t {
+    ConstraintViolation = -2147217873,
+    SqlError = -2147217900,
+    NoSuchTable = -2147217865,
+    LoginFailed = -2147217843,
+    Cancelled = -2147217842,
+    CommandTimeout = -2147217871,
+    Unspecified = -2147467259,  ///< a broken connection, a missing file, what has no number of its own
+    ObjectClosed = -2146824584,
+    ObjectOpen = -2146824583,
+    ProviderNotFound = -2146824582,
+    InvalidConnection = -2146824579,  ///< no connection, or a closed one, under a recordset
+    NoCurrentRecord = -2146825267,
+    ItemNotFound = -2146825023,  ///< unknown field or position
+    NotSupported = -2146825037,  ///< what this cursor or recordset cannot do
+    WrongType = -2146824867,     ///< a text that does not convert to the column's type
+    RowChanged = -2147217864,
+    NoTransaction = -2147168242
+};
+
+/// An error of this layer in its own fixed words, or of a provider in the database's words.
+ErrorInfo MakeAdoError(AdoError error);
+ErrorInfo MakeProviderError(AdoError error, std::string_view words, std::string_view providerName);
+[[noreturn]] void RaiseAdoError(AdoError error);
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "ado/connection_parameters.hpp"
+
+/// What a provider implements: one database's way of doing what `Connection` and `Recordset` promise.
+///
+/// The road: a `Provider` opens a `Session`; a session prepares a `Batch` from a command text; the batch runs
+/// one statement after the other and gives a `Cursor` over each one's rows. Rows are text first: a cursor
+/// gives every cell as text in the fixed formats (see cell_text.hpp), and values are made from that text by
+/// the column's type.
+///
+/// All failures are raised as `ErrorInfo` with the numbers of errors.hpp, the database's own words and the
+/// provider's name as source.
+namespace halvtiv::ado {
+
+/// One column of a result.
+struct ColumnInfo {
+    std::string name;
+    std::int32_t type = 0;         ///< `DataTypeEnum`
+    std::int32_t attributes = 0;   ///< `FieldAttributeEnum` bits
+    std::int64_t definedSize = 0;  ///< bytes, or characters for text
+};
+
+/// Rows that pass one after another. Columns count from 0.
+class RowSource {
+public:
+    virtual ~RowSource() = default;
+
+    /// Goes to the next row, at first to the first; false at the end, from then on always.
+    virtual bool Next() = 0;
+
+    // Of the current row. Texts and bytes may be asked for in any order and more than once.
+    virtual bool IsNull(std::int32_t column) = 0;
+    /// The cell in its fixed format, "" for null; bytes as they are. Valid until the next call on this
+    /// object.
+    virtual std::string_view Text(std::int32_t column) = 0;
+    /// The bytes that `Read` delivers in all; 0 for null.
+    virtual std::int64_t Size(std::int32_t column) = 0;
+    /// Fills `piece` from a byte offset of the value and returns how many bytes there were; 0 at its end.
+    virtual std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) = 0;
+};
+
+/// The rows of one statement, as the database delivers them: before its first row at first.
+class Cursor : public RowSource {
+public:
+    /// Final once the first `Next` has returned: a column without a declared type takes the first row's.
+    virtual std::span<const ColumnInfo> Columns() const = 0;
+
+    /// Gives up the rows that are left, of a statement that changes data only after it has run to its end.
+    /// Raises the statement's error. Destroying the cursor does the same and ignores the error.
+    virtual void Finish() = 0;
+};
+
+/// What one statement did.
+struct StatementResult {
+    std::unique_ptr<Cursor> rows;    ///< null for a statement that returns none; it has run to its end then
+    std::int64_t affectedRows = -1;  ///< rows changed; -1 for a query or when unknown
+};
+
+/// The statements of one command text, each run once and in order.
+class Batch {
+public:
+    virtual ~Batch() = default;
+    /// Runs the next statement; nothing after the last. The cursor of the one before is released first. A
+    /// statement that fails ends the batch.
+    virtual std::optional<StatementResult> RunNext() = 0;
+};
+
+/// One open connection. Used by one thread at a time.
+///
+/// Several cursors may be open at once. Where the database has one active result for a connection, the
+/// session keeps the rest of the earlier one in a `RowSpool` before the next statement runs.
+class Session {
+public:
+    virtual ~Session() = default;
+
+    virtual std::unique_ptr<Batch> Prepare(std::string_view commandText) = 0;
+
+    /// False when the database has dropped the connection.
+    virtual bool IsAlive() = 0;
+    /// Ends the connection: cursors and batches of it raise -2146824579 from then on.
+    virtual void Close() = 0;
+
+    // The transaction itself and the savepoints inside it; `Connection` counts the levels.
+    /// Whether the database has a transaction open, whoever began it.
+    virtual bool InTransaction() = 0;
+    /// Takes the write lock at once where the database has one lock for all.
+    virtual void Begin() = 0;
+    virtual void Commit() = 0;  ///< rolls back before it raises
+    virtual void Rollback() = 0;
+    virtual void SetSavepoint(std::int32_t level) = 0;
+    virtual void ReleaseSavepoint(std::int32_t level) = 0;
+    virtual void RollbackToSavepoint(std::int32_t level) = 0;  ///< and forgets it
+
+    /// Seconds that one statement may run; 0 for no limit.
+    virtual void SetCommandTimeout(std::int32_t seconds) = 0;
+};
+
+/// Opens a session; connectionTimeout in seconds, 0 for no limit.
+using OpenSession = std::shared_ptr<Session> (*)(const ConnectionParameters& parameters,
+                                                 std::int32_t connectionTimeout);
+
+/// The provider that a connection string names. Raises -2146824582 when there is none.
+OpenSession FindProvider(const ConnectionParameters& parameters);
+
+}  // namespace halvtiv::ado

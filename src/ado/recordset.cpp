@@ -1,0 +1,74 @@
+#include <halvtiv/ado.hpp>
+
+#include "ado/connection_impl.hpp"
+#include "ado/errors.hpp"
+#include "ado/recordset_state.hpp"
+#include "ado/table_name.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+RecordsetState& Require(const std::shared_ptr<RecordsetState>& state) {
+    if (!state) RaiseAdoError(AdoError::ObjectClosed);
+    state->RequireOpen();
+    return *state;
+}
+
+}  // namespace
+
+Recordset::Recordset() = default;
+Recordset::~Recordset() = default;
+
+void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
+                     std::int32_t lockType, std::int32_t /*options*/) {
+    if (State() == adStateOpen) RaiseAdoError(AdoError::ObjectOpen);
+    if (!activeConnection || activeConnection->State() == adStateClosed) {
+        RaiseAdoError(AdoError::InvalidConnection);
+    }
+    state_.reset();  // runs what an earlier batch has left
+    const auto& session = activeConnection->impl_->session;
+    auto state = std::make_shared<RecordsetState>(session, session->Prepare(CommandTextOf(source)),
+                                                  cursorType, lockType);
+    state->RunNext();
+    state_ = std::move(state);
+}
+
+void Recordset::Close() {
+    if (!state_) RaiseAdoError(AdoError::ObjectClosed);
+    state_->Close();
+}
+
+std::int32_t Recordset::State() {
+    return state_ && state_->IsOpen() ? adStateOpen : adStateClosed;
+}
+
+bool Recordset::IsBOF() {
+    return Require(state_).HasNoRows();
+}
+
+bool Recordset::IsEOF() {
+    return Require(state_).AtEnd();
+}
+
+void Recordset::MoveFirst() {
+    Require(state_).MoveFirst();
+}
+
+void Recordset::MoveNext() {
+    Require(state_).MoveNext();
+}
+
+RecordsetPtr Recordset::NextRecordset() {
+    if (!state_) return nullptr;
+    auto nextState = state_->TakeNext();
+    if (!nextState) return nullptr;
+    auto next = std::make_shared<Recordset>();
+    next->state_ = std::move(nextState);
+    return next;
+}
+
+ado::Fields& Recordset::Fields() {
+    return Require(state_).FieldList();
+}
+
+}  // namespace halvtiv::ado

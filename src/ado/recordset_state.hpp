@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include <halvtiv/ado.hpp>
+
+#include "ado/provider.hpp"
+#include "ado/row_spool.hpp"
+
+namespace halvtiv::ado {
+
+/// What a recordset stands on; also the way by which results read rows as text, without a variant between.
+///
+/// It holds one batch and the cursor of the statement that runs now. It lives as long as the recordset and
+/// the fields that were taken from it; when it goes, what is left of the batch runs and errors are ignored.
+struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
+    /// Closed, with the whole batch to run.
+    RecordsetState(std::shared_ptr<Session> session, std::unique_ptr<Batch> batch, std::int32_t cursorType,
+                   std::int32_t lockType);
+    ~RecordsetState();
+    RecordsetState(const RecordsetState&) = delete;
+    RecordsetState& operator=(const RecordsetState&) = delete;
+
+    /// The state of an open recordset. Raises 91 for null, -2146824584 for a closed one and -2146824579 for
+    /// one whose connection has been closed.
+    static RecordsetState& Of(const RecordsetPtr& recordset);
+
+    std::span<const ColumnInfo> Columns() const;
+    bool AtEnd() const noexcept { return atEnd_; }
+    /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end.
+    void MoveNext();
+    /// The current row; good until the row changes. Raises -2146825267 at the end.
+    RowSource& Row();
+
+    // What `Recordset` and its fields are made of beyond that.
+
+    /// Whether rows of a statement can be read: not closed, and neither is the connection.
+    bool IsOpen() const;
+    /// Raises -2146824584 or -2146824579 where it is not open.
+    void RequireOpen() const;
+    /// Runs the batch's next statement and stands on its first row, or stays closed where it returns none.
+    /// False when there was none left. affectedRows receives the rows that it changed, -1 for a query.
+    bool RunNext(std::int32_t* affectedRows = nullptr);
+    /// Goes to the first row again.
+    void MoveFirst();
+    bool HasNoRows() const noexcept { return hasNoRows_; }
+    /// Ends the current statement and runs the others; raises their error, or -2146824584 when it was closed
+    /// with nothing left to run. Closed in any case.
+    void Close();
+    /// Ends the current statement; a state over the batch's next one, or null when there was none.
+    std::shared_ptr<RecordsetState> TakeNext();
+
+    ado::Fields& FieldList() noexcept { return fields_; }
+    /// The field, made when it is first asked for.
+    FieldPtr FieldAt(std::int32_t index);
+    bool IsReadOnly() const noexcept { return lockType_ <= adLockReadOnly; }
+    /// Another number for each row that becomes current.
+    std::int64_t RowSerial() const noexcept { return rowSerial_; }
+
+private:
+    void FinishCursor();
+
+    std::shared_ptr<Session> session_;
+    std::unique_ptr<Batch> batch_;    // null once it has ended
+    std::unique_ptr<Cursor> cursor_;  // null while closed
+    std::optional<RowSpool> spool_;   // the rows that have passed, unless forward-only
+    std::int32_t cursorType_;
+    std::int32_t lockType_;
+    bool atEnd_ = true;
+    bool hasNoRows_ = true;
+    bool fromSpool_ = false;   // the current row is one of those kept
+    bool cursorEnded_ = true;  // the cursor has no row behind those kept
+    bool onFirstRow_ = false;
+    std::int64_t rowSerial_ = 0;
+    ado::Fields fields_{*this};
+    std::vector<std::unique_ptr<Field>> fieldsMade_;
+};
+
+}  // namespace halvtiv::ado

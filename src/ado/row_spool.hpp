@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ado/provider.hpp"
+#include "platform/files.hpp"
+
+namespace halvtiv::ado {
+
+/// Rows kept in the order in which they came, to be read again from the first on: in memory up to a bound,
+/// then in a temporary file.
+///
+/// Either appended to or read: `Append` first, then `Rewind` and `Next`, then `Append` again after the last
+/// row.
+class RowSpool final : public RowSource {
+public:
+    static constexpr std::size_t kMemoryBound = std::size_t{16} * 1024 * 1024;
+
+    /// memoryBound in bytes.
+    explicit RowSpool(std::span<const ColumnInfo> columns, std::size_t memoryBound = kMemoryBound);
+
+    /// Keeps the row that is current there. Long columns are copied piece by piece.
+    void Append(RowSource& row);
+    /// Stands before the first row.
+    void Rewind() noexcept { nextRow_ = 0; }
+
+    bool Next() override;
+    bool IsNull(std::int32_t column) override;
+    std::string_view Text(std::int32_t column) override;
+    std::int64_t Size(std::int32_t column) override;
+    std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) override;
+
+private:
+    void Store(std::string_view bytes);
+    void Load(std::uint64_t offset, void* bytes, std::size_t count);
+
+    std::vector<bool> isLong_;
+    std::size_t memoryBound_;
+    // The store: one run of bytes whose front is in memory and whose rest is in the file.
+    std::string memory_;
+    std::optional<platform::SpoolFile> file_;
+    std::uint64_t size_ = 0;
+    std::uint64_t rowsEnd_ = 0;  // behind the last row that is complete
+    std::uint64_t nextRow_ = 0;
+
+    // The row that is read or written.
+    std::vector<std::int64_t> sizes_;     // -1 for null
+    std::vector<std::uint64_t> offsets_;  // in `short_`, or in the store for a long column
+    std::string short_;                   // the texts of the columns that are not long
+    std::string longText_;                // a long column's, when it is asked for as a whole
+};
+
+}  // namespace halvtiv::ado

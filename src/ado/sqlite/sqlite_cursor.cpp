@@ -1,0 +1,91 @@
+#include "ado/sqlite/sqlite_cursor.hpp"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "ado/errors.hpp"
+#include "platform/run_time_error.hpp"
+
+namespace halvtiv::ado {
+
+SqliteCursor::SqliteCursor(SqliteSession::Lease statement, bool hasRow)
+    : statement_(std::move(statement)),
+      columns_(statement_->Columns().data()),
+      firstRowIsDue_(hasRow),
+      ended_(!hasRow) {}
+
+SqliteCursor::~SqliteCursor() {
+    try {
+        Finish();
+    } catch (...) {
+        // Who wants to hear of it finishes the cursor.
+    }
+}
+
+void SqliteCursor::Finish() {
+    if (std::exchange(ended_, true) || !statement_->Handle()) return;
+    // A statement that changes data commits at its end, and may fail there.
+    if (sqlite3_stmt_readonly(statement_->Handle())) return;
+    while (statement_.Owner().Step(*statement_)) continue;
+}
+
+bool SqliteCursor::Next() {
+    if (std::exchange(firstRowIsDue_, false)) return true;
+    if (ended_) return false;
+    ended_ = true;  // holds when the step fails
+    ended_ = !statement_.Owner().Step(*statement_);
+    return !ended_;
+}
+
+// The library's way to a cell with the least between; it is safe where one thread uses the connection.
+sqlite3_value* SqliteCursor::ValueAt(std::int32_t column) const {
+    auto* const handle = statement_->Handle();
+    if (!handle) RaiseAdoError(AdoError::InvalidConnection);
+    return sqlite3_column_value(handle, column);
+}
+
+bool SqliteCursor::IsNull(std::int32_t column) {
+    return sqlite3_value_type(ValueAt(column)) == SQLITE_NULL;
+}
+
+std::string_view SqliteCursor::Text(std::int32_t column) {
+    auto* const value = ValueAt(column);
+    const auto type = columns_[column].type;
+    switch (sqlite3_value_type(value)) {
+        case SQLITE_INTEGER:
+            return CellTextOfInteger(sqlite3_value_int64(value), type, buffer_);
+        case SQLITE_FLOAT:
+            return CellTextOfDouble(sqlite3_value_double(value), type, buffer_);
+        case SQLITE_TEXT: {
+            const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(value));
+            if (!bytes) platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
+            const std::string_view text(bytes, static_cast<std::size_t>(sqlite3_value_bytes(value)));
+            return HasTextForm(type) ? CellTextOfText(text, type, buffer_) : text;
+        }
+        case SQLITE_BLOB: {
+            const auto* bytes = static_cast<const char*>(sqlite3_value_blob(value));
+            const std::string_view blob(bytes ? bytes : "",
+                                        static_cast<std::size_t>(sqlite3_value_bytes(value)));
+            return CellTextOfBytes(blob, type, buffer_);
+        }
+        default:
+            return {};
+    }
+}
+
+std::int64_t SqliteCursor::Size(std::int32_t column) {
+    return static_cast<std::int64_t>(Text(column).size());
+}
+
+std::size_t SqliteCursor::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
+    const auto text = Text(column);
+    if (offset < 0 || static_cast<std::size_t>(offset) >= text.size()) return 0;
+    const auto count = std::min(piece.size(), text.size() - static_cast<std::size_t>(offset));
+    std::memcpy(piece.data(), text.data() + offset, count);
+    return count;
+}
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,222 @@
+#include "ado/sqlite/sqlite_session.hpp"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <thread>
+
+#include "ado/errors.hpp"
+#include "ado/sqlite/sqlite_batch.hpp"
+#include "platform/run_time_error.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+AdoError KindOf(int code, std::string_view words) {
+    switch (code & 0xff) {
+        case SQLITE_CONSTRAINT:
+            return AdoError::ConstraintViolation;
+        case SQLITE_ERROR:
+            return words.starts_with("no such table") ? AdoError::NoSuchTable : AdoError::SqlError;
+        case SQLITE_MISMATCH:
+        case SQLITE_TOOBIG:
+        case SQLITE_RANGE:
+        case SQLITE_AUTH:
+            return AdoError::SqlError;
+        case SQLITE_INTERRUPT:
+            return AdoError::Cancelled;
+        default:
+            return AdoError::Unspecified;
+    }
+}
+
+std::string SavepointName(std::int32_t level) {
+    return "halvtiv_" + std::to_string(level);
+}
+
+}  // namespace
+
+void CloseSqlite::operator()(sqlite3* database) const noexcept {
+    sqlite3_close(database);
+}
+
+void RaiseSqliteError(sqlite3* database, int code) {
+    if ((code & 0xff) == SQLITE_NOMEM) platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
+    const std::string_view words = sqlite3_errmsg(database);
+    throw MakeProviderError(KindOf(code, words), words, kSqliteName);
+}
+
+SqliteSession::SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout)
+    : database_(std::move(database)), busyTimeout_(busyTimeout) {
+    sqlite3_busy_handler(database_.get(), WaitForLock, this);
+}
+
+SqliteSession::~SqliteSession() {
+    Close();
+}
+
+std::unique_ptr<Batch> SqliteSession::Prepare(std::string_view commandText) {
+    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    if (commandText.find('\0') != std::string_view::npos) {
+        throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.", kSqliteName);
+    }
+    return std::make_unique<SqliteBatch>(shared_from_this(), commandText);
+}
+
+void SqliteSession::Close() {
+    if (!database_) return;
+    for (auto* statement : inUse_) statement->Drop();
+    inUse_.clear();
+    cache_.Clear();
+    database_.reset();
+}
+
+bool SqliteSession::InTransaction() {
+    return sqlite3_get_autocommit(database_.get()) == 0;
+}
+
+void SqliteSession::Begin() {
+    Run("BEGIN IMMEDIATE");
+}
+
+void SqliteSession::Commit() {
+    try {
+        Run("COMMIT");
+    } catch (...) {
+        if (InTransaction()) Rollback();
+        throw;
+    }
+}
+
+void SqliteSession::Rollback() {
+    Run("ROLLBACK");
+}
+
+void SqliteSession::SetSavepoint(std::int32_t level) {
+    Run("SAVEPOINT " + SavepointName(level));
+}
+
+void SqliteSession::ReleaseSavepoint(std::int32_t level) {
+    Run("RELEASE " + SavepointName(level));
+}
+
+void SqliteSession::RollbackToSavepoint(std::int32_t level) {
+    Run("ROLLBACK TO " + SavepointName(level));
+    ReleaseSavepoint(level);
+}
+
+void SqliteSession::SetCommandTimeout(std::int32_t seconds) {
+    commandTimeout_ = std::chrono::seconds(std::max(seconds, 0));
+    constexpr int kStepsBetweenLooks = 1000;
+    const bool limited = commandTimeout_.count() > 0;
+    sqlite3_progress_handler(database_.get(), limited ? kStepsBetweenLooks : 0,
+                             limited ? StopWhenTimeIsOver : nullptr, this);
+}
+
+SqliteSession::Lease::Lease(std::shared_ptr<SqliteSession> session,
+                            std::unique_ptr<SqliteStatement> statement)
+    : session_(std::move(session)), statement_(std::move(statement)) {}
+
+SqliteSession::Lease::~Lease() {
+    if (statement_) session_->Release(std::move(statement_));
+}
+
+SqliteSession::Lease SqliteSession::Acquire(std::string_view text) {
+    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    inUse_.reserve(inUse_.size() + 1);
+    auto statement = cache_.Take(text);
+    if (!statement) {
+        // Within the database's own limit on texts, which is below that of int.
+        const auto limit =
+            static_cast<std::size_t>(sqlite3_limit(database_.get(), SQLITE_LIMIT_SQL_LENGTH, -1));
+        if (text.size() > limit) {
+            throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kSqliteName);
+        }
+        const bool isKept = text.size() <= SqliteStatementCache::kLongestText;
+        StartClock();
+        sqlite3_stmt* prepared = nullptr;
+        const char* tail = nullptr;
+        const int status = sqlite3_prepare_v3(database_.get(), text.data(), static_cast<int>(text.size() + 1),
+                                              isKept ? SQLITE_PREPARE_PERSISTENT : 0U, &prepared, &tail);
+        SqliteStatementHandle handle(prepared);
+        if (status != SQLITE_OK) RaiseError(status);
+        if (!handle) return {shared_from_this(), nullptr};
+        const auto consumed = static_cast<std::size_t>(tail - text.data());
+        statement =
+            std::make_unique<SqliteStatement>(std::move(handle), std::string(isKept ? text : ""), consumed);
+    }
+    inUse_.push_back(statement.get());
+    return {shared_from_this(), std::move(statement)};
+}
+
+void SqliteSession::Release(std::unique_ptr<SqliteStatement> statement) noexcept {
+    if (!statement->Handle()) return;
+    inUse_.erase(std::find(inUse_.begin(), inUse_.end(), statement.get()));
+    sqlite3_reset(statement->Handle());
+    try {
+        cache_.Keep(std::move(statement));
+    } catch (...) {
+        // No room to keep it: it is prepared again next time.
+    }
+}
+
+bool SqliteSession::Step(SqliteStatement& statement) {
+    if (!statement.Handle()) RaiseAdoError(AdoError::InvalidConnection);
+    StartClock();
+    const int status = sqlite3_step(statement.Handle());
+    if (status == SQLITE_ROW) return true;
+    if (status == SQLITE_DONE) return false;
+    RaiseError(status);
+}
+
+void SqliteSession::RaiseError(int status) const {
+    if (!timedOut_) RaiseSqliteError(database_.get(), status);
+    throw MakeProviderError(AdoError::CommandTimeout, MakeAdoError(AdoError::CommandTimeout).Description,
+                            kSqliteName);
+}
+
+void SqliteSession::StartClock() noexcept {
+    timedOut_ = false;
+    if (commandTimeout_.count() > 0) deadline_ = Clock::now() + commandTimeout_;
+}
+
+std::int64_t SqliteSession::TotalChanges() const {
+    return sqlite3_total_changes64(database_.get());
+}
+
+std::int64_t SqliteSession::LastChanges() const {
+    return sqlite3_changes64(database_.get());
+}
+
+void SqliteSession::Run(const std::string& commandText) {
+    const auto statement = Acquire(commandText);
+    Step(*statement);
+}
+
+bool SqliteSession::IsTimeOver() noexcept {
+    if (commandTimeout_.count() > 0 && Clock::now() >= deadline_) timedOut_ = true;
+    return timedOut_;
+}
+
+int SqliteSession::StopWhenTimeIsOver(void* session) {
+    return static_cast<SqliteSession*>(session)->IsTimeOver() ? 1 : 0;
+}
+
+// Short waits at first, for locks are mostly held for the time of one commit.
+int SqliteSession::WaitForLock(void* session, int attempt) {
+    using std::chrono::milliseconds;
+    constexpr std::array<milliseconds, 6> kWaits{milliseconds(1),  milliseconds(2),  milliseconds(5),
+                                                 milliseconds(10), milliseconds(15), milliseconds(25)};
+    auto& self = *static_cast<SqliteSession*>(session);
+    const auto now = Clock::now();
+    if (attempt == 0) self.lockAwaitedSince_ = now;
+    const auto left =
+        self.busyTimeout_ - std::chrono::duration_cast<milliseconds>(now - self.lockAwaitedSince_);
+    if (left.count() <= 0 || self.IsTimeOver()) return 0;
+    const auto wait = kWaits[std::min(static_cast<std::size_t>(attempt), kWaits.size() - 1)];
+    std::this_thread::sleep_for(std::min(wait, left));
+    return 1;
+}
+
+}  // namespace halvtiv::ado

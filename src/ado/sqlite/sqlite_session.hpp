@@ -1,0 +1,98 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ado/provider.hpp"
+#include "ado/sqlite/sqlite_statement.hpp"
+
+namespace halvtiv::ado {
+
+struct CloseSqlite {
+    void operator()(sqlite3* database) const noexcept;
+};
+using SqliteHandle = std::unique_ptr<sqlite3, CloseSqlite>;
+
+/// A connection to one SQLite file.
+class SqliteSession final : public Session, public std::enable_shared_from_this<SqliteSession> {
+public:
+    /// busyTimeout: how long a statement waits for another connection's lock.
+    SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout);
+    ~SqliteSession() override;
+    SqliteSession(const SqliteSession&) = delete;
+    SqliteSession& operator=(const SqliteSession&) = delete;
+
+    std::unique_ptr<Batch> Prepare(std::string_view commandText) override;
+    bool IsAlive() override { return database_ != nullptr; }
+    void Close() override;
+    bool InTransaction() override;
+    void Begin() override;
+    void Commit() override;
+    void Rollback() override;
+    void SetSavepoint(std::int32_t level) override;
+    void ReleaseSavepoint(std::int32_t level) override;
+    void RollbackToSavepoint(std::int32_t level) override;
+    void SetCommandTimeout(std::int32_t seconds) override;
+
+    // For the batches and cursors of this session.
+
+    /// A statement in use: goes back for the next run when it is destroyed.
+    class Lease {
+    public:
+        Lease(std::shared_ptr<SqliteSession> session, std::unique_ptr<SqliteStatement> statement);
+        ~Lease();
+        Lease(Lease&&) noexcept = default;
+        Lease& operator=(Lease&&) = delete;
+        explicit operator bool() const noexcept { return statement_ != nullptr; }
+        SqliteStatement& operator*() const noexcept { return *statement_; }
+        SqliteStatement* operator->() const noexcept { return statement_.get(); }
+        SqliteSession& Owner() const noexcept { return *session_; }
+
+    private:
+        std::shared_ptr<SqliteSession> session_;
+        std::unique_ptr<SqliteStatement> statement_;
+    };
+
+    /// The first statement of the text, which a NUL must follow; empty where there are only blanks and
+    /// comments. Raises -2146824579 after `Close`.
+    Lease Acquire(std::string_view text);
+    /// Runs to the next row; false at the end.
+    bool Step(SqliteStatement& statement);
+    /// Rows changed since this session was opened, by triggers too.
+    std::int64_t TotalChanges() const;
+    /// Rows changed by the last INSERT, UPDATE or DELETE.
+    std::int64_t LastChanges() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Release(std::unique_ptr<SqliteStatement> statement) noexcept;
+    void Run(const std::string& commandText);
+    void StartClock() noexcept;
+    bool IsTimeOver() noexcept;
+    [[noreturn]] void RaiseError(int status) const;
+    static int StopWhenTimeIsOver(void* session);
+    static int WaitForLock(void* session, int attempt);
+
+    SqliteHandle database_;
+    SqliteStatementCache cache_;
+    std::vector<SqliteStatement*> inUse_;  // owned by their leases
+    std::chrono::milliseconds busyTimeout_;
+    std::chrono::seconds commandTimeout_{0};  // 0: no limit
+    Clock::time_point deadline_{};
+    Clock::time_point lockAwaitedSince_{};
+    bool timedOut_ = false;  // why the running statement was stopped
+};
+
+/// The source of SQLite's errors.
+inline constexpr std::string_view kSqliteName = "SQLite";
+
+/// Raises the database's last error with its number and words; code is what the failing call returned.
+[[noreturn]] void RaiseSqliteError(sqlite3* database, int code);
+
+}  // namespace halvtiv::ado

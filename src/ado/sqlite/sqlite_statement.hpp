@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ado/provider.hpp"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace halvtiv::ado {
+
+struct FinalizeSqliteStatement {
+    void operator()(sqlite3_stmt* statement) const noexcept;
+};
+using SqliteStatementHandle = std::unique_ptr<sqlite3_stmt, FinalizeSqliteStatement>;
+
+/// A prepared statement with what is known of its columns, which stays right from one run to the next.
+class SqliteStatement {
+public:
+    /// text is the command text that was prepared, "" where it is not to be kept; consumed is the length of
+    /// its first statement.
+    SqliteStatement(SqliteStatementHandle handle, std::string text, std::size_t consumed);
+
+    /// Null after the session has been closed.
+    sqlite3_stmt* Handle() const noexcept { return handle_.get(); }
+    const std::string& Text() const noexcept { return text_; }
+    std::size_t Consumed() const noexcept { return consumed_; }
+    std::span<const ColumnInfo> Columns() const noexcept { return columns_; }
+
+    /// Brings the columns up to date after the first step of a run: the schema may have changed since the
+    /// last one, and a column without a declared type has that of the first row's value.
+    void RefreshColumns(bool hasRow);
+    /// Frees the statement; the session is closing.
+    void Drop() noexcept { handle_.reset(); }
+
+private:
+    void ReadColumns(int count);
+
+    SqliteStatementHandle handle_;
+    std::string text_;
+    std::size_t consumed_;
+    std::vector<ColumnInfo> columns_;
+    std::vector<int> untyped_;  // the columns whose type is that of the first row's value
+    int timesPrepared_ = 0;
+};
+
+/// Statements that are not in use, for the next run of the same text: at most 64, the longest unused goes
+/// first.
+class SqliteStatementCache {
+public:
+    /// Texts beyond this length are scripts or carry their data: not kept.
+    static constexpr std::size_t kLongestText = 8192;
+
+    /// The statement of that text, out of the cache; null when there is none.
+    std::unique_ptr<SqliteStatement> Take(std::string_view text);
+    void Keep(std::unique_ptr<SqliteStatement> statement);
+    void Clear() noexcept { entries_.clear(); }
+
+private:
+    struct Entry {
+        std::size_t hash;
+        std::unique_ptr<SqliteStatement> statement;
+    };
+    std::vector<Entry> entries_;  // the longest unused in front
+};
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,136 @@
+#include "ado/sqlite/sqlite_types.hpp"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string>
+#include <utility>
+
+#include "ado/cell_text.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+constexpr std::array<std::pair<std::string_view, std::int32_t>, 34> kNamedTypes{{
+    {"INTEGER", adBigInt},
+    {"INT", adBigInt},
+    {"BIGINT", adBigInt},
+    {"SMALLINT", adSmallInt},
+    {"TINYINT", adUnsignedTinyInt},
+    {"BOOLEAN", adBoolean},
+    {"BIT", adBoolean},
+    {"REAL", adDouble},
+    {"DOUBLE", adDouble},
+    {"FLOAT", adDouble},
+    {"NUMERIC", adNumeric},
+    {"DECIMAL", adNumeric},
+    {"MONEY", adCurrency},
+    {"CURRENCY", adCurrency},
+    {"DATE", adDBDate},
+    {"TIME", adDBTime},
+    {"DATETIME", adDBTimeStamp},
+    {"TIMESTAMP", adDBTimeStamp},
+    {"CHAR", adWChar},
+    {"NCHAR", adWChar},
+    {"VARCHAR", adVarWChar},
+    {"NVARCHAR", adVarWChar},
+    {"TEXT", adVarWChar},
+    {"MEMO", adLongVarWChar},
+    {"NTEXT", adLongVarWChar},
+    {"CLOB", adLongVarWChar},
+    {"LONGTEXT", adLongVarWChar},
+    {"BINARY", adBinary},
+    {"VARBINARY", adVarBinary},
+    {"BLOB", adLongVarBinary},
+    {"IMAGE", adLongVarBinary},
+    {"LONGVARBINARY", adLongVarBinary},
+    {"UNIQUEIDENTIFIER", adGUID},
+    {"GUID", adGUID},
+}};
+
+// The database's own rule for other names: the first of these that the name contains.
+constexpr std::array<std::pair<std::string_view, std::int32_t>, 8> kTypesByPart{{
+    {"INT", adBigInt},
+    {"CHAR", adVarWChar},
+    {"CLOB", adVarWChar},
+    {"TEXT", adVarWChar},
+    {"BLOB", adLongVarBinary},
+    {"REAL", adDouble},
+    {"FLOA", adDouble},
+    {"DOUB", adDouble},
+}};
+
+std::int32_t TypeOfName(std::string_view name) {
+    for (const auto& [listed, type] : kNamedTypes) {
+        if (name == listed) return type;
+    }
+    for (const auto& [part, type] : kTypesByPart) {
+        if (name.find(part) != std::string_view::npos) return type;
+    }
+    return 0;
+}
+
+constexpr bool HasNoFixedSize(std::int32_t type) noexcept {
+    return IsBytesType(type) || type == adWChar || type == adVarWChar || type == adLongVarWChar;
+}
+
+}  // namespace
+
+DeclaredType ReadDeclaredType(std::string_view declared) {
+    std::string name(declared.substr(0, declared.find('(')));
+    name.erase(name.find_last_not_of(' ') + 1);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    DeclaredType result{TypeOfName(name), 0};
+    if (const auto digits = declared.find_first_of("0123456789", name.size());
+        digits != std::string_view::npos && HasNoFixedSize(result.type)) {
+        std::from_chars(declared.data() + digits, declared.data() + declared.size(), result.size);
+    }
+    return result;
+}
+
+std::int32_t TypeOfValue(sqlite3_stmt* statement, int column) {
+    switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_INTEGER:
+            return adBigInt;
+        case SQLITE_FLOAT:
+            return adDouble;
+        case SQLITE_BLOB:
+            return adLongVarBinary;
+        default:
+            return adVarWChar;
+    }
+}
+
+std::int64_t DefinedSizeOf(DeclaredType declared, std::int64_t unbounded) {
+    switch (declared.type) {
+        case adBigInt:
+        case adDouble:
+        case adCurrency:
+            return 8;
+        case adSmallInt:
+        case adBoolean:
+            return 2;
+        case adUnsignedTinyInt:
+            return 1;
+        case adNumeric:
+            return 19;
+        case adDBDate:
+        case adDBTime:
+            return 6;
+        case adDBTimeStamp:
+        case adGUID:
+            return 16;
+        default:
+            return declared.size > 0 ? std::min(declared.size, unbounded) : unbounded;
+    }
+}
+
+std::int32_t AttributesOfType(std::int32_t type) {
+    if (type == adLongVarBinary || type == adLongVarWChar || type == adLongVarChar) return adFldLong;
+    return HasNoFixedSize(type) && type != adWChar && type != adBinary ? 0 : adFldFixed;
+}
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,96 @@
+#include <utility>
+#include <vector>
+
+#include <halvtiv/data_types.hpp>
+
+#include "definitions/function_def.hpp"
+#include "documents/call_inside.hpp"
+#include "foundation/this_utils.hpp"
+#include "platform/text.hpp"
+
+namespace halvtiv {
+
+namespace {
+
+[[noreturn]] void Raise(const std::string& message) {
+    throw OwnError("clsZorbFunctionDef", "Compile error: " + message);
+}
+
+/// What stands for a declared parameter's placeholder.
+struct Substitution {
+    std::string placeholder;
+    std::string text;
+};
+using Substitutions = std::vector<Substitution>;
+
+/// Checks the values given for the declared parameters and says what stands for each placeholder.
+Substitutions CheckValues(const ZorbFunctionCall& call, const ZorbColumnDataItems& paramDefs) {
+    Substitutions substitutions;
+    for (const ZorbColumnDataItemPtr& paramDef : paramDefs) {
+        const ZorbColumnDataItemPtr param = CallInside::FindParam(call, paramDef->Name);
+        if (!param) Raise("No value provided for defined parameter - \"" + paramDef->Name + "\".");
+        if (!IsValidDataValue(param->Value, paramDef->DataType)) {
+            Raise("Invalid data type for provided parameter value - \"" + paramDef->Name + "\"(required " +
+                  paramDef->Value + ".)");
+        }
+        const bool doubleQuotes = paramDef->DataType == QORV_STOCKDT_TEXT && paramDef->ExtraValue == "quote";
+        substitutions.push_back(
+            {"%" + paramDef->Name + "%", doubleQuotes ? EscapeSqlQuotes(param->Value) : param->Value});
+    }
+    return substitutions;
+}
+
+/// What the call does not name itself comes from the body.
+void MergeParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
+    for (const ZorbColumnDataItemPtr& item : CallInside::Params(body)) {
+        if (CallInside::FindParam(call, item->Name)) continue;
+        if (!CallInside::Params(call).Add(item->Name, item->Value)) {
+            Raise("Failed to add function parameter - \"" + item->Name + ".");
+        }
+    }
+}
+
+void MergeBlock(ZorbColumnDataItems& block, const ZorbColumnDataItems& bodyBlock) {
+    for (const ZorbColumnDataItemPtr& item : bodyBlock) {
+        if (block.GetItemByName(item->Name)) continue;
+        if (!block.AddItem(*item)) {
+            Raise("Failed to merge function data parameter - \"" + bodyBlock.Tag() + ".");
+        }
+    }
+}
+
+void MergeDataParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
+    for (const ZorbColumnDataItemsPtr& bodyBlock : CallInside::Blocks(body)) {
+        if (const ZorbColumnDataItemsPtr block = CallInside::FindBlock(call, bodyBlock->Tag())) {
+            MergeBlock(*block, *bodyBlock);
+        } else if (!CallInside::AddBlock(call, *bodyBlock)) {
+            Raise("Failed to add function data parameter - \"" + bodyBlock->Tag() + ".");
+        }
+    }
+}
+
+/// One after the other on the text as it has become: a value may bring in a later parameter's placeholder.
+void Substitute(const ZorbColumnDataItems& items, const Substitutions& substitutions) {
+    for (const ZorbColumnDataItemPtr& item : items) {
+        if (item->Value.find('%') == std::string::npos) continue;
+        for (const auto& [placeholder, text] : substitutions) {
+            item->Value = platform::ReplaceAll(item->Value, placeholder, text);
+        }
+    }
+}
+
+}  // namespace
+
+void clsZorbFunctionDef::Compile(ZorbFunctionCall& call) {
+    if (call.FunctionName() != functionName_) {
+        Raise("function name not match - \"" + call.FunctionName() + "\" and \"" + functionName_ + "\".");
+    }
+    const Substitutions substitutions = CheckValues(call, paramDefs_);
+    call.FunctionName(FunctionBase());
+    MergeParams(call, functionBody_);
+    MergeDataParams(call, functionBody_);
+    Substitute(CallInside::Params(call), substitutions);
+    for (const ZorbColumnDataItemsPtr& block : CallInside::Blocks(call)) Substitute(*block, substitutions);
+}
+
+}  // namespace halvtiv

@@ -1,0 +1,252 @@
+#include <halvtiv/function_result.hpp>
+
+#include <utility>
+
+#include <halvtiv/data_types.hpp>
+
+#include "ado/recordset_state.hpp"
+#include "documents/item_xml.hpp"
+#include "documents/recordset_rows.hpp"
+#include "documents/result_content.hpp"
+#include "documents/result_hand_over.hpp"
+#include "foundation/err_object.hpp"
+#include "foundation/guarded.hpp"
+#include "foundation/this_utils.hpp"
+#include "platform/number.hpp"
+
+namespace halvtiv {
+
+namespace {
+
+constexpr std::string_view kClass = "ZorbFunctionResult";
+constexpr std::size_t kUsualEntry = 2048;  // bytes that hold the rows of most requests
+
+[[noreturn]] void Raise(std::string message) {
+    throw OwnError(kClass, std::move(message));
+}
+
+ResultEntry NewEntry(std::string_view guid, QorvResultTypeEnum type, std::string_view dataFolder = {}) {
+    RequireXmlText(guid);
+    RequireXmlText(dataFolder);
+    ResultEntry entry;
+    entry.attributes.reserve(3);
+    entry.attributes.emplace_back("guid", guid);
+    entry.attributes.emplace_back("type", ResultTypeToName(type));
+    if (!dataFolder.empty()) entry.attributes.emplace_back("datafolder", dataFolder);
+    return entry;
+}
+
+/// Row 0 of an entry that is no table.
+template <typename... Cells>
+void AppendSingleRow(ResultEntry& entry, const Cells&... cells) {
+    entry.content.Append("<row index=\"0\">");
+    (AppendItem(entry.content, "col", cells, WriteExtra::WhenNotEmpty), ...);
+    entry.content.Append("</row>");
+}
+
+}  // namespace
+
+struct ZorbFunctionResult::Impl {
+    std::unique_ptr<ResultContent> content = NewTextContent();
+    std::shared_ptr<pugi::xml_document> document;  // once it is the truth
+    clsZorbErrObject errors{kProductName, kClass};
+
+    void Become(std::unique_ptr<ResultContent> other) {
+        content = std::move(other);
+        document.reset();
+    }
+
+    void BecomeTree() {
+        if (document) return;
+        std::shared_ptr<pugi::xml_document> tree = TreeOf(*content);
+        content = NewTreeContent(tree);
+        document = std::move(tree);
+    }
+
+    /// The content, in a form that can look this key up: one with a quote is an expression.
+    ResultContent& ContentFor(std::string_view guid) {
+        if (guid.find('\'') != std::string_view::npos) BecomeTree();
+        return *content;
+    }
+
+    void AppendRecords(std::string_view guid, const ado::RecordsetPtr& recordset,
+                       std::string_view dataFolder) {
+        const std::string folder = AddPathSeparator(dataFolder);
+        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_DATA, folder);
+        entry.content = platform::TextBuffer(kUsualEntry);
+        std::size_t complete = 0;
+        try {
+            ado::RecordsetState& state = ado::RecordsetState::Of(recordset);
+            const RecordsetRows rows(state.Columns(), folder, errors);
+            rows.AppendHeader(entry.content);
+            complete = entry.content.Size();
+            for (std::int64_t index = 1; !state.AtEnd(); ++index) {
+                rows.AppendRow(entry.content, state.Row(), index);
+                complete = entry.content.Size();
+                state.MoveNext();
+            }
+        } catch (...) {  // what came before the failure stays
+            entry.content.CutTo(complete);
+            content->AppendEntry(std::move(entry));
+            throw;
+        }
+        content->AppendEntry(std::move(entry));
+    }
+};
+
+ZorbFunctionResult::ZorbFunctionResult() : impl_(std::make_unique<Impl>()) {}
+ZorbFunctionResult::~ZorbFunctionResult() = default;
+
+std::shared_ptr<pugi::xml_document> ZorbFunctionResult::ResultXMLDOMDoc() {
+    impl_->BecomeTree();
+    return impl_->document;
+}
+
+std::string ZorbFunctionResult::ResultGUID() const {
+    return impl_->content->RootAttribute("guid");
+}
+
+void ZorbFunctionResult::ResultGUID(std::string_view sResultGUID) {
+    RequireXmlText(sResultGUID);
+    impl_->content->SetRootAttribute("guid", sResultGUID);
+}
+
+std::string ZorbFunctionResult::ResultName() const {
+    return impl_->content->RootAttribute("name");
+}
+
+void ZorbFunctionResult::ResultName(std::string_view sResultName) {
+    RequireXmlText(sResultName);
+    impl_->content->SetRootAttribute("name", sResultName);
+}
+
+void ZorbFunctionResult::Reset() {
+    impl_->Become(NewTextContent());
+    impl_->errors.Clear();
+}
+
+std::int32_t ZorbFunctionResult::GetResultType(std::string_view guid) {
+    return Guarded(impl_->errors, static_cast<std::int32_t>(QORV_OUTPUT_UNKNOWN), [&] {
+        const std::optional<std::string> type = impl_->ContentFor(guid).EntryType(guid);
+        return type ? ResultTypeFromName(*type) : static_cast<std::int32_t>(QORV_OUTPUT_UNKNOWN);
+    });
+}
+
+void ZorbFunctionResult::RaiseResultError(std::string_view guid) {
+    std::string number, description, source;
+    if (GetResultType(guid) == QORV_OUTPUT_ERROR) {
+        if (const ZorbColumnDataItemsPtr row = GetResultDataItem(guid, 0)) {
+            number = row->GetItemValueByName("number");
+            source = row->GetItemValueByName("source");
+            description = row->GetItemValueByName("description");
+        }
+    }
+    // Converted before anything is tested: a key without an error raises 13.
+    const std::int32_t errorNumber = platform::TextToInt32(number);
+    if (description.empty() && errorNumber == 0 && source.empty()) return;
+    throw ErrorInfo(errorNumber, description, source);
+}
+
+std::int32_t ZorbFunctionResult::GetResultDataCount(std::string_view guid) {
+    return Guarded(impl_->errors, -1, [&] {
+        const std::optional<std::string> index = impl_->ContentFor(guid).LastRowIndex(guid);
+        if (!index) Raise("Specified data not found - " + std::string(guid) + ".");
+        return platform::TextToInt32(*index);
+    });
+}
+
+ZorbColumnDataItemsPtr ZorbFunctionResult::GetResultDataItem(std::string_view guid, std::int32_t index) {
+    return Guarded(impl_->errors, ZorbColumnDataItemsPtr(), [&] {
+        const std::optional<std::string> row = impl_->ContentFor(guid).RowXml(guid, index);
+        if (!row) return ZorbColumnDataItemsPtr();
+        auto items = std::make_shared<ZorbColumnDataItems>();
+        items->Parse(*row, "col");
+        return items;
+    });
+}
+
+std::string ZorbFunctionResult::GetResultDataItemXml(std::string_view guid, std::int32_t index) {
+    return Guarded(impl_->errors, std::string(),
+                   [&] { return impl_->ContentFor(guid).RowXml(guid, index).value_or(std::string()); });
+}
+
+std::string ZorbFunctionResult::GetResultDataXml(std::string_view guid) {
+    return Guarded(impl_->errors, std::string(), [&] {
+        std::optional<std::string> entry = impl_->ContentFor(guid).EntryXml(guid);
+        if (!entry) Raise("Specified data not found.");
+        return std::move(*entry);
+    });
+}
+
+bool ZorbFunctionResult::ChangeResultDataGUID(std::string_view oldGuid, std::string_view newGuid) {
+    return Succeeds(impl_->errors, [&] {
+        RequireXmlText(newGuid);
+        if (!impl_->ContentFor(oldGuid).RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
+    });
+}
+
+bool ZorbFunctionResult::AddFunctionResult_Error(std::string_view guid, std::int32_t number,
+                                                 std::string_view description, std::string_view source) {
+    return Succeeds(impl_->errors, [&] {
+        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_ERROR);
+        AppendSingleRow(entry, ZorbColumnDataItem{"number", std::to_string(number), QORV_COLUMN_DATA, {}},
+                        ZorbColumnDataItem{"description", std::string(description), QORV_COLUMN_DATA, {}},
+                        ZorbColumnDataItem{"source", std::string(source), QORV_COLUMN_DATA, {}});
+        ResultContent& content = impl_->ContentFor(guid);
+        content.RemoveEntries(guid);
+        content.AppendEntry(std::move(entry));
+    });
+}
+
+bool ZorbFunctionResult::AddFunctionResult_Info(std::string_view guid, std::int32_t returnValue) {
+    return Succeeds(impl_->errors, [&] {
+        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_INFO);
+        AppendSingleRow(entry,
+                        ZorbColumnDataItem{"return", std::to_string(returnValue), QORV_COLUMN_DATA, {}});
+        impl_->content->AppendEntry(std::move(entry));
+    });
+}
+
+bool ZorbFunctionResult::AddFunctionResult_Data(std::string_view guid, ado::RecordsetPtr& recordset,
+                                                std::string_view dataFolder) {
+    // A cell's file that could not be written is recorded, too, although this succeeds.
+    return Succeeds(impl_->errors, [&] { impl_->AppendRecords(guid, recordset, dataFolder); });
+}
+
+bool ZorbFunctionResult::Save(std::string& xml) {
+    xml.clear();
+    return Succeeds(
+        impl_->errors, [&] { impl_->content->CopyTo(xml); }, [&] { xml.clear(); });
+}
+
+bool ResultHandOver::Save(ZorbFunctionResult& result, std::string& xml) {
+    xml.clear();
+    return Succeeds(
+        result.impl_->errors, [&] { result.impl_->content->MoveTo(xml); }, [&] { xml.clear(); });
+}
+
+bool ZorbFunctionResult::SaveToFile(std::string_view path) {
+    return Succeeds(impl_->errors, [&] { SaveXmlFile(impl_->content->ToText(), path); });
+}
+
+bool ZorbFunctionResult::Parse(std::string_view xml) {
+    return Succeeds(
+        impl_->errors,
+        [&] {
+            impl_->Become(NewTextContent());
+            std::unique_ptr<ResultContent> parsed = ParseTextContent(xml);
+            if (!parsed) Raise("Failed to load Xml Param.");
+            impl_->Become(std::move(parsed));
+        },
+        [&] { impl_->Become(NewTextContent()); });
+}
+
+bool ZorbFunctionResult::RaiseLastError() const {
+    return impl_->errors.Raise();
+}
+
+std::string ZorbFunctionResult::GetLastError() const {
+    return impl_->errors.GetErrorMsg();
+}
+
+}  // namespace halvtiv

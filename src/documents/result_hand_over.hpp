@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include <halvtiv/function_result.hpp>
+
+namespace halvtiv {
+
+/// For the engine, which throws a result away once it is saved.
+struct ResultHandOver {
+    /// `ZorbFunctionResult::Save` that gives the text over instead of copying it: the result is empty
+    /// afterwards.
+    static bool Save(ZorbFunctionResult& result, std::string& xml);
+};
+
+}  // namespace halvtiv

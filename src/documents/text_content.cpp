@@ -1,0 +1,331 @@
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "documents/item_xml.hpp"
+#include "documents/result_content.hpp"
+#include "documents/row_index.hpp"
+#include "platform/number.hpp"
+#include "platform/run_time_error.hpp"
+#include "platform/xml_reader.hpp"
+#include "platform/xml_writer.hpp"
+
+namespace halvtiv {
+
+namespace {
+
+using platform::TextBuffer;
+
+void AppendStartTag(TextBuffer& xml, std::string_view name,
+                    const std::vector<std::pair<std::string, std::string>>& attributes) {
+    xml.Append('<');
+    xml.Append(name);
+    for (const auto& [attribute, value] : attributes) AppendAttribute(xml, attribute, value);
+}
+
+void AppendEndTag(TextBuffer& xml, std::string_view name) {
+    xml.Append("</");
+    xml.Append(name);
+    xml.Append('>');
+}
+
+/// A child of the root: an entry, or markup of another kind that is kept as it is.
+struct Child {
+    bool isEntry = true;
+    ResultEntry entry;  // of another kind: only the content counts
+    mutable std::unique_ptr<RowIndex> rows;
+
+    const RowIndex& Rows() const {
+        if (!rows) rows = std::make_unique<RowIndex>(entry.content);
+        return *rows;
+    }
+};
+
+class ResultReader;
+
+class TextContent final : public ResultContent {
+public:
+    std::string RootAttribute(const char* name) const override {
+        const auto found = FindRootAttribute(name);
+        return found == rootAttributes_.end() ? std::string() : found->second;
+    }
+
+    void SetRootAttribute(const char* name, std::string_view value) override {
+        const auto found = FindRootAttribute(name);
+        if (found == rootAttributes_.end()) {
+            rootAttributes_.emplace_back(name, value);
+        } else {
+            rootAttributes_[static_cast<std::size_t>(found - rootAttributes_.begin())].second = value;
+        }
+    }
+
+    std::optional<std::string> EntryType(std::string_view guid) const override {
+        const Child* child = FindEntry(guid);
+        if (child == nullptr) return std::nullopt;
+        return std::string(child->entry.Attribute("type"));
+    }
+
+    std::optional<std::string> LastRowIndex(std::string_view guid) const override {
+        for (const auto& child : children_) {
+            if (IsEntry(*child, guid) && !child->Rows().Empty()) return child->Rows().LastIndex();
+        }
+        return std::nullopt;
+    }
+
+    std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
+        char number[platform::kNumberTextSize];
+        const std::string_view wanted = platform::IntegerText(index, number);
+        for (const auto& child : children_) {
+            if (!IsEntry(*child, guid)) continue;
+            if (const auto row = child->Rows().Find(wanted)) return std::string(*row);
+        }
+        return std::nullopt;
+    }
+
+    std::optional<std::string> EntryXml(std::string_view guid) const override {
+        const Child* child = FindEntry(guid);
+        if (child == nullptr) return std::nullopt;
+        TextBuffer xml;
+        child->entry.AppendTo(xml);
+        return xml.ToString();
+    }
+
+    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
+        for (auto& child : children_) {
+            if (!IsEntry(*child, oldGuid)) continue;
+            for (auto& [name, value] : child->entry.attributes) {
+                if (name == "guid") value = newGuid;
+            }
+            return true;
+        }
+        return false;
+    }
+
+    void RemoveEntries(std::string_view guid) override {
+        std::erase_if(children_, [guid](const auto& child) { return IsEntry(*child, guid); });
+    }
+
+    void AppendEntry(ResultEntry entry) override {
+        auto child = std::make_unique<Child>();
+        child->entry = std::move(entry);
+        children_.push_back(std::move(child));
+    }
+
+    void CopyTo(std::string& xml) const override {
+        xml.reserve(xml.size() + EnoughRoom());
+        WriteParts([&xml](const TextBuffer& part) { part.CopyTo(xml); },
+                   [&xml](const Child& child) { child.entry.content.CopyTo(xml); });
+    }
+
+    void MoveTo(std::string& xml) override {
+        xml.reserve(xml.size() + EnoughRoom());
+        WriteParts([&xml](const TextBuffer& part) { part.CopyTo(xml); },
+                   [&xml](Child& child) {
+                       child.rows.reset();
+                       child.entry.content.MoveTo(xml);
+                   });
+        children_.clear();
+        rootAttributes_.clear();
+        rootName_ = kRootName;
+    }
+
+    TextBuffer ToText() const override {
+        TextBuffer xml(1024);
+        WriteParts([&xml](const TextBuffer& part) { xml.Append(part); },
+                   [&xml](const Child& child) { xml.Append(child.entry.content); });
+        return xml;
+    }
+
+private:
+    friend class ResultReader;
+    static constexpr const char* kRootName = "result";
+
+    static bool IsEntry(const Child& child, std::string_view guid) {
+        if (!child.isEntry) return false;
+        // An entry without a key is found by none, not even by an empty one.
+        return std::any_of(
+            child.entry.attributes.begin(), child.entry.attributes.end(),
+            [guid](const auto& attribute) { return attribute.first == "guid" && attribute.second == guid; });
+    }
+
+    const Child* FindEntry(std::string_view guid) const {
+        for (const auto& child : children_) {
+            if (IsEntry(*child, guid)) return child.get();
+        }
+        return nullptr;
+    }
+
+    std::vector<std::pair<std::string, std::string>>::const_iterator FindRootAttribute(
+        std::string_view name) const {
+        return std::find_if(rootAttributes_.begin(), rootAttributes_.end(),
+                            [name](const auto& attribute) { return attribute.first == name; });
+    }
+
+    /// Gives the document's tags to writeTags and what children hold to writeContent, in order.
+    template <typename WriteTags, typename WriteContent>
+    void WriteParts(WriteTags&& writeTags, WriteContent&& writeContent) const {
+        TextBuffer tags;
+        AppendStartTag(tags, rootName_, rootAttributes_);
+        if (children_.empty()) {
+            tags.Append("/>");
+            writeTags(tags);
+            return;
+        }
+        tags.Append('>');
+        for (const auto& child : children_) {
+            const bool empty = child->entry.content.Empty();
+            if (child->isEntry) {
+                AppendStartTag(tags, "data", child->entry.attributes);
+                tags.Append(empty ? "/>" : ">");
+            }
+            writeTags(tags);
+            tags.CutTo(0);
+            writeContent(*child);
+            if (child->isEntry && !empty) AppendEndTag(tags, "data");
+        }
+        AppendEndTag(tags, rootName_);
+        writeTags(tags);
+    }
+
+    /// No less than the size of the document's text, and little more.
+    std::size_t EnoughRoom() const {
+        std::size_t size = 2 * rootName_.size() + 8 + RoomForAttributes(rootAttributes_);
+        for (const auto& child : children_) {
+            constexpr std::size_t kTags = 16;
+            size += kTags + RoomForAttributes(child->entry.attributes) + child->entry.content.Size();
+        }
+        return size;
+    }
+
+    static std::size_t RoomForAttributes(const std::vector<std::pair<std::string, std::string>>& attributes) {
+        constexpr std::size_t kMostByEscaping = 6;
+        std::size_t size = 0;
+        for (const auto& [name, value] : attributes) size += name.size() + 4 + kMostByEscaping * value.size();
+        return size;
+    }
+
+    std::string rootName_ = kRootName;
+    std::vector<std::pair<std::string, std::string>> rootAttributes_;
+    std::vector<std::unique_ptr<Child>> children_;
+};
+
+/// Turns what the reader tells into children of a result, their markup written by our own writer.
+class ResultReader final : public platform::XmlHandler {
+public:
+    explicit ResultReader(TextContent& content) : content_(content) {}
+
+    void StartElement(std::string_view name, std::span<const platform::XmlAttribute> attributes) override {
+        if (depth_ == 0) {
+            content_.rootName_ = name;
+            for (const auto& [key, value] : attributes) content_.rootAttributes_.emplace_back(key, value);
+        } else if (depth_ == 1 && name == "data") {
+            ResultEntry& entry = NewChild(true).entry;
+            entry.attributes.reserve(attributes.size());
+            for (const auto& [key, value] : attributes) entry.attributes.emplace_back(key, value);
+        } else {
+            TextBuffer& xml = BeginNode();
+            xml.Append('<');
+            xml.Append(name);
+            for (const auto& [key, value] : attributes) AppendAttribute(xml, key, value);
+            xml.Append('>');
+            justOpened_ = true;
+        }
+        ++depth_;
+    }
+
+    void EndElement(std::string_view name) override {
+        --depth_;
+        if (depth_ == 0) return;
+        if (depth_ == 1 && inEntry_) {
+            inEntry_ = false;
+            return;
+        }
+        TextBuffer& xml = Current();
+        if (std::exchange(justOpened_, false)) {
+            xml.CutTo(xml.Size() - 1);
+            xml.Append("/>");
+        } else {
+            AppendEndTag(xml, name);
+        }
+    }
+
+    void Text(std::string_view text) override {
+        if (!platform::AppendXmlElementText(BeginNode(), text)) {
+            platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);
+        }
+    }
+
+    void Comment(std::string_view text) override {
+        TextBuffer& xml = BeginNode();
+        xml.Append("<!--");
+        xml.Append(text);
+        xml.Append("-->");
+    }
+
+    void ProcessingInstruction(std::string_view target, std::string_view data) override {
+        TextBuffer& xml = BeginNode();
+        xml.Append("<?");
+        xml.Append(target);
+        if (!data.empty()) xml.Append(' ');
+        xml.Append(data);
+        xml.Append("?>");
+    }
+
+private:
+    Child& NewChild(bool isEntry) {
+        content_.children_.push_back(std::make_unique<Child>());
+        content_.children_.back()->isEntry = isEntry;
+        inEntry_ = isEntry;
+        return *content_.children_.back();
+    }
+
+    TextBuffer& Current() { return content_.children_.back()->entry.content; }
+
+    /// Where the markup goes that begins now: children of an entry, and of the root, each in a run of its
+    /// own.
+    TextBuffer& BeginNode() {
+        const bool ofRoot = depth_ == 1;
+        if (ofRoot && (content_.children_.empty() || content_.children_.back()->isEntry)) NewChild(false);
+        if (ofRoot || (depth_ == 2 && inEntry_)) Current().BeginRun();
+        justOpened_ = false;
+        return Current();
+    }
+
+    TextContent& content_;
+    int depth_ = 0;            // elements open
+    bool inEntry_ = false;     // inside a "data" child of the root
+    bool justOpened_ = false;  // nothing came since a start tag
+};
+
+}  // namespace
+
+std::string_view ResultEntry::Attribute(std::string_view name) const {
+    for (const auto& [key, value] : attributes) {
+        if (key == name) return value;
+    }
+    return {};
+}
+
+void ResultEntry::AppendTo(TextBuffer& xml) const {
+    AppendStartTag(xml, "data", attributes);
+    if (content.Empty()) {
+        xml.Append("/>");
+        return;
+    }
+    xml.Append('>');
+    xml.Append(content);
+    AppendEndTag(xml, "data");
+}
+
+std::unique_ptr<ResultContent> NewTextContent() {
+    return std::make_unique<TextContent>();
+}
+
+std::unique_ptr<ResultContent> ParseTextContent(std::string_view xml) {
+    auto content = std::make_unique<TextContent>();
+    ResultReader reader(*content);
+    if (!platform::ReadXmlText(xml, reader)) return nullptr;
+    return content;
+}
+
+}  // namespace halvtiv

@@ -1,0 +1,130 @@
+#include <new>
+#include <utility>
+
+#include "documents/item_xml.hpp"
+#include "documents/result_content.hpp"
+#include "foundation/xml_utils.hpp"
+#include "platform/run_time_error.hpp"
+#include "platform/xml_writer.hpp"
+
+namespace halvtiv {
+
+namespace {
+
+using platform::RaiseRunTimeError;
+using platform::RunTimeError;
+using platform::TextBuffer;
+
+// Our own text as a tree: nothing is dropped or normalised on the way.
+constexpr unsigned kTreeOptions = pugi::parse_escapes | pugi::parse_comments | pugi::parse_pi;
+
+TextBuffer MarkupOf(const pugi::xml_node& node) {
+    TextBuffer xml(1024);
+    if (!platform::AppendXmlNode(xml, node)) RaiseRunTimeError(RunTimeError::InvalidArgument);
+    return xml;
+}
+
+class TreeContent final : public ResultContent {
+public:
+    explicit TreeContent(std::shared_ptr<pugi::xml_document> document) : document_(std::move(document)) {}
+
+    std::string RootAttribute(const char* name) const override {
+        return std::string(GetXmlAttribute(document_->document_element(), name));
+    }
+
+    void SetRootAttribute(const char* name, std::string_view value) override {
+        pugi::xml_node root = RequireRoot();
+        pugi::xml_attribute attribute = root.attribute(name);
+        if (!attribute) attribute = root.append_attribute(name);
+        attribute.set_value(std::string(value).c_str());
+    }
+
+    std::optional<std::string> EntryType(std::string_view guid) const override {
+        const pugi::xml_node entry = Select(guid, "");
+        if (!entry) return std::nullopt;
+        return std::string(GetXmlAttribute(entry, "type"));
+    }
+
+    std::optional<std::string> LastRowIndex(std::string_view guid) const override {
+        const pugi::xml_node row = Select(guid, "/row[last()]");
+        if (!row) return std::nullopt;
+        return std::string(GetXmlAttribute(row, "index", "0"));
+    }
+
+    std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
+        const pugi::xml_node row = Select(guid, "/row[@index='" + std::to_string(index) + "']");
+        if (!row) return std::nullopt;
+        return MarkupOf(row).ToString();
+    }
+
+    std::optional<std::string> EntryXml(std::string_view guid) const override {
+        const pugi::xml_node entry = Select(guid, "");
+        if (!entry) return std::nullopt;
+        return MarkupOf(entry).ToString();
+    }
+
+    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
+        pugi::xml_node entry = Select(oldGuid, "");
+        if (!entry) return false;
+        pugi::xml_attribute attribute = entry.attribute("guid");
+        if (!attribute) attribute = entry.append_attribute("guid");
+        attribute.set_value(std::string(newGuid).c_str());
+        return true;
+    }
+
+    void RemoveEntries(std::string_view guid) override { RemoveXmlNodes(*document_, Expression(guid, "")); }
+
+    void AppendEntry(ResultEntry entry) override {
+        TextBuffer xml;
+        entry.AppendTo(xml);
+        const std::string text = xml.ToString();
+        RequireRoot().append_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8);
+    }
+
+    void CopyTo(std::string& xml) const override {
+        const TextBuffer text = ToText();
+        xml.reserve(xml.size() + text.Size());
+        text.CopyTo(xml);
+    }
+
+    void MoveTo(std::string& xml) override { CopyTo(xml); }
+
+    TextBuffer ToText() const override { return MarkupOf(*document_); }
+
+private:
+    static std::string Expression(std::string_view guid, std::string_view rest) {
+        return "/*/data[@guid='" + std::string(guid) + "']" + std::string(rest);
+    }
+
+    pugi::xml_node Select(std::string_view guid, std::string_view rest) const {
+        return SelectXmlNodes(*document_, Expression(guid, rest)).first().node();
+    }
+
+    /// The root may be gone: the document is in other hands, too.
+    pugi::xml_node RequireRoot() const {
+        const pugi::xml_node root = document_->document_element();
+        if (!root) RaiseRunTimeError(RunTimeError::ObjectNotSet);
+        return root;
+    }
+
+    std::shared_ptr<pugi::xml_document> document_;
+};
+
+}  // namespace
+
+std::shared_ptr<pugi::xml_document> TreeOf(const ResultContent& content) {
+    std::string text;
+    content.CopyTo(text);
+    auto document = std::make_shared<pugi::xml_document>();
+    const pugi::xml_parse_result parsed =
+        document->load_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8);
+    if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();
+    if (!parsed) RaiseRunTimeError(RunTimeError::InvalidArgument);
+    return document;
+}
+
+std::unique_ptr<ResultContent> NewTreeContent(std::shared_ptr<pugi::xml_document> document) {
+    return std::make_unique<TreeContent>(std::move(document));
+}
+
+}  // namespace halvtiv

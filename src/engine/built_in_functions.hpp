@@ -1,0 +1,29 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include <halvtiv/function_call.hpp>
+#include <halvtiv/function_result.hpp>
+
+#include "engine/engine_state.hpp"
+
+namespace halvtiv {
+
+/// Runs a call and fills the result; false with the engine's last error when it fails. What it has added by
+/// then stays.
+using BuiltInHandler = bool (*)(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+
+/// The handler of a built-in name in any letter case, untrimmed; null when there is none.
+BuiltInHandler FindBuiltInHandler(std::string_view name);
+/// All built-in names, lower-case.
+std::span<const std::string_view> BuiltInNames();
+
+// Reading.
+bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+
+// Changing and running free statements.
+bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+
+}  // namespace halvtiv

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <halvtiv/ado.hpp>
+#include <halvtiv/function_call.hpp>
+#include <halvtiv/function_result.hpp>
+
+#include "engine/engine_state.hpp"
+
+namespace halvtiv {
+
+// Steps that handlers share. Each raises what fails.
+
+/// The "sql" of a call; "Invalid Xml - sql parameter missed." when it is empty.
+std::string RequireSql(const ZorbFunctionCall& call);
+
+/// Opens a recordset on a query.
+ado::RecordsetPtr OpenData(EngineState& engine, std::string_view sql, ado::CursorTypeEnum cursorType);
+
+/// Adds a recordset's rows to the result.
+void AddRows(ZorbFunctionResult& result, std::string_view guid, ado::RecordsetPtr& recordset,
+             std::string_view dataFolder);
+
+}  // namespace halvtiv

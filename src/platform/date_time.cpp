@@ -1,0 +1,155 @@
+#include "platform/date_time.hpp"
+
+#include "platform/text.hpp"
+
+namespace halvtiv::platform {
+
+namespace {
+
+// Reads a text from its front; a step that does not fit leaves the text as it was.
+class DateReader {
+public:
+    explicit DateReader(std::string_view text) noexcept : rest_(text) {}
+
+    bool AtEnd() const noexcept { return rest_.empty(); }
+
+    bool Skip(char character) noexcept {
+        if (!rest_.starts_with(character)) return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+
+    /// Exactly `count` digits with a value in that range.
+    bool Digits(std::size_t count, std::int32_t lowest, std::int32_t highest, std::int32_t& value) noexcept {
+        if (rest_.size() < count) return false;
+        std::int32_t number = 0;
+        for (const char character : rest_.substr(0, count)) {
+            if (!IsDigit(character)) return false;
+            number = number * 10 + (character - '0');
+        }
+        if (number < lowest || number > highest) return false;
+        rest_.remove_prefix(count);
+        value = number;
+        return true;
+    }
+
+    /// One to nine digits after the second's point.
+    bool Fraction(std::int32_t& nanosecond) noexcept {
+        std::size_t count = 0;
+        std::int32_t number = 0;
+        while (count < rest_.size() && IsDigit(rest_[count])) {
+            if (++count > 9) return false;
+            number = number * 10 + (rest_[count - 1] - '0');
+        }
+        if (count == 0) return false;
+        rest_.remove_prefix(count);
+        for (; count < 9; ++count) number *= 10;
+        nanosecond = number;
+        return true;
+    }
+
+    bool LooksLikeTime() const noexcept { return rest_.size() > 2 && rest_[2] == ':'; }
+
+private:
+    static bool IsDigit(char character) noexcept { return character >= '0' && character <= '9'; }
+
+    std::string_view rest_;
+};
+
+std::int32_t DaysOfMonth(std::int32_t year, std::int32_t month) noexcept {
+    if (month == 2) return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0) ? 29 : 28;
+    return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+}
+
+bool ReadDate(DateReader& reader, DateTime& value) noexcept {
+    if (!reader.Digits(4, 1, 9999, value.Year)) return false;
+    const char separator = reader.Skip('/') ? '/' : '-';
+    if (separator == '-' && !reader.Skip('-')) return false;
+    return reader.Digits(2, 1, 12, value.Month) && reader.Skip(separator) &&
+           reader.Digits(2, 1, DaysOfMonth(value.Year, value.Month), value.Day);
+}
+
+bool ReadTime(DateReader& reader, DateTime& value) noexcept {
+    if (!reader.Digits(2, 0, 23, value.Hour) || !reader.Skip(':')) return false;
+    if (!reader.Digits(2, 0, 59, value.Minute)) return false;
+    if (!reader.Skip(':')) return true;
+    if (!reader.Digits(2, 0, 59, value.Second)) return false;
+    return !reader.Skip('.') || reader.Fraction(value.Nanosecond);
+}
+
+bool ReadOffset(DateReader& reader) noexcept {
+    if (reader.Skip('Z')) return true;
+    std::int32_t unused = 0;
+    if (!reader.Skip('+') && !reader.Skip('-')) return false;
+    if (!reader.Digits(2, 0, 23, unused)) return false;
+    return reader.AtEnd() || ((reader.Skip(':') || true) && reader.Digits(2, 0, 59, unused));
+}
+
+char* PutDigits(char* to, std::int32_t value, int count) noexcept {
+    auto rest = static_cast<std::uint32_t>(value);
+    for (char* at = to + count; at != to; rest /= 10) *--at = static_cast<char>('0' + rest % 10);
+    return to + count;
+}
+
+char* PutDate(char* to, const DateTime& value) noexcept {
+    to = PutDigits(to, value.Year, 4);
+    *to++ = '-';
+    to = PutDigits(to, value.Month, 2);
+    *to++ = '-';
+    return PutDigits(to, value.Day, 2);
+}
+
+char* PutTime(char* to, const DateTime& value) noexcept {
+    to = PutDigits(to, value.Hour, 2);
+    *to++ = ':';
+    to = PutDigits(to, value.Minute, 2);
+    *to++ = ':';
+    to = PutDigits(to, value.Second, 2);
+    if (value.Nanosecond == 0) return to;
+    *to++ = '.';
+    to = PutDigits(to, value.Nanosecond, 9);
+    while (to[-1] == '0') --to;
+    return to;
+}
+
+}  // namespace
+
+std::optional<ParsedDateTime> ParseDateTime(std::string_view text) {
+    DateReader reader(TrimBlanks(text));
+    ParsedDateTime parsed;
+    DateTime& value = parsed.value;
+
+    if (reader.LooksLikeTime()) {
+        value.Which = DateTime::Parts::Time;
+    } else {
+        if (!ReadDate(reader, value)) return std::nullopt;
+        if (reader.AtEnd()) {
+            value.Which = DateTime::Parts::Date;
+            return parsed;
+        }
+        if (!reader.Skip(' ') && !reader.Skip('T')) return std::nullopt;
+    }
+    if (!ReadTime(reader, value)) return std::nullopt;
+    if (!reader.AtEnd()) {
+        if (!ReadOffset(reader) || !reader.AtEnd()) return std::nullopt;
+        parsed.hasOffset = true;
+    }
+    return parsed;
+}
+
+std::string_view DateTimeText(const DateTime& value, char (&buffer)[kDateTimeTextSize]) noexcept {
+    char* end = buffer;
+    if (value.Which != DateTime::Parts::Time) end = PutDate(end, value);
+    if (value.Which == DateTime::Parts::DateAndTime) *end++ = ' ';
+    if (value.Which != DateTime::Parts::Date) end = PutTime(end, value);
+    return {buffer, end};
+}
+
+bool IsPlainTimestamp(std::string_view text) noexcept {
+    if (text.size() != 19 || text[4] != '-' || text[10] != ' ' || text[16] != ':') return false;
+    DateReader reader(text);
+    DateTime value;
+    return ReadDate(reader, value) && reader.Skip(' ') && ReadTime(reader, value) && reader.AtEnd();
+}
+
+}  // namespace halvtiv::platform

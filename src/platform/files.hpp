@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace halvtiv::platform {
+
+// Paths are UTF-8; every "\" in them means the system's own separator. Failures raise `ErrorInfo` with
+// run-time error 53, 57, 61, 70, 75 or 76, whose words name the path.
+
+/// The path as this system opens it.
+std::string NativePath(std::string_view path);
+
+/// Whether a file, not a folder, stands at exactly that path.
+bool FileExists(std::string_view path) noexcept;
+/// Whether a folder stands at exactly that path.
+bool FolderExists(std::string_view path) noexcept;
+
+/// The whole content.
+std::string ReadWholeFile(std::string_view path);
+
+/// Makes the file, or makes it empty when it exists.
+void CreateEmptyFile(std::string_view path);
+
+/// The folder that holds this library's own file, without a separator at its end.
+std::string LibraryFolder();
+
+/// A file that appears under its name only when it is complete: it is written beside it under another name,
+/// and an earlier file of that name stays until `Commit` puts the new one in its place. Without `Commit`
+/// nothing is left behind.
+class OutputFile {
+public:
+    explicit OutputFile(std::string_view path);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    void Write(std::string_view bytes);
+    void Commit();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+/// A nameless temporary file, gone when the object is: written at its end, read anywhere.
+class SpoolFile {
+public:
+    SpoolFile();
+    ~SpoolFile();
+    SpoolFile(const SpoolFile&) = delete;
+    SpoolFile& operator=(const SpoolFile&) = delete;
+
+    void Append(std::string_view bytes);
+    /// Fills `bytes` from `offset` on; raises 57 when the file does not reach that far.
+    void Read(std::uint64_t offset, char* bytes, std::size_t count);
+    std::uint64_t Size() const noexcept;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace halvtiv::platform

@@ -1,0 +1,276 @@
+#include "platform/xml_writer.hpp"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace halvtiv::platform {
+
+namespace {
+
+/// What a byte needs when it is written.
+enum class ByteClass : std::uint8_t {
+    Plain,
+    Escape,     // has a reference of its own
+    Multibyte,  // begins or continues a UTF-8 sequence
+    Refused     // a control character
+};
+
+struct Escapes {
+    std::array<ByteClass, 256> classes{};
+    std::array<std::string_view, 256> references{};
+
+    constexpr explicit Escapes(bool attribute) {
+        for (std::size_t byte = 0; byte < 0x20; ++byte) classes[byte] = ByteClass::Refused;
+        for (std::size_t byte = 0x80; byte < 0x100; ++byte) classes[byte] = ByteClass::Multibyte;
+        classes['\t'] = classes['\n'] = ByteClass::Plain;
+        Add('&', "&amp;");
+        Add('<', "&lt;");
+        Add('>', "&gt;");
+        Add('\r', "&#13;");
+        if (attribute) {
+            Add('"', "&quot;");
+            Add('\t', "&#9;");
+            Add('\n', "&#10;");
+        }
+    }
+    constexpr void Add(unsigned char byte, std::string_view reference) {
+        classes[byte] = ByteClass::Escape;
+        references[byte] = reference;
+    }
+};
+
+constexpr Escapes kAttributeEscapes(true);
+constexpr Escapes kTextEscapes(false);
+constexpr std::size_t kLongestReference = 6;
+
+/// Length of the UTF-8 sequence at the start of `bytes` that is a character of XML; 0 for anything else.
+std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) noexcept {
+    const unsigned char first = bytes[0];
+    const auto continues = [&](std::size_t index) { return (bytes[index] & 0xC0) == 0x80; };
+    if (first >= 0xC2 && first <= 0xDF) return available >= 2 && continues(1) ? 2 : 0;
+    if (first >= 0xE0 && first <= 0xEF) {
+        if (available < 3 || !continues(1) || !continues(2)) return 0;
+        if (first == 0xE0 && bytes[1] < 0xA0) return 0;                       // overlong
+        if (first == 0xED && bytes[1] > 0x9F) return 0;                       // surrogate
+        if (first == 0xEF && bytes[1] == 0xBF && bytes[2] >= 0xBE) return 0;  // U+FFFE, U+FFFF
+        return 3;
+    }
+    if (first >= 0xF0 && first <= 0xF4) {
+        if (available < 4 || !continues(1) || !continues(2) || !continues(3)) return 0;
+        if (first == 0xF0 && bytes[1] < 0x90) return 0;  // overlong
+        if (first == 0xF4 && bytes[1] > 0x8F) return 0;  // beyond U+10FFFF
+        return 4;
+    }
+    return 0;
+}
+
+/// Copies bytes that need nothing, 16 at a time, and returns how many there were. Both sides have room for 16
+/// bytes more than `count` on the writing side.
+inline std::size_t CopyPlain(const unsigned char* from, std::size_t count, char* to) noexcept {
+    std::size_t done = 0;
+#if defined(__SSE2__)
+    const __m128i space = _mm_set1_epi8(0x1F);
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i ampersand = _mm_set1_epi8('&');
+    const __m128i less = _mm_set1_epi8('<');
+    const __m128i greater = _mm_set1_epi8('>');
+    while (count - done >= 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done), bytes);
+        const __m128i plain = _mm_cmpgt_epi8(bytes, space);  // signed: bytes from 0x80 on are below too
+        const __m128i special =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, ampersand)),
+                         _mm_or_si128(_mm_cmpeq_epi8(bytes, less), _mm_cmpeq_epi8(bytes, greater)));
+        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, plain)));
+        if (mask != 0xFFFFU) return done + static_cast<std::size_t>(std::countr_one(mask));
+        done += 16;
+    }
+#endif
+    while (done < count && kAttributeEscapes.classes[from[done]] == ByteClass::Plain) {
+        to[done] = static_cast<char>(from[done]);
+        ++done;
+    }
+    return done;
+}
+
+bool AppendEscaped(TextBuffer& xml, std::string_view text, const Escapes& escapes) {
+    constexpr std::size_t kBlock = 4096;  // bounds the room asked for at once
+    const std::size_t before = xml.Size();
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    std::size_t left = text.size();
+    while (left > 0) {
+        const std::size_t block = std::min(left, kBlock);
+        char* const start = xml.Reserve(block * kLongestReference + 16);
+        char* to = start;
+        std::size_t done = 0;
+        while (done < block) {
+            const std::size_t plain = CopyPlain(bytes + done, block - done, to);
+            done += plain;
+            to += plain;
+            if (done >= block) break;
+            const unsigned char byte = bytes[done];
+            switch (escapes.classes[byte]) {
+                case ByteClass::Plain:
+                    *to++ = static_cast<char>(byte);
+                    ++done;
+                    break;
+                case ByteClass::Escape: {
+                    const std::string_view reference = escapes.references[byte];
+                    std::memcpy(to, reference.data(), reference.size());
+                    to += reference.size();
+                    ++done;
+                    break;
+                }
+                case ByteClass::Multibyte:
+                    do {
+                        const std::size_t length = SequenceLength(bytes + done, left - done);
+                        if (length == 0) {
+                            xml.CutTo(before);
+                            return false;
+                        }
+                        std::memcpy(to, bytes + done, length);
+                        to += length;
+                        done += length;
+                    } while (done < block && bytes[done] >= 0x80);
+                    break;
+                case ByteClass::Refused:
+                    xml.CutTo(before);
+                    return false;
+            }
+        }
+        xml.Advance(static_cast<std::size_t>(to - start));
+        bytes += done;
+        left -= done;
+    }
+    return true;
+}
+
+bool AppendAttributes(TextBuffer& xml, const pugi::xml_node& node) {
+    for (const pugi::xml_attribute attribute : node.attributes()) {
+        if (!IsXmlName(attribute.name()) || !AppendXmlAttribute(xml, attribute.name(), attribute.value())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// What stands before a node's children; also all of a node that has none.
+bool AppendOpening(TextBuffer& xml, const pugi::xml_node& node) {
+    switch (node.type()) {
+        case pugi::node_element:
+            if (!IsXmlName(node.name())) return false;
+            xml.Append('<');
+            xml.Append(node.name());
+            if (!AppendAttributes(xml, node)) return false;
+            xml.Append(node.first_child() ? ">" : "/>");
+            return true;
+        case pugi::node_pcdata:
+        case pugi::node_cdata:
+            return AppendXmlElementText(xml, node.value());
+        case pugi::node_comment: {
+            const std::string_view text = node.value();
+            if (text.find("--") != text.npos || text.ends_with('-')) return false;
+            xml.Append("<!--");
+            xml.Append(text);
+            xml.Append("-->");
+            return true;
+        }
+        case pugi::node_pi: {
+            const std::string_view data = node.value();
+            if (!IsXmlName(node.name()) || data.find("?>") != data.npos) return false;
+            xml.Append("<?");
+            xml.Append(node.name());
+            if (!data.empty()) xml.Append(' ');
+            xml.Append(data);
+            xml.Append("?>");
+            return true;
+        }
+        default:
+            return true;  // a document itself, and a declaration: only what they hold is written
+    }
+}
+
+void AppendClosing(TextBuffer& xml, const pugi::xml_node& node) {
+    if (node.type() != pugi::node_element || !node.first_child()) return;
+    xml.Append("</");
+    xml.Append(node.name());
+    xml.Append('>');
+}
+
+}  // namespace
+
+bool AppendXmlAttributeValue(TextBuffer& xml, std::string_view value) {
+    return AppendEscaped(xml, value, kAttributeEscapes);
+}
+
+bool AppendXmlAttribute(TextBuffer& xml, std::string_view name, std::string_view value) {
+    const std::size_t before = xml.Size();
+    xml.Append(' ');
+    xml.Append(name);
+    xml.Append("=\"");
+    if (!AppendXmlAttributeValue(xml, value)) {
+        xml.CutTo(before);
+        return false;
+    }
+    xml.Append('"');
+    return true;
+}
+
+bool AppendXmlElementText(TextBuffer& xml, std::string_view text) {
+    return AppendEscaped(xml, text, kTextEscapes);
+}
+
+// Walks without recursion: a client's own tree may be of any depth.
+bool AppendXmlNode(TextBuffer& xml, const pugi::xml_node& node) {
+    const std::size_t before = xml.Size();
+    pugi::xml_node at = node;
+    while (at) {
+        if (!AppendOpening(xml, at)) {
+            xml.CutTo(before);
+            return false;
+        }
+        if (const pugi::xml_node child = at.first_child()) {
+            at = child;
+            continue;
+        }
+        while (at != node && !at.next_sibling()) {
+            at = at.parent();
+            AppendClosing(xml, at);
+        }
+        if (at == node) break;
+        at = at.next_sibling();
+    }
+    return true;
+}
+
+bool IsXmlName(std::string_view name) noexcept {
+    const auto letter = [](unsigned char byte) {
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || byte == '_' || byte == ':';
+    };
+    const auto further = [](unsigned char byte) {
+        return (byte >= '0' && byte <= '9') || byte == '-' || byte == '.';
+    };
+    std::size_t at = 0;
+    while (at < name.size()) {
+        const auto byte = static_cast<unsigned char>(name[at]);
+        if (byte >= 0x80) {
+            const std::size_t length =
+                SequenceLength(reinterpret_cast<const unsigned char*>(name.data()) + at, name.size() - at);
+            if (length == 0) return false;
+            at += length;
+            continue;
+        }
+        if (!letter(byte) && !(at > 0 && further(byte))) return false;
+        ++at;
+    }
+    return !name.empty();
+}
+
+}  // namespace halvtiv::platform

@@ -1,0 +1,498 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <halvtiv/ado.hpp>
+#include <halvtiv/error_info.hpp>
+
+#include "ado/connection_parameters.hpp"
+#include "ado/recordset_state.hpp"
+#include "ado/row_spool.hpp"
+#include "ado/table_name.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+ErrorInfo ErrorOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const ErrorInfo& error) {
+        return error;
+    }
+    return {};
+}
+
+std::int32_t NumberOf(const std::function<void()>& action) {
+    return ErrorOf(action).Number;
+}
+
+class AdoTest : public testing::Test {
+protected:
+    void SetUp() override {
+        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+        folder_ = std::filesystem::temp_directory_path() / ("halvtiv_ado_" + std::string(test->name()));
+        std::filesystem::remove_all(folder_);
+        std::filesystem::create_directories(folder_);
+        connection_ = OpenFile("data.db", ";Create=1");
+    }
+    void TearDown() override {
+        connection_.reset();
+        std::filesystem::remove_all(folder_);
+    }
+
+    std::string PathOf(const std::string& name) const { return (folder_ / name).string(); }
+    ConnectionPtr OpenFile(const std::string& name, const std::string& more = {}) const {
+        auto connection = std::make_shared<Connection>();
+        connection->Open("Provider=SQLite;Data Source=" + PathOf(name) + more);
+        return connection;
+    }
+    void Run(std::string_view sql) { connection_->Execute(sql)->NextRecordset(); }
+    RecordsetPtr Query(std::string_view sql, std::int32_t cursorType = adOpenForwardOnly) {
+        auto recordset = std::make_shared<Recordset>();
+        recordset->Open(sql, connection_, cursorType, adLockReadOnly);
+        return recordset;
+    }
+    std::string Scalar(std::string_view sql) { return Query(sql)->Fields().Item(0)->Value().Text(); }
+
+    std::filesystem::path folder_;
+    ConnectionPtr connection_;
+};
+
+TEST_F(AdoTest, DeclaredTypesHaveTheirNumbersAndSizes) {
+    struct Expected {
+        const char* declared;
+        std::int32_t type;
+        std::int64_t size;
+    };
+    constexpr std::int64_t kUnbounded = 1'000'000'000;
+    const std::vector<Expected> types{{"integer", 20, 8},
+                                      {"Int", 20, 8},
+                                      {"BIGINT", 20, 8},
+                                      {"SMALLINT", 2, 2},
+                                      {"TINYINT", 17, 1},
+                                      {"BOOLEAN", 11, 2},
+                                      {"BIT", 11, 2},
+                                      {"REAL", 5, 8},
+                                      {"DOUBLE PRECISION", 5, 8},
+                                      {"NUMERIC(10,2)", 131, 19},
+                                      {"MONEY", 6, 8},
+                                      {"DATE", 133, 6},
+                                      {"TIME", 134, 6},
+                                      {"TIMESTAMP", 135, 16},
+                                      {"CHAR(5)", 130, 5},
+                                      {"nvarchar (20)", 202, 20},
+                                      {"TEXT", 202, kUnbounded},
+                                      {"MEMO", 203, kUnbounded},
+                                      {"BINARY(16)", 128, 16},
+                                      {"VARBINARY(9)", 204, 9},
+                                      {"BLOB", 205, kUnbounded},
+                                      {"BLOB(100)", 205, 100},
+                                      {"GUID", 72, 16},
+                                      {"MEDIUMINT", 20, 8},
+                                      {"CHARACTER(3)", 202, 3},
+                                      {"JSON", 5, 8},
+                                      {"", 5, 8}};
+    std::string columns;
+    std::string values;
+    for (std::size_t i = 0; i < types.size(); ++i) {
+        columns += (i ? ", c" : "c") + std::to_string(i) + " " + types[i].declared;
+        values += i ? ", 1.5" : "1.5";
+    }
+    Run("create table t (" + columns + ")");
+    Run("insert into t values (" + values + ")");
+    const auto recordset = Query("t");
+    for (std::size_t i = 0; i < types.size(); ++i) {
+        const auto field = recordset->Fields().Item(static_cast<std::int32_t>(i));
+        EXPECT_EQ(field->Type(), types[i].type) << types[i].declared;
+        EXPECT_EQ(field->DefinedSize(), types[i].size) << types[i].declared;
+        EXPECT_EQ((field->Attributes() & adFldLong) != 0, field->Type() == 203 || field->Type() == 205);
+        EXPECT_EQ(field->Value().Text(), "1.5");
+    }
+}
+
+TEST_F(AdoTest, ColumnsWithoutATypeHaveThatOfTheFirstRow) {
+    const auto recordset = Query("select 1, 1.5, 'x', x'00', null union all select 'later', 1, 1, 1, 1");
+    std::vector<std::int32_t> types;
+    for (std::int32_t i = 0; i < recordset->Fields().Count(); ++i)
+        types.push_back(recordset->Fields().Item(i)->Type());
+    EXPECT_EQ(types, (std::vector<std::int32_t>{20, 5, 202, 205, 202}));
+    recordset->MoveNext();
+    EXPECT_EQ(recordset->Fields().Item(0)->Type(), 20);
+    EXPECT_EQ(recordset->Fields().Item(0)->Value(), Variant(std::string("later")));
+}
+
+TEST_F(AdoTest, ValuesHaveTheirKindAndTheirFixedText) {
+    struct Expected {
+        const char* declared;
+        const char* literal;
+        std::string text;
+        Variant value;
+    };
+    using Parts = DateTime::Parts;
+    const auto textOnly = [](const char* declared, const char* literal, const char* text) {
+        return Expected{declared, literal, text, Variant(std::string(text))};
+    };
+    const std::vector<Expected> cases{
+        {"INTEGER", "-9223372036854775808", "-9223372036854775808",
+         Variant(std::numeric_limits<std::int64_t>::min())},
+        {"REAL", "0.1", "0.1", Variant(0.1)},
+        {"REAL", "1e300", "1e+300", Variant(1e300)},
+        {"NUMERIC", "12.50", "12.5", Variant(Decimal{"12.5"})},
+        {"NUMERIC", "0.0000001", "0.0000001", Variant(Decimal{"0.0000001"})},
+        {"BOOLEAN", "7", "True", Variant(true)},
+        {"BIT", "'false'", "False", Variant(false)},
+        textOnly("BOOLEAN", "'maybe'", "maybe"),
+        {"DATE", "'2024/02/29'", "2024-02-29", Variant(DateTime{Parts::Date, 2024, 2, 29})},
+        textOnly("DATE", "'2023-02-29'", "2023-02-29"),
+        textOnly("DATE", "'2024-01-01 10:00'", "2024-01-01 10:00"),
+        textOnly("DATE", "20240101", "20240101"),
+        {"TIME", "'7:05'", "7:05", Variant(std::string("7:05"))},
+        {"TIME", "'07:05'", "07:05:00", Variant(DateTime{Parts::Time, 1, 1, 1, 7, 5})},
+        {"DATETIME", "'2024-01-02'", "2024-01-02 00:00:00",
+         Variant(DateTime{Parts::DateAndTime, 2024, 1, 2})},
+        {"DATETIME", "'2024-01-02T03:04:05.250'", "2024-01-02 03:04:05.25",
+         Variant(DateTime{Parts::DateAndTime, 2024, 1, 2, 3, 4, 5, 250'000'000})},
+        textOnly("DATETIME", "'2024-01-02 03:04:05Z'", "2024-01-02 03:04:05Z"),
+        textOnly("GUID", "'{6f9619ff-8b86-d011-b42d-00c04fc964ff}'",
+                 "{6F9619FF-8B86-D011-B42D-00C04FC964FF}"),
+        textOnly("GUID", "'6f9619ff-8b86-d011-b42d-00c04fc964ff'", "{6F9619FF-8B86-D011-B42D-00C04FC964FF}"),
+        textOnly("GUID", "x'6f9619ff8b86d011b42d00c04fc964ff'", "{6F9619FF-8B86-D011-B42D-00C04FC964FF}"),
+        textOnly("GUID", "'not a guid'", "not a guid"),
+        textOnly("INTEGER", "'abc'", "abc"),
+        {"BLOB", "x'4100'", std::string("A\0", 2), Variant(Bytes{0x41, 0})},
+        {"TEXT", "null", "", Variant()}};
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(std::string(expected.declared) + " " + expected.literal);
+        Run("drop table if exists v");
+        Run(std::string("create table v (c ") + expected.declared + ")");
+        Run(std::string("insert into v values (") + expected.literal + ")");
+        const auto field = Query("v")->Fields().Item("C");
+        EXPECT_EQ(field->Value(), expected.value);
+        const auto chunk = field->GetChunk(4096);
+        EXPECT_EQ(field->ActualSize(), static_cast<std::int64_t>(chunk.size()));
+        EXPECT_EQ(std::string(chunk.begin(), chunk.end()), expected.text);
+    }
+}
+
+TEST_F(AdoTest, LongValuesAreReadInPieces) {
+    const auto recordset = Query("select cast('abcdefg' as blob) b union all select x'01'");
+    const auto field = recordset->Fields().Item("b");
+    EXPECT_EQ(field->GetChunk(3), (Bytes{'a', 'b', 'c'}));
+    EXPECT_EQ(field->GetChunk(3), (Bytes{'d', 'e', 'f'}));
+    EXPECT_EQ(field->GetChunk(3), (Bytes{'g'}));
+    EXPECT_TRUE(field->GetChunk(3).empty());
+    EXPECT_EQ(NumberOf([&] { field->GetChunk(-1); }), 5);
+    recordset->MoveNext();
+    EXPECT_EQ(field->GetChunk(3), (Bytes{1}));
+}
+
+TEST_F(AdoTest, ABatchRunsEachStatementOnceAndInOrder) {
+    Run("create table t (n)");
+    std::int32_t affected = 0;
+    auto recordset = connection_->Execute(
+        "insert into t values (1), (2); -- a comment\n;; select n from t; "
+        "insert into t values (3); select count(*) from t /* end */",
+        &affected);
+    EXPECT_EQ(recordset->State(), adStateClosed);
+    EXPECT_EQ(affected, 2);
+    EXPECT_EQ(Scalar("select count(*) from t"), "2");
+    auto rows = recordset->NextRecordset();
+    EXPECT_EQ(rows->State(), adStateOpen);
+    rows = rows->NextRecordset();
+    EXPECT_EQ(rows->State(), adStateClosed);
+    rows = rows->NextRecordset();
+    EXPECT_EQ(rows->Fields().Item(0)->Value().Text(), "3");
+    EXPECT_EQ(rows->NextRecordset(), nullptr);
+    EXPECT_EQ(rows->State(), adStateClosed);
+    EXPECT_EQ(Scalar("select count(*) from t"), "3");
+
+    EXPECT_EQ(connection_->Execute(" -- nothing\n")->State(), adStateClosed);
+    EXPECT_EQ(NumberOf([&] { connection_->Execute(std::string_view("select 1\0", 9)); }), -2147217900);
+}
+
+TEST_F(AdoTest, WhatIsLeftOfABatchRunsAtCloseOrAtRelease) {
+    Run("create table t (n unique)");
+    connection_->Execute("select 1; insert into t values (1); insert into t values (2)")->Close();
+    EXPECT_EQ(Scalar("select count(*) from t"), "2");
+    connection_->Execute("select 1; insert into t values (3); insert into t values (3)").reset();
+    EXPECT_EQ(Scalar("select count(*) from t"), "3");
+
+    auto recordset = connection_->Execute("select 1; insert into t values (3); insert into t values (9)");
+    const auto error = ErrorOf([&] { recordset->Close(); });
+    EXPECT_EQ(error.Number, -2147217873);
+    EXPECT_EQ(error.Source, "SQLite");
+    EXPECT_EQ(error.Description, "UNIQUE constraint failed: t.n");
+    EXPECT_EQ(recordset->State(), adStateClosed);
+    EXPECT_EQ(NumberOf([&] { recordset->Close(); }), -2146824584);
+    EXPECT_EQ(Scalar("select count(*) from t"), "3");
+
+    recordset = connection_->Execute("insert into t values (4), (5) returning n; insert into t values (6)");
+    EXPECT_EQ(recordset->Fields().Item(0)->Value().Text(), "4");
+    recordset.reset();
+    EXPECT_EQ(Scalar("select count(*) from t"), "6");
+
+    // A field keeps the rows, and with them the rest of the batch.
+    auto field = connection_->Execute("select 'kept'; insert into t values (7)")->Fields().Item(0);
+    EXPECT_EQ(field->Value().Text(), "kept");
+    EXPECT_EQ(Scalar("select count(*) from t"), "6");
+    field.reset();
+    EXPECT_EQ(Scalar("select count(*) from t"), "7");
+}
+
+TEST_F(AdoTest, SeveralRecordsetsAreOpenAtOnce) {
+    const auto* sql = "select 1 n union all select 2";
+    const auto first = Query(sql);
+    const auto second = Query(sql);
+    first->MoveNext();
+    EXPECT_EQ(first->Fields().Item(0)->Value().Text(), "2");
+    EXPECT_EQ(second->Fields().Item(0)->Value().Text(), "1");
+    first->MoveNext();
+    EXPECT_TRUE(first->IsEOF());
+    EXPECT_FALSE(first->IsBOF());
+    EXPECT_EQ(NumberOf([&] { first->MoveNext(); }), -2146825267);
+    EXPECT_EQ(NumberOf([&] { first->Fields().Item(0)->Value(); }), -2146825267);
+    EXPECT_EQ(NumberOf([&] { first->MoveFirst(); }), -2146825037);
+    second->MoveFirst();
+    EXPECT_EQ(NumberOf([&] { second->Fields().Item(1); }), -2146825023);
+    EXPECT_EQ(NumberOf([&] { second->Fields().Item(-1); }), -2146825023);
+    EXPECT_EQ(NumberOf([&] { second->Fields().Item("m"); }), -2146825023);
+    const auto none = Query("select 1 where 0", adOpenDynamic);
+    EXPECT_TRUE(none->IsBOF() && none->IsEOF());
+    EXPECT_EQ(NumberOf([&] { none->MoveFirst(); }), -2146825267);
+}
+
+TEST_F(AdoTest, ADynamicCursorGoesBackWithoutRunningTheStatementAgain) {
+    Run("create table log (n)");
+    const auto rows = Query(
+        "with recursive r(n) as (select 1 union all select n + 1 from r where n < 5) "
+        "select n, nullif(n, 2) m, random() x, cast('long ' || n as blob) b from r",
+        adOpenDynamic);
+    const auto readRow = [&] {
+        std::string text;
+        for (std::int32_t i = 0; i < 4; ++i) text += rows->Fields().Item(i)->Value().Text() + "|";
+        return text;
+    };
+    std::vector<std::string> first;
+    for (int i = 0; i < 3; ++i, rows->MoveNext()) first.push_back(readRow());
+    for (int round = 0; round < 2; ++round) {
+        rows->MoveFirst();
+        std::vector<std::string> again;
+        for (; !rows->IsEOF(); rows->MoveNext()) again.push_back(readRow());
+        ASSERT_EQ(again.size(), 5U);
+        again.resize(3);
+        EXPECT_EQ(again, first);
+    }
+    rows->MoveFirst();
+    rows->MoveNext();
+    EXPECT_TRUE(rows->Fields().Item("m")->Value().IsNull());
+    EXPECT_EQ(rows->Fields().Item("b")->GetChunk(4), (Bytes{'l', 'o', 'n', 'g'}));
+    EXPECT_EQ(rows->Fields().Item("b")->GetChunk(4), (Bytes{' ', '2'}));
+}
+
+TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
+    const auto rows = Query(
+        "with recursive r(n) as (select 1 union all select n + 1 from r where n < 300) "
+        "select n, printf('%.*c', n * 10, 'x') t, zeroblob(n * 1000) b from r",
+        adOpenDynamic);
+    auto& state = RecordsetState::Of(rows);
+    for (int round = 0; round < 2; ++round) {
+        std::int64_t n = 0;
+        for (; !rows->IsEOF(); rows->MoveNext()) {
+            ++n;
+            ASSERT_EQ(state.Row().Text(0), std::to_string(n));
+            ASSERT_EQ(state.Row().Size(1), n * 10);
+            ASSERT_EQ(rows->Fields().Item(2)->GetChunk(1'000'000).size(), static_cast<std::size_t>(n * 1000));
+        }
+        EXPECT_EQ(n, 300);
+        rows->MoveFirst();
+    }
+
+    const auto source = Query("select 'ab' t, x'0102' b");
+    auto& row = RecordsetState::Of(source).Row();
+    RowSpool spool(RecordsetState::Of(source).Columns(),
+                   30);  // the second row begins in memory, ends in the file
+    for (int i = 0; i < 3; ++i) spool.Append(row);
+    spool.Rewind();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(spool.Next());
+        EXPECT_EQ(spool.Text(0), "ab");
+        EXPECT_EQ(spool.Text(1), "\1\2");
+    }
+    EXPECT_FALSE(spool.Next());
+}
+
+TEST_F(AdoTest, TransactionsNest) {
+    Run("create table t (n)");
+    EXPECT_EQ(connection_->BeginTrans(), 1);
+    Run("insert into t values (1)");
+    EXPECT_EQ(connection_->BeginTrans(), 2);
+    Run("insert into t values (2)");
+    connection_->RollbackTrans();
+    EXPECT_EQ(connection_->BeginTrans(), 2);
+    Run("insert into t values (3)");
+    connection_->CommitTrans();
+    connection_->CommitTrans();
+    EXPECT_EQ(Scalar("select group_concat(n) from t"), "1,3");
+    EXPECT_EQ(NumberOf([&] { connection_->CommitTrans(); }), -2147168242);
+    EXPECT_EQ(NumberOf([&] { connection_->RollbackTrans(); }), -2147168242);
+
+    // Inside a transaction of the caller's own SQL a level is a savepoint of that transaction.
+    Run("begin");
+    Run("insert into t values (4)");
+    EXPECT_EQ(connection_->BeginTrans(), 1);
+    Run("insert into t values (5)");
+    connection_->RollbackTrans();
+    Run("commit");
+    EXPECT_EQ(Scalar("select group_concat(n) from t"), "1,3,4");
+
+    // The caller's SQL ends what BeginTrans has begun.
+    connection_->BeginTrans();
+    Run("commit");
+    EXPECT_EQ(NumberOf([&] { connection_->CommitTrans(); }), -2147168242);
+    connection_->BeginTrans();
+    connection_->BeginTrans();
+    Run("rollback");
+    connection_->RollbackTrans();
+    connection_->RollbackTrans();
+    EXPECT_EQ(connection_->BeginTrans(), 1);
+    Run("insert into t values (6)");
+    connection_->Close();
+    connection_ = OpenFile("data.db");
+    EXPECT_EQ(Scalar("select max(n) from t"), "4");
+}
+
+TEST_F(AdoTest, AFailedCommitLeavesNoTransaction) {
+    Run("create table p (id integer primary key)");
+    Run("create table c (p references p deferrable initially deferred)");
+    connection_->BeginTrans();
+    Run("insert into c values (7)");
+    const auto error = ErrorOf([&] { connection_->CommitTrans(); });
+    EXPECT_EQ(error.Number, -2147217873);
+    EXPECT_EQ(error.Description, "FOREIGN KEY constraint failed");
+    EXPECT_EQ(connection_->BeginTrans(), 1);
+    connection_->RollbackTrans();
+    EXPECT_EQ(Scalar("select count(*) from c"), "0");
+}
+
+TEST_F(AdoTest, ALockedDatabaseIsAwaitedForAsLongAsSaid) {
+    const auto other = OpenFile("data.db", ";Busy Timeout=30");
+    connection_->BeginTrans();
+    const auto error = ErrorOf([&] { other->BeginTrans(); });
+    EXPECT_EQ(error.Number, -2147467259);
+    EXPECT_EQ(error.Description, "database is locked");
+    connection_->CommitTrans();
+    EXPECT_EQ(other->BeginTrans(), 1);
+}
+
+TEST_F(AdoTest, ACommandEndsAtItsTimeOut) {
+    const auto* endless =
+        "with recursive r(n) as (select 1 union all select n + 1 from r) select count(*) from r";
+    connection_->CommandTimeout(1);
+    const auto start = std::chrono::steady_clock::now();
+    const auto error = ErrorOf([&] { Query(endless); });
+    EXPECT_EQ(error.Number, -2147217871);
+    EXPECT_EQ(error.Description, "Query timeout expired.");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_EQ(Scalar("select 1"), "1");
+}
+
+TEST_F(AdoTest, ErrorsHaveTheirNumbers) {
+    EXPECT_EQ(NumberOf([&] { Query("select * from nowhere"); }), -2147217865);
+    EXPECT_EQ(NumberOf([&] { Query("selec 1"); }), -2147217900);
+    EXPECT_EQ(ErrorOf([&] { Query("selec 1"); }).Description, "near \"selec\": syntax error");
+
+    Recordset recordset;
+    EXPECT_EQ(recordset.State(), adStateClosed);
+    EXPECT_EQ(recordset.NextRecordset(), nullptr);
+    EXPECT_EQ(NumberOf([&] { recordset.IsEOF(); }), -2146824584);
+    EXPECT_EQ(NumberOf([&] { recordset.Open("select 1", nullptr, 0, 1); }), -2146824579);
+    recordset.Open("select 1", connection_, 0, 1);
+    EXPECT_EQ(NumberOf([&] { recordset.Open("select 1", connection_, 0, 1); }), -2146824583);
+    EXPECT_EQ(NumberOf([&] { RecordsetState::Of(nullptr); }), 91);
+
+    const auto field = recordset.Fields().Item(0);
+    connection_->Close();
+    EXPECT_EQ(recordset.State(), adStateClosed);
+    EXPECT_EQ(NumberOf([&] { field->Value(); }), -2146824579);
+    EXPECT_EQ(NumberOf([&] { recordset.MoveNext(); }), -2146824579);
+    recordset.Close();
+    EXPECT_EQ(NumberOf([&] { connection_->Close(); }), -2146824584);
+    EXPECT_EQ(NumberOf([&] { connection_->Execute("select 1"); }), -2146824584);
+    EXPECT_EQ(NumberOf([&] { connection_->BeginTrans(); }), -2146824584);
+    EXPECT_EQ(NumberOf([&] { Query("select 1"); }), -2146824579);
+}
+
+TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
+    const auto openError = [&](const std::string& text) { return ErrorOf([&] { Connection().Open(text); }); };
+    const auto missing = openError("Provider=SQLite;Data Source=" + PathOf("missing.db"));
+    EXPECT_EQ(missing.Number, -2147467259);
+    EXPECT_NE(missing.Description.find("missing.db"), std::string::npos);
+    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder_.string()).Number, -2147467259);
+    EXPECT_EQ(openError("Provider=SQLite").Number, -2147467259);
+    EXPECT_EQ(openError("Provider=SQLite;Data Source=file::memory:").Number, -2147467259);
+    EXPECT_EQ(openError("Provider=SQLite;Create=1;Data Source=" + PathOf("no/such/folder.db")).Number,
+              -2147467259);
+    EXPECT_EQ(openError("Provider=Nobody").Number, -2146824582);
+    EXPECT_EQ(openError("").Number, -2146824582);
+    EXPECT_EQ(openError("just words").Number, -2147467259);
+    std::ofstream(PathOf("text.db")) << std::string(2000, 'x');
+    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + PathOf("text.db")).Description,
+              "file is not a database");
+    std::ofstream(PathOf("access.mdb"), std::ios::binary)
+        << std::string("\0\1\0\0Standard Jet DB\0", 20) << std::string(100, '\0');
+    EXPECT_EQ(openError("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + PathOf("access.mdb")).Number,
+              -2146824582);
+
+    Connection jet;
+    jet.Open("provider=microsoft.jet.oledb.4.0;DATA SOURCE='" + PathOf("data.db") + "'", "Admin", "secret");
+    EXPECT_EQ(NumberOf([&] { jet.Open("Provider=SQLite;Data Source=:memory:"); }), -2146824583);
+    const auto readOnly = OpenFile("data.db", ";Read Only=1");
+    EXPECT_EQ(ErrorOf([&] { readOnly->Execute("create table x (n)"); }).Description,
+              "attempt to write a readonly database");
+}
+
+TEST_F(AdoTest, AStatementIsRightAfterTheSchemaHasChanged) {
+    Run("create table t (a integer)");
+    Run("insert into t values (1)");
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+    Run("alter table t add column b text default 'x'");
+    EXPECT_EQ(Query("select * from t")->Fields().Item("b")->Value().Text(), "x");
+    Run("drop table t");
+    EXPECT_EQ(NumberOf([&] { Query("select * from t"); }), -2147217865);
+    Run("create table t (c real, d date)");
+    EXPECT_EQ(Query("select * from t")->Fields().Item(1)->Name(), "d");
+    EXPECT_EQ(Query("select * from t")->Fields().Item(1)->Type(), 133);
+    for (int i = 0; i < 200; ++i) EXPECT_EQ(Scalar("select " + std::to_string(i)), std::to_string(i));
+}
+
+TEST(TableName, OnlyABareNameIsATable) {
+    EXPECT_EQ(CommandTextOf(" orders\n"), "select * from orders");
+    EXPECT_EQ(CommandTextOf("main.[order items]"), "select * from main.[order items]");
+    EXPECT_EQ(CommandTextOf("\"a\"\"b\""), "select * from \"a\"\"b\"");
+    for (const char* text : {"Commit", "VACUUM", "select 1", "a b", "a.", "a.b.c", "\"open", "1", "x;"}) {
+        EXPECT_EQ(CommandTextOf(text), text);
+    }
+}
+
+TEST(ConnectionParametersTest, ReadsQuotesCaseAndRepeatedKeys) {
+    const ConnectionParameters parameters(
+        " Data Source = a b ;;PASSWORD=\"x;\"\"y'\" ; user id='it''s';Create=no;create=Yes;Empty=;Last==;");
+    EXPECT_EQ(parameters.Get("data source"), "a b");
+    EXPECT_EQ(parameters.Get("Password"), "x;\"y'");
+    EXPECT_EQ(parameters.Get("User ID"), "it's");
+    EXPECT_TRUE(parameters.IsSet("CREATE"));
+    EXPECT_EQ(parameters.Find("empty"), "");
+    EXPECT_EQ(parameters.Find("other"), std::nullopt);
+    EXPECT_EQ(parameters.Get("last"), "=");
+    for (const char* text : {"a", "=1", "a='x", "a='x'y;b=1", "a=1;b"}) {
+        EXPECT_EQ(NumberOf([&] { ConnectionParameters{text}; }), -2147467259) << text;
+    }
+}
+
+}  // namespace
+}  // namespace halvtiv::ado

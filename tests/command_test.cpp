@@ -1,0 +1,325 @@
+// The halvtiv command as its users meet it: the built program, run in a folder of its own.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <halvtiv/halvtiv.hpp>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+class CommandTest : public testing::Test {
+protected:
+    CommandTest() {
+        std::string name = (fs::temp_directory_path() / "halvtiv-command-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+        folder_ = name;
+
+        halvtiv::ado::Connection connection;
+        connection.Open("Provider=SQLite;Create=1;Data Source=" + (folder_ / "shop.db").string());
+        connection.Execute("create table item (id INTEGER PRIMARY KEY, name TEXT, price REAL)");
+        connection.Execute("insert into item values (9, '\u4e2d\u6587', 2.5)");
+        connection.Execute("insert into item values (10, 'e\u0301' || char(13, 10) || '\"a\", b', null)");
+        connection.Close();
+
+        Write("get.xml", Request("public.getdata", "select * from item order by id"));
+        Write("defs.xml",
+              "<functions><functiondef name='item.byid'><paramdef>"
+              "<param name='id' type='integer' value='number of the item'/>"
+              "<param name='word' type='TEXT'/></paramdef>"
+              "<function name='public.getdata'>"
+              "<param name='sql' value='select name from item where id=%id%'/>"
+              "</function></functiondef></functions>");
+        Write("broken.xml",
+              "<functions><functiondef name='a'/><functiondef name='b'>"
+              "<function name='public.getdata'/></functiondef></functions>");
+    }
+    ~CommandTest() override {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
+
+    static std::string Request(const std::string& function, const std::string& sql) {
+        return "<function name=\"" + function + "\" guid=\"G1\"><param name=\"sql\" value=\"" + sql +
+               "\"/></function>";
+    }
+
+    void Write(const std::string& name, const std::string& content) {
+        std::ofstream(folder_ / name, std::ios::binary) << content;
+    }
+
+    /// Runs a shell line in the folder; "halvtiv" in it is the command.
+    Outcome Shell(const std::string& line) {
+        const std::string script =
+            "cd '" + folder_.string() + "' && unset HALVTIV_CONNECTION HALVTIV_PASSWORD; " +
+            "halvtiv() { '" HALVTIV_COMMAND "' \"$@\"; }; exec >out 2>err </dev/null; " + line;
+        Write("script", script);
+        const int status = std::system(("sh '" + (folder_ / "script").string() + "'").c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "out"),
+                ReadFile(folder_ / "err")};
+    }
+    Outcome Run(const std::string& arguments) { return Shell("halvtiv " + arguments); }
+
+    /// Nothing was run: status 2, a reason, and not a byte on standard output.
+    void ExpectRefused(const std::string& arguments, const std::string& reason) {
+        const Outcome outcome = Run(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+        EXPECT_TRUE(Contains(outcome.err, reason)) << arguments << " says: " << outcome.err;
+    }
+
+    fs::path folder_;
+};
+
+TEST_F(CommandTest, XmlIsTheDocumentItself) {
+    const Outcome outcome = Run("run get.xml --db shop.db");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out,
+              "<result><data guid=\"G1\" type=\"data\"><row index=\"0\"><col name=\"id\" value=\"integer\"/>"
+              "<col name=\"name\" value=\"text\"/><col name=\"price\" value=\"double\"/></row>"
+              "<row index=\"1\"><col name=\"id\" value=\"9\"/><col name=\"name\" value=\"\u4e2d\u6587\"/>"
+              "<col name=\"price\" value=\"2.5\"/></row><row index=\"2\"><col name=\"id\" value=\"10\"/>"
+              "<col name=\"name\" value=\"e\u0301&#13;&#10;&quot;a&quot;, b\"/><col name=\"price\" "
+              "value=\"\"/></row>"
+              "</data></result>");
+}
+
+TEST_F(CommandTest, TablesAlignByDisplayWidth) {
+    EXPECT_EQ(Run("run get.xml --db shop.db --format table").out,
+              "id | name      | price\n"
+              "---+-----------+------\n"
+              " 9 | \u4e2d\u6587      |   2.5\n"
+              "10 | e\u0301\u240d\u240a\"a\", b |      \n"
+              "(2 rows)\n");
+}
+
+TEST_F(CommandTest, TablesMeasureEmojiAsTheyAreShown) {
+    Write("wide.xml",
+          Request("public.getdata",
+                  "select '\U0001F1E9\U0001F1EA' a, 1 b union all select '\U0001F469\u200D\U0001F680', 2 "
+                  "union all select '\u2764\uFE0F', 3 union all select '\U0001F44D\U0001F3FD', 4 "
+                  "union all select 'xy', 5 union all select '\uD55C', 6"));
+    const std::string table = Run("run wide.xml --db shop.db --format table").out;
+    EXPECT_EQ(table,
+              "a  | b\n---+--\n\U0001F1E9\U0001F1EA | 1\n\U0001F469\u200D\U0001F680 | 2\n\u2764\uFE0F | 3\n"
+              "\U0001F44D\U0001F3FD | 4\nxy | 5\n\uD55C | 6\n(6 rows)\n");
+}
+
+TEST_F(CommandTest, CsvFollowsItsStandard) {
+    EXPECT_EQ(Run("run get.xml --db shop.db --format csv").out,
+              "id,name,price\r\n9,\u4e2d\u6587,2.5\r\n10,\"e\u0301\r\n\"\"a\"\", b\",\r\n");
+    // A single empty value is not the empty line between entries.
+    EXPECT_EQ(Run("call public.getdata sql='select null n' --db shop.db --format csv").out, "n\r\n\"\"\r\n");
+}
+
+TEST_F(CommandTest, JsonKeepsNumbersExact) {
+    EXPECT_EQ(Run("run get.xml --db shop.db --format json").out,
+              "[\n{\"guid\":\"G1\",\"type\":\"data\",\"columns\":[{\"name\":\"id\",\"type\":\"integer\"},"
+              "{\"name\":\"name\",\"type\":\"text\"},{\"name\":\"price\",\"type\":\"double\"}],\"rows\":[\n"
+              "{\"id\":9,\"name\":\"\u4e2d\u6587\",\"price\":2.5},\n"
+              "{\"id\":10,\"name\":\"e\u0301\\r\\n\\\"a\\\", b\",\"price\":null}\n]}\n]\n");
+    Write("twins.xml", Request("public.getdata", "select 9223372036854775807 a, 'x' A, '' [a#2], 2 a"));
+    EXPECT_TRUE(Contains(Run("run twins.xml --db shop.db --format json").out,
+                         "{\"a\":9223372036854775807,\"a#2\":\"x\",\"a#2#2\":\"\",\"a#3\":2}"));
+}
+
+TEST_F(CommandTest, SeveralEntriesFollowEachOther) {
+    Write("batch.xml", Request("public.executesql", "select 1 a; select 'x' b, 2 c"));
+    EXPECT_EQ(Run("run batch.xml --db shop.db --format csv").out, "a\r\n1\r\n\r\nb,c\r\nx,2\r\n");
+    const Outcome table = Run("run batch.xml --db shop.db --format table");
+    EXPECT_TRUE(Contains(table.out, "(1 row)\n\nEntry 2: ")) << table.out;
+    EXPECT_EQ(Run("call public.executesql sql='delete from item' --db shop.db --format table").out,
+              "info: return 1\n");
+}
+
+TEST_F(CommandTest, ErrorsAreInTheResultAndInTheStatus) {
+    Write("error.xml", Request("public.getdata", "select * from nowhere"));
+    const Outcome outcome = Run("run error.xml --db shop.db --format table");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.out.starts_with("error -2147217865: ")) << outcome.out;
+    EXPECT_TRUE(Contains(outcome.err, "nowhere")) << outcome.err;
+    EXPECT_TRUE(Contains(Run("run error.xml --db shop.db --format json").out, "\"number\":-2147217865,"));
+    EXPECT_TRUE(Contains(Run("run error.xml --db shop.db --format csv").out,
+                         "number,description,source\r\n-2147217865,"));
+    EXPECT_TRUE(Contains(Run("run error.xml --db shop.db").out, "type=\"error\""));
+}
+
+TEST_F(CommandTest, CallBuildsTheRequest) {
+    const std::string options = " --defs defs.xml --db shop.db --format csv";
+    EXPECT_EQ(Run("call item.byid id=9 word=" + options).out, "name\r\n\u4e2d\u6587\r\n");
+    EXPECT_EQ(Run("--db shop.db --format csv call public.getdata sql=\"select 'a=b' [xy]\"").out,
+              "xy\r\na=b\r\n");
+    const Outcome withData =
+        Run("call item.byid id=9 word=x --set a=1 --set 'b=x=y' --set-file c=out" + options);
+    EXPECT_EQ(withData.status, 0) << withData.err;
+    ExpectRefused("call item.byid --set $(printf 'a=\\377') id=9 word=" + options, "ZorbFunctionCall");
+}
+
+TEST_F(CommandTest, RequestsAreReadByTheirEncoding) {
+    std::string utf16 = "\xFE\xFF";
+    for (const char character : Request("public.getdata", "select 5 a"))
+        utf16 += std::string(1, '\0') + character;
+    Write("utf16.xml", utf16);
+    EXPECT_EQ(Run("run utf16.xml --db shop.db --format csv").out, "a\r\n5\r\n");
+    EXPECT_EQ(Shell("halvtiv run - --db shop.db --format csv < utf16.xml").out, "a\r\n5\r\n");
+    EXPECT_EQ(Shell("cat utf16.xml | halvtiv run /dev/stdin --db shop.db --format csv").out, "a\r\n5\r\n");
+    Write("latin.xml",
+          "<?xml version='1.0' encoding='ISO-8859-1'?>" + Request("public.getdata", "select hex('\xE9') h"));
+    EXPECT_EQ(Run("run latin.xml --db shop.db --format csv").out, "h\r\nC3A9\r\n");
+}
+
+TEST_F(CommandTest, NothingRunsWithoutAGoodRequest) {
+    Write("bad.xml", "<function name='public.getdata'>");
+    Write("none.xml", Request("no.such.function", "x"));
+    Write("strange.xml", "<?xml version='1.0' encoding='no-such'?><function/>");
+    ExpectRefused("run bad.xml --db shop.db", "Failed to load Xml Param.");
+    ExpectRefused("run bad.xml --connection 'Provider=SQLite;Data Source=new.db;Create=1'", "Failed to load");
+    EXPECT_FALSE(fs::exists(folder_ / "new.db"));
+    ExpectRefused("run strange.xml --db shop.db", "encoding");
+    ExpectRefused("run missing.xml --db shop.db", "missing.xml");
+    ExpectRefused("run none.xml --db shop.db", "Function not found - no.such.function.");
+    ExpectRefused("call item.byid --defs defs.xml id=1 --db shop.db", "No value provided");
+    ExpectRefused("call item.byid --defs defs.xml id=one word= --db shop.db", "number of the item");
+    ExpectRefused("call item.byid --defs missing.xml id=1 --db shop.db", "missing.xml");
+    ExpectRefused("call 'a\xFF' --db shop.db", "");
+    Write("trans.xml", "<transaction name='t'/>");
+    ExpectRefused("run trans.xml --db shop.db", "Transactions are not available in this version.");
+}
+
+TEST_F(CommandTest, NothingRunsWithoutADatabase) {
+    ExpectRefused("run get.xml", "HALVTIV_CONNECTION");
+    ExpectRefused("run get.xml --db missing.db", "missing.db");
+    ExpectRefused("run get.xml --db .", "");
+    ExpectRefused("run get.xml --connection 'Provider=Nobody'", "Provider cannot be found");
+    ExpectRefused("run get.xml --connection-file missing.txt", "missing.txt");
+    const Outcome noDatabase = Run("run get.xml --db get.xml");
+    EXPECT_NE(noDatabase.status, 0);
+    EXPECT_TRUE(Contains(noDatabase.err, "not a database")) << noDatabase.err;
+}
+
+TEST_F(CommandTest, UsageErrorsEndWithTwo) {
+    for (const char* arguments :
+         {"", "frob", "run", "run get.xml extra", "run get.xml --format yaml", "call", "call f x",
+          "call f --set x", "defs", "defs list", "run get.xml --db a --connection b"}) {
+        ExpectRefused(arguments, "halvtiv --help");
+    }
+    EXPECT_EQ(Run("--version").status, 0);
+    EXPECT_TRUE(Contains(Run("--help").out, "Exit status:"));
+    EXPECT_TRUE(Contains(Run("call --help").out, "--set-file"));
+}
+
+TEST_F(CommandTest, TheConnectionComesFromManyPlaces) {
+    const std::string connection = "Provider=SQLite;Data Source=shop.db";
+    Write("connection.txt", "\xEF\xBB\xBF" + connection + "\r\n");
+    EXPECT_EQ(Run("run get.xml --connection '" + connection + "'").status, 0);
+    EXPECT_EQ(Run("run get.xml --connection-file connection.txt").status, 0);
+    EXPECT_EQ(Shell("HALVTIV_CONNECTION='" + connection + "' halvtiv run get.xml").status, 0);
+    fs::copy_file(folder_ / "shop.db", folder_ / "a;b.db");
+    EXPECT_EQ(Run("--db 'a;b.db' run get.xml").status, 0);
+}
+
+TEST_F(CommandTest, APasswordIsNeverPrinted) {
+    Write("secret", "se;\"cret'\n");
+    for (const char* line :
+         {"HALVTIV_PASSWORD='se;\"cret' halvtiv run get.xml --connection 'Provider=Nobody'",
+          "halvtiv run get.xml --password-file secret --db missing.db",
+          "halvtiv run get.xml --connection 'Provider=Nobody;Password=se;secret'",
+          "halvtiv run get.xml '--conection=Provider=SQLite;Password=secret'"}) {
+        const Outcome outcome = Shell(line);
+        EXPECT_EQ(outcome.status, 2) << line;
+        EXPECT_FALSE(Contains(outcome.err, "cret")) << outcome.err;
+    }
+    EXPECT_EQ(
+        Run("run get.xml --password-file secret --connection 'Provider=SQLite;Data Source=shop.db'").status,
+        0);
+}
+
+TEST_F(CommandTest, AFailedDefinitionIsReportedAndTheCallRuns) {
+    const Outcome outcome = Run("run get.xml --defs broken.xml --db shop.db --format csv");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.out.starts_with("id,name,price\r\n"));
+    EXPECT_TRUE(Contains(outcome.err, "> a: Failed. (No function body defined.)\n")) << outcome.err;
+}
+
+TEST_F(CommandTest, DefsListShowsWhatLoads) {
+    const Outcome outcome = Run("defs list broken.xml defs.xml");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out,
+              "b          public.getdata\n"
+              "item.byid  public.getdata\n"
+              "  id       integer  number of the item\n"
+              "  word     text\n");
+    EXPECT_TRUE(Contains(outcome.err, "broken.xml")) << outcome.err;
+    EXPECT_EQ(Run("defs list defs.xml").status, 0);
+    ExpectRefused("defs list defs.xml missing.xml", "missing.xml");
+    ExpectRefused("defs list out", "out");
+}
+
+TEST_F(CommandTest, DefsCheckPrintsTheReport) {
+    const Outcome outcome = Run("defs check broken.xml");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(
+        outcome.out,
+        "Loading functions ...\n> a: Failed. (No function body defined.)\n> b: Success. (0 parameters)\n"
+        "2 functions loaded(1 failed, 1 new added and 0 updated).\n");
+    EXPECT_EQ(Run("defs check defs.xml").status, 0);
+    Write("bad.xml", "<functions>");
+    ExpectRefused("defs check bad.xml", "Invalid format for function definition file.");
+}
+
+TEST_F(CommandTest, AnOutputFileIsWholeOrNotThere) {
+    EXPECT_EQ(Run("run get.xml --db shop.db -o result.xml").out, "");
+    EXPECT_EQ(ReadFile(folder_ / "result.xml"), Run("run get.xml --db shop.db --format xml").out);
+    ExpectRefused("run get.xml --db missing.db -o other.xml", "missing.db");
+    EXPECT_FALSE(fs::exists(folder_ / "other.xml"));
+    ExpectRefused("run get.xml --db shop.db -o no/such/folder", "no/such/folder");
+    ExpectRefused("run get.xml --db shop.db -o .", "folder");
+    EXPECT_EQ(Run("defs list defs.xml -o list.txt").status, 0);
+    EXPECT_TRUE(fs::exists(folder_ / "list.txt"));
+}
+
+TEST_F(CommandTest, OutputThatCannotBeWrittenEndsWithOne) {
+    const Outcome full = Shell("halvtiv run get.xml --db shop.db > /dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_TRUE(Contains(full.err, "standard output"));
+    EXPECT_EQ(Run("run get.xml --db shop.db -o /dev/full").status, 1);
+    EXPECT_EQ(Shell("halvtiv run get.xml --db shop.db >&-").status, 1);
+    // The pipe's reader is gone before the command writes.
+    const Outcome closed = Shell(
+        "mkfifo gate; { cat gate; halvtiv run get.xml --db shop.db; echo $? >status; } | "
+        "{ exec <&-; : >gate; }; cat status");
+    EXPECT_EQ(closed.out, "1\n");
+    EXPECT_EQ(closed.err, "");
+}
+
+TEST_F(CommandTest, ATerminalGetsTables) {
+    if (std::system("command -v script >/dev/null 2>&1") != 0) return;
+    const Outcome outcome = Shell("script -qec \"'" HALVTIV_COMMAND "' run get.xml --db shop.db\" /dev/null");
+    EXPECT_TRUE(Contains(outcome.out, "(2 rows)")) << outcome.out;
+}
+
+}  // namespace

@@ -1,0 +1,615 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "foundation/err_object.hpp"
+#include "foundation/this_utils.hpp"
+#include "foundation/xml_utils.hpp"
+#include "support.hpp"
+
+namespace halvtiv {
+namespace {
+
+using test::Entries;
+using test::ErrorOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char* kNotUtf8 = "a\xFFz";
+constexpr const char* kSurrogate = "\xED\xA0\x80";
+constexpr const char* kControl = "a\x01z";
+constexpr const char* kNoCharacter = "\xEF\xBF\xBE";  // U+FFFE
+
+TEST(LastErrorTest, CarriesTheLabelAndIsReplacedAsAWhole) {
+    clsZorbErrObject error("S", "clsZorbTivCore");
+    EXPECT_EQ(error.GetErrorMsg(), "");
+    EXPECT_FALSE(error.Raise());
+
+    error.SetError2(-5, "first", "12", "a.hlp", "the provider");
+    const ErrorInfo raised = ErrorOf([&] { error.Raise(); });
+    EXPECT_EQ(raised.Number, -5);
+    EXPECT_EQ(raised.Description, "clsZorbTivCore:first");
+    EXPECT_EQ(raised.Source, "the provider");
+    EXPECT_EQ(raised.HelpFile, "a.hlp");
+    EXPECT_EQ(raised.HelpContext, 12);
+
+    error.SetError2(-1, "ConnectionString is not set.", "0", "");
+    EXPECT_EQ(error.GetErrorMsg(), "clsZorbTivCore:ConnectionString is not set.(ERR#: -1)");
+    EXPECT_EQ(error.Source(), "S");
+    EXPECT_EQ(ErrorOf([&] { error.Raise(); }).HelpFile, "");
+    error.Clear();
+    EXPECT_EQ(error.Source(), std::nullopt);
+    EXPECT_EQ(error.Description(), "");
+}
+
+TEST(UtilitiesTest, TextsBecomeTypesAndNumbersByTheRulesOfThePlatform) {
+    EXPECT_EQ(DataTypeFromName("DateTime"), 3);
+    EXPECT_EQ(DataTypeFromName(" text"), -1);
+    EXPECT_EQ(ResultTypeFromName(""), 0);
+    EXPECT_EQ(ColumnTypeFromName("info"), -1);
+    EXPECT_EQ(ColumnTypeToName(3), "(unknown)");
+    EXPECT_EQ(AdoTypeToDataType(7), -1);
+    EXPECT_EQ(AdoTypeToDataType(201), 4);
+    EXPECT_EQ(StrToLongDef("2.5", 9), 2);
+    EXPECT_EQ(StrToLongDef(" 3.5 ", 9), 4);
+    EXPECT_EQ(StrToLongDef("99999999999", 9), 9);
+    EXPECT_EQ(EscapeSqlQuotes("O'Brien''s"), "O''Brien''''s");
+    EXPECT_EQ(AddPathSeparator(""), "");
+    EXPECT_EQ(AddPathSeparator("c:/data/"), "c:/data/\\");
+    EXPECT_EQ(CreateGUIDString(0).size(), 38U);
+    EXPECT_THAT(CreateGUIDString(1), testing::MatchesRegex("[0-9A-F]{32}"));
+
+    const auto valid = [](const char* text, std::int32_t type) { return IsValidDataValue(text, type); };
+    for (const char* text : {"3.0", " 12 ", "1e3", "-2147483648"}) EXPECT_PRED2(valid, text, 0);
+    for (const char* text : {"12.5", "", "x", "1,000", "0x1F"}) EXPECT_FALSE(valid(text, 0)) << text;
+    for (const char* text : {"", "inf", "nan", "1e", ".", "1 2"}) EXPECT_FALSE(valid(text, 1)) << text;
+    for (const char* text : {"2024-02-29", "12:30", "2024/12/31T10:00:00.5Z"}) EXPECT_PRED2(valid, text, 3);
+    for (const char* text : {"2023-02-29", "24:00", "", "yesterday"}) EXPECT_FALSE(valid(text, 3)) << text;
+    EXPECT_TRUE(valid("", 2) && !valid("x", 4) && !valid("x", -1));
+    EXPECT_EQ(ErrorOf([] { IsValidDataValue("2147483648", 0); }).Number, 6);
+}
+
+TEST(UtilitiesTest, NodesInsideRemovedNodesGoWithThem) {
+    pugi::xml_document document;
+    document.load_string("<r><row a='1'><x><row/></x></row><keep row='1'/><row/></r>");
+    EXPECT_TRUE(RemoveXmlNodes(document, "  //row | //@row "));
+    EXPECT_TRUE(RemoveXmlNodes(document, "//nothing"));
+    EXPECT_STREQ(document.child("r").first_child().name(), "keep");
+    EXPECT_FALSE(document.child("r").child("row"));
+    EXPECT_FALSE(document.child("r").child("keep").attribute("row"));
+}
+
+std::string Describe(const ZorbColumnDataItems& items) {
+    std::string text;
+    for (const auto& item : items) {
+        text += item->Name + "=" + item->Value + ":" + std::to_string(item->DataType) + ":" +
+                item->ExtraValue + ";";
+    }
+    return text;
+}
+
+TEST(ColumnDataItemsTest, ReadsItemsWrittenInAnyAllowedWay) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"<r><col name='A' value=' 1 '/><col name='' value='2'/><x><col name='b'/></x></r>", "A=1:0:;"},
+        {R"(<r><col name=" f " type="file">c:\a.bin</col></r>)", R"(f=c:\a.bin:1:c:\a.bin;)"},
+        {"<r><col name='f' value='' type='bogus' extra=' e '/></r>", "f=:0:e;"},
+        {"<r><col name='f' type=' ERROR ' value='1'>text</col></r>", "f=1:2:text;"},
+        {"<any><col name='f' extra=''>x<![CDATA[<y>]]>z<b/>w</col></any>", "f=x<y>z:0:;"},
+        {"<r><Col name='f'/><other name='g'/></r>", ""}};
+    for (const auto& [xml, expected] : cases) {
+        ZorbColumnDataItems items;
+        items.Add("earlier", "");
+        EXPECT_TRUE(items.Parse(xml, "col"));
+        EXPECT_EQ(Describe(items), expected) << xml;
+    }
+    ZorbColumnDataItems items;
+    items.Add("earlier", "");
+    const ErrorInfo error = ErrorOf([&] { items.Parse("<r>", "col"); });
+    EXPECT_EQ(error.Number, -1);
+    EXPECT_EQ(error.Description, "Failed to load Xml Data Row.");
+    EXPECT_EQ(items.Count(), 0);
+    EXPECT_NE(ErrorOf([&] { items.Parse("<r/>", "c'["); }).Number, 0) << "a tag that breaks the expression";
+}
+
+TEST(ColumnDataItemsTest, ValuesComeBackAsTheyWentIn) {
+    const std::string awkward =
+        "<a href=\"x\">'&amp;'</a>\t tab\r\nline\rcr\xC2\x85 \xE2\x80\xA8 \xF0\x9F\x98\x80 ]]>";
+    ZorbColumnDataItems items;
+    items.Add("Größe", awkward, QORV_COLUMN_FILE, "&\n;");
+    items.Add("plain", "", 77);
+    std::string xml;
+    std::string message = "old";
+    ASSERT_TRUE(items.Save(xml, "ROOT", "item", message));
+    EXPECT_EQ(message, "");
+    EXPECT_THAT(xml,
+                StartsWith("<ROOT><item name=\"Größe\" value=\"&lt;a href=&quot;x&quot;&gt;'&amp;amp;'"));
+    EXPECT_THAT(xml, HasSubstr("<item name=\"plain\" value=\"\" type=\"(unknown)\"/></ROOT>"));
+    ZorbColumnDataItems read;
+    read.Parse(xml, "item");
+    EXPECT_EQ(Describe(read), "Größe=" + awkward + ":1:&\n;;plain=:0:;");
+
+    for (const char* root : {"", "1x", "a b", "a>", "\xFF"}) {
+        EXPECT_FALSE(items.Save(xml, root, "item", message)) << root;
+        EXPECT_EQ(message, "Failed to create xml root element.") << root;
+    }
+    EXPECT_FALSE(items.Save(xml, "r", "no name", message));
+    EXPECT_FALSE(message.empty());
+}
+
+TEST(ColumnDataItemsTest, PositionsKeysAndNames) {
+    ZorbColumnDataItems items;
+    items.Add("x", "1", 0, "", "k");
+    EXPECT_EQ(ErrorOf([&] { items.Item("k"); }).Number, 5) << "the first item has no key";
+    items.Add("y", "2", 0, "", "k");
+    EXPECT_EQ(items.Item("K")->Value, "2");
+    EXPECT_EQ(ErrorOf([&] { items.Add("z", "3", 0, "", "K"); }).Number, 457);
+    items.Add("X", "3");
+    EXPECT_EQ(items.GetItemByName("X", 2)->Value, "3");
+    EXPECT_EQ(items.GetItemByName("y", INT_MAX), nullptr);
+    EXPECT_EQ(items.GetItemByName("y", INT_MIN)->Value, "2");
+    for (const std::int32_t position : {0, -1, 4, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(ErrorOf([&] { items.Item(position); }).Number, 9);
+        EXPECT_EQ(ErrorOf([&] { items.Remove(position); }).Number, 9);
+        items.RemoveItemByName("absent", position);
+    }
+    items.RemoveItemByName("x", 1);
+    EXPECT_EQ(Describe(items), "y=2:0:;");
+    items.Add("ИМЯ ÄÉ", "4");
+    EXPECT_EQ(items.GetItemValueByName("имя äé"), "4");
+    EXPECT_EQ(items.GetItemValueByName("absent"), "");
+
+    ZorbColumnDataItems copy;
+    items.Tag("rows");
+    copy.CopyFrom(items);
+    items.CopyFrom(items);
+    EXPECT_EQ(Describe(items), Describe(copy));
+    copy.Item(1)->Value = "changed";
+    EXPECT_EQ(items.Item(1)->Value, "2") << "a copy shares nothing";
+    EXPECT_EQ(ErrorOf([&] { copy.Item("k"); }).Number, 5);
+    copy.Reset();
+    EXPECT_EQ(copy.Tag(), "rows");
+}
+
+TEST(StrictReadingTest, WhatIsNoWellFormedXmlIsRefusedEverywhere) {
+    const auto nested = [](int depth) {
+        std::string xml;
+        for (int level = 0; level < depth; ++level) xml += "<a>";
+        for (int level = 0; level < depth; ++level) xml += "</a>";
+        return xml;
+    };
+    const auto utf16 = [](std::string_view text) {
+        std::string bytes = "\xFF\xFE";
+        for (const char character : text) bytes.append(1, character).append(1, '\0');
+        return bytes;
+    };
+    std::vector<std::string> refused{std::string("<a>\0</a>", 8), std::string("<a/>\0", 5), nested(257),
+                                     utf16("<a><b></a>")};
+    for (const char* xml :
+         {"", " ", "not xml", "<a/><b/>", "<a/>junk", "<a></b>", "<a b='1' b='2'/>", "<a b=1/>", "<a b='<'/>",
+          "<a>\xFF</a>", "<a>\xED\xA0\x80</a>", "<a>\xC0\x80</a>", "<a>\x01</a>", "<a>&#0;</a>",
+          "<a>&#xD800;</a>", "<a>&nbsp;</a>", "<a>]]></a>", "<!DOCTYPE a><a/>"}) {
+        refused.push_back(xml);
+    }
+    for (const std::string& xml : refused) {
+        ZorbFunctionCall call;
+        call.FunctionName("kept");
+        EXPECT_FALSE(call.Parse(xml)) << xml;
+        EXPECT_EQ(call.GetLastError(), "ZorbFunctionCall:Failed to load Xml Param.(ERR#: -1)") << xml;
+        EXPECT_EQ(call.FunctionName(), "kept");
+        ZorbFunctionResult result;
+        result.ResultName("gone");
+        EXPECT_FALSE(result.Parse(xml)) << xml;
+        EXPECT_EQ(result.GetLastError(), "ZorbFunctionResult:Failed to load Xml Param.(ERR#: -1)") << xml;
+        std::string text;
+        EXPECT_TRUE(result.Save(text));
+        EXPECT_EQ(text, "<result/>");
+    }
+    for (const std::string& xml : std::vector<std::string>{
+             "<a/>\n<!-- c --><?p i?>", "\xEF\xBB\xBF<a/>",
+             "<?xml version='1.0' encoding='GBK'?><a name='中'/>", nested(256),
+             utf16("<?xml version='1.0' encoding='UTF-16'?><a/>"), "<a b='&#x4E2D;&apos;&#9;'/>"}) {
+        ZorbFunctionCall call;
+        EXPECT_TRUE(call.Parse(xml)) << xml << call.GetLastError();
+        ZorbFunctionResult result;
+        EXPECT_TRUE(result.Parse(xml)) << xml << result.GetLastError();
+    }
+}
+
+TEST(FunctionCallTest, IsReadTolerantlyAndWrittenInOneForm) {
+    ZorbFunctionCall call;
+    call.AddParam("earlier", "");
+    ASSERT_TRUE(call.Parse(R"(<?xml version="1.0"?>
+        <anything name=" orders.list " guid=" G ">
+          <param name="rows" value="ignored" type="file"><col name="qty" type="">3</col><x/><col name=""/></param>
+          <param name=" a " value=" 1&#9;" type="FILE" extra="e"/>
+          <param name="">unseen</param> <param value="unseen"/>
+          <param name="a"><![CDATA[select '<']]></param>
+          <param name="text">error</param>
+          <nested><param name="deep"/></nested>
+        </anything>)"));
+    std::string xml;
+    ASSERT_TRUE(call.Save(xml));
+    EXPECT_EQ(
+        xml,
+        R"(<function name="orders.list" guid="G"><param name="a" value="1&#9;" type="file" extra="e"/>)"
+        R"(<param name="a" value="select '&lt;'" extra="select '&lt;'"/>)"
+        R"(<param name="text" value="error" type="error" extra="error"/>)"
+        R"(<param name="rows"><col name="qty" value="3" extra="3"/><col name="" value="" extra=""/></param></function>)");
+
+    ZorbFunctionCall fresh;
+    std::string again;
+    ASSERT_TRUE(fresh.Save(xml));
+    ASSERT_TRUE(fresh.Save(again));
+    EXPECT_EQ(fresh.FunctionGUID().size(), 32U);
+    EXPECT_EQ(xml, again);
+    EXPECT_EQ(xml, "<function name=\"\" guid=\"" + fresh.FunctionGUID() + "\"/>");
+}
+
+TEST(FunctionCallTest, LookUpsCountFromOneAndSayWhatIsMissing) {
+    ZorbFunctionCall call;
+    EXPECT_EQ(call.AddParam("Имя", "1"), 1);
+    EXPECT_EQ(call.AddParam(" имя ", "2", QORV_COLUMN_FILE, "e"), 2);
+    EXPECT_EQ(call.AddParam("ИМЯ", "3"), 3);
+    EXPECT_EQ(call.AddDataParam(" Rows "), 1);
+    EXPECT_EQ(call.AddSubParam(1, "qty", "5"), 1);
+    EXPECT_EQ(call.AddDataParamXml("rows", "<r><col name='qty' value='6'/></r>"), 2);
+
+    std::vector<std::string> values{"old"};
+    EXPECT_EQ(call.GetParamArray("имя", values), 2);
+    EXPECT_THAT(values, ElementsAre("1", "3"));
+    EXPECT_EQ(call.GetParamArray("none", values), -1);
+    EXPECT_THAT(values, ElementsAre("1", "3"));
+    EXPECT_EQ(call.GetLastError(), "");
+    EXPECT_EQ(call.GetParamByName("имя", 2), "2");
+    EXPECT_EQ(call.GetDataParamIndex("ROWS", 2), 2);
+    EXPECT_EQ(call.GetDataParamByName("rows")->GetItemValueByName("QTY"), "5");
+    EXPECT_EQ(call.GetDataParamIndex("rows", 3), -1);
+
+    std::string name, value, extra;
+    std::int32_t type = 0;
+    ASSERT_TRUE(call.GetParamInfo(2, name, value, type, extra));
+    EXPECT_EQ(name + value + std::to_string(type) + extra, " имя 21e");
+
+    const std::string paramIndex = "Specified parameter index out of boundary.";
+    const std::string dataIndex = "Specified data parameter index out of boundary.";
+    const std::string subIndex = "Specified sub parameter index out of boundary.";
+    const std::pair<std::function<bool()>, std::string> cases[] = {
+        {[&] { return call.GetParamInfo(0, name, value, type, extra); }, paramIndex},
+        {[&] { return call.GetParamInfo(4, name, value, type, extra); }, paramIndex},
+        {[&] { return call.ExistParam("N"); }, "Specified parameter name not found - N."},
+        {[&] { return call.GetParamByName("имя", 4) != ""; }, "Specified parameter name not found - имя."},
+        {[&] { return call.GetSubParamInfo(3, 1, name, value, type, extra); }, dataIndex},
+        {[&] { return call.GetSubParamInfo(1, 2, name, value, type, extra); }, subIndex},
+        {[&] { return call.GetSubParamByName(0, "qty") != ""; }, dataIndex},
+        {[&] { return call.GetSubParamByName(1, "x") != ""; }, "Specified sub parameter name not found - x."},
+        {[&] { return call.AddSubParam(9, "a", "b") > 0; }, "Invalid data parameter index specified - 9."},
+        {[&] { return call.AddDataParamXml("b", "<r>") > 0; }, "Failed to load Xml Data Row."}};
+    for (const auto& [fails, message] : cases) {
+        EXPECT_FALSE(fails()) << message;
+        EXPECT_EQ(call.GetLastError(), "ZorbFunctionCall:" + message + "(ERR#: -1)");
+    }
+    EXPECT_EQ(call.DataParamCount(), 2) << "a block whose text does not load is not added";
+    EXPECT_FALSE(call.SetParam(4, "x"));
+    EXPECT_FALSE(call.RemoveDataParam(3));
+    EXPECT_EQ(call.GetDataParam(3), nullptr);
+    EXPECT_EQ(call.GetLastError(), "");
+    EXPECT_TRUE(call.SetParam(1, "new"));
+    EXPECT_TRUE(call.RemoveDataParam(1));
+    call.GetDataParam(1)->Add("more", "7");
+    EXPECT_EQ(call.GetSubParam(1, 2), "7") << "blocks are live";
+}
+
+TEST(FunctionCallTest, RefusesTextsThatXmlCannotCarry) {
+    for (const std::string bad : {kNotUtf8, kSurrogate, kControl, kNoCharacter}) {
+        ZorbFunctionCall call;
+        call.AddParam("a", "good");
+        call.AddDataParam("rows");
+        EXPECT_EQ(call.AddParam("b", bad), -1);
+        EXPECT_THAT(call.GetLastError(), HasSubstr("(ERR#: 5)"));
+        EXPECT_EQ(call.AddParam(bad, "b"), -1);
+        EXPECT_EQ(call.AddParam("b", "", 0, bad), -1);
+        EXPECT_EQ(call.AddSubParam(1, "b", bad), -1);
+        EXPECT_EQ(call.AddDataParam(bad), -1);
+        EXPECT_FALSE(call.SetParam(1, bad));
+        EXPECT_EQ(ErrorOf([&] { call.FunctionName(bad); }).Number, 5);
+        EXPECT_EQ(ErrorOf([&] { call.FunctionGUID(bad); }).Number, 5);
+        EXPECT_EQ(call.GetParam(1), "good");
+        EXPECT_EQ(call.ParamCount() + call.DataParamCount(), 2);
+
+        std::string xml = "old";
+        EXPECT_TRUE(call.Save(xml));
+        call.GetDataParam(1)->Add("c", "good")->Value = bad;
+        EXPECT_FALSE(call.Save(xml)) << "put in behind the call's back";
+        EXPECT_THAT(call.GetLastError(), HasSubstr("(ERR#: 5)"));
+    }
+}
+
+TEST(FunctionCallTest, FilesAppearOnlyWhenTheyAreWritten) {
+    const test::TemporaryFolder folder;
+    ZorbFunctionCall call;
+    call.FunctionName("名");
+    EXPECT_FALSE(call.SaveToFile(folder.PathOf("missing/call.xml")));
+    EXPECT_THAT(call.GetLastError(), HasSubstr("(ERR#: 76)"));
+    EXPECT_FALSE(call.SaveToFile(folder.PathOf("")));
+    EXPECT_TRUE(call.SaveToFile(folder.PathOf("call.xml"))) << call.GetLastError();
+    EXPECT_THAT(folder.FilesIn(), ElementsAre("call.xml"));
+    EXPECT_THAT(test::ReadFile(folder.PathOf("call.xml")), HasSubstr("<function name=\"名\""));
+}
+
+std::string Saved(ZorbFunctionResult& result) {
+    std::string xml = "old";
+    EXPECT_TRUE(result.Save(xml)) << result.GetLastError();
+    return xml;
+}
+
+TEST(FunctionResultTest, EntriesAreFoundByTheirKey) {
+    ZorbFunctionResult result;
+    EXPECT_EQ(Saved(result), "<result/>");
+    EXPECT_EQ(result.ResultGUID() + result.ResultName(), "");
+    EXPECT_TRUE(result.AddFunctionResult_Info("i", 7));
+    EXPECT_TRUE(result.AddFunctionResult_Info("i", -8));
+    EXPECT_TRUE(result.AddFunctionResult_Error("e", 1, "old", "old"));
+    EXPECT_TRUE(result.AddFunctionResult_Error("e", -1, "\"<x>\"\r\n", "S&S"));
+    result.ResultName("n");
+    EXPECT_EQ(
+        Saved(result),
+        R"(<result name="n"><data guid="i" type="info"><row index="0"><col name="return" value="7"/></row></data>)"
+        R"(<data guid="i" type="info"><row index="0"><col name="return" value="-8"/></row></data>)"
+        R"(<data guid="e" type="error"><row index="0"><col name="number" value="-1"/>)"
+        R"(<col name="description" value="&quot;&lt;x&gt;&quot;&#13;&#10;"/><col name="source" value="S&amp;S"/>)"
+        R"(</row></data></result>)");
+
+    EXPECT_EQ(result.GetResultType("i"), QORV_OUTPUT_INFO);
+    EXPECT_EQ(result.GetResultDataCount("e"), 0);
+    EXPECT_EQ(result.GetResultDataItem("i", 0)->GetItemValueByName("return"), "7");
+    EXPECT_EQ(result.GetResultType("none"), -1);
+    EXPECT_EQ(result.GetResultDataItem("i", 1), nullptr);
+    EXPECT_EQ(result.GetResultDataItemXml("i", -1), "");
+    EXPECT_EQ(result.GetLastError(), "");
+    EXPECT_EQ(result.GetResultDataCount("none"), -1);
+    EXPECT_EQ(result.GetLastError(), "ZorbFunctionResult:Specified data not found - none.(ERR#: -1)");
+    EXPECT_EQ(result.GetResultDataXml("none"), "");
+    EXPECT_EQ(result.GetLastError(), "ZorbFunctionResult:Specified data not found.(ERR#: -1)");
+    EXPECT_FALSE(result.ChangeResultDataGUID("none", "x"));
+    EXPECT_EQ(result.GetLastError(), "ZorbFunctionResult:Specified data not found.(ERR#: -1)");
+    EXPECT_TRUE(result.ChangeResultDataGUID("i", "j"));
+    EXPECT_EQ(result.GetResultDataItem("i", 0)->GetItemValueByName("return"), "-8");
+
+    const ErrorInfo raised = ErrorOf([&] { result.RaiseResultError("e"); });
+    EXPECT_EQ(raised.Number, -1);
+    EXPECT_EQ(raised.Description, "\"<x>\"\r\n");
+    EXPECT_EQ(raised.Source, "S&S");
+    EXPECT_EQ(ErrorOf([&] { result.RaiseResultError("i"); }).Number, 13);
+    EXPECT_EQ(ErrorOf([&] { result.RaiseResultError("none"); }).Number, 13);
+    EXPECT_EQ(result.GetLastError(), "") << "what is raised is not kept";
+    result.AddFunctionResult_Error("nothing", 0, "", "");
+    EXPECT_EQ(ErrorOf([&] { result.RaiseResultError("nothing"); }).Number, 0);
+
+    for (const char* bad : {kNotUtf8, kSurrogate, kControl}) {
+        EXPECT_FALSE(result.AddFunctionResult_Info(bad, 1));
+        EXPECT_FALSE(result.AddFunctionResult_Error("e", 1, bad, ""));
+        EXPECT_FALSE(result.ChangeResultDataGUID("j", bad));
+        EXPECT_EQ(ErrorOf([&] { result.ResultName(bad); }).Number, 5);
+    }
+    EXPECT_EQ(result.GetResultType("e"), QORV_OUTPUT_ERROR) << "a refused entry replaces none";
+}
+
+TEST(FunctionResultTest, KeysGoIntoTheLookUpAsTheyStand) {
+    for (const bool live : {false, true}) {
+        ZorbFunctionResult result;
+        result.AddFunctionResult_Info("a", 1);
+        result.AddFunctionResult_Error("b", 2, "", "");
+        if (live) result.ResultXMLDOMDoc();
+        EXPECT_EQ(result.GetResultType("x' or @type='error"), QORV_OUTPUT_ERROR);
+        EXPECT_EQ(result.GetResultDataItem("' or '1'='1", 0)->GetItemValueByName("return"), "1");
+        for (const char* broken : {"'", "O'Brien", "a' or ", "a'] | //["}) {
+            EXPECT_EQ(result.GetResultType(broken), -1);
+            EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: -2147467259)")) << broken;
+            EXPECT_EQ(result.GetResultDataCount(broken), -1);
+            EXPECT_EQ(result.GetResultDataXml(broken), "");
+            EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: -2147467259)")) << broken;
+            EXPECT_FALSE(result.AddFunctionResult_Error(broken, 1, "", ""));
+        }
+        EXPECT_TRUE(result.AddFunctionResult_Info("O'Brien", 3)) << "added without a look-up";
+        EXPECT_EQ(result.GetResultType("a"), QORV_OUTPUT_INFO);
+        EXPECT_EQ(Entries(Saved(result)).size(), 3U);
+        EXPECT_TRUE(result.AddFunctionResult_Error("' or '1'='1", 5, "", ""));
+        EXPECT_EQ(Entries(Saved(result)).size(), 1U) << "the expression selected all";
+    }
+}
+
+TEST(FunctionResultTest, TheDocumentHandedOutIsTheResultUntilResetOrParse) {
+    ZorbFunctionResult result;
+    result.AddFunctionResult_Info("a", 1);
+    const auto document = result.ResultXMLDOMDoc();
+    document->document_element().child("data").attribute("guid").set_value("\t<new>");
+    document->document_element().append_attribute("name").set_value("told");
+    EXPECT_EQ(result.ResultName(), "told");
+    EXPECT_EQ(result.GetResultType("\t<new>"), QORV_OUTPUT_INFO);
+    result.AddFunctionResult_Error("b", 2, "line\nline", "");
+    EXPECT_EQ(result.GetResultDataCount("b"), 0);
+    EXPECT_TRUE(document->document_element().find_child_by_attribute("data", "guid", "b"));
+    EXPECT_EQ(result.ResultXMLDOMDoc(), document);
+    EXPECT_THAT(Entries(Saved(result)),
+                ElementsAre("\t<new> info[return=1]", "b error[number=2 description=line\nline source=]"));
+
+    EXPECT_FALSE(result.Parse("<broken"));
+    EXPECT_EQ(Saved(result), "<result/>");
+    EXPECT_NE(result.ResultXMLDOMDoc(), document);
+    EXPECT_TRUE(document->document_element().find_child_by_attribute("data", "guid", "b"))
+        << "its holder's to keep";
+    result.Reset();
+    result.AddFunctionResult_Info("c", 3);
+    EXPECT_FALSE(document->document_element().find_child_by_attribute("data", "guid", "c"));
+
+    const auto emptied = result.ResultXMLDOMDoc();
+    emptied->reset();
+    EXPECT_FALSE(result.AddFunctionResult_Info("d", 4)) << "there is no root any more";
+    EXPECT_FALSE(result.GetLastError().empty());
+    EXPECT_EQ(result.GetResultType("c"), -1);
+    result.Reset();
+    EXPECT_EQ(Saved(result), "<result/>");
+}
+
+TEST(FunctionResultTest, ParsedRowsAreTakenAsTheyCome) {
+    constexpr std::string_view kXml =
+        R"(<r guid="G">stray<other/><data><row index="0"/></data><data guid="k"/><data guid="k" type="FILE">)"
+        R"(<!-- <row index="7"/> --><row index="3" x="&gt;"><row index="4"/><col name="a" value="three"/></row>)"
+        R"(<row><col name="b">no index &lt;row&gt;</col></row><rows index="1"/><row index="3"><col name="a" value="second"/>)"
+        R"(</row><row index="-1"/><row index="01"/></data><x><data guid="deep"/></x></r>)";
+    for (const bool live : {false, true}) {
+        ZorbFunctionResult result;
+        ASSERT_TRUE(result.Parse(kXml));
+        if (live) result.ResultXMLDOMDoc();
+        EXPECT_EQ(Saved(result), kXml);
+        EXPECT_EQ(result.ResultGUID(), "G");
+        EXPECT_EQ(result.GetResultType("k"), QORV_OUTPUT_DATA) << "the first under that key has no type";
+        EXPECT_EQ(result.GetResultType("deep"), -1);
+        EXPECT_EQ(result.GetResultType(""), -1) << "an entry without a key";
+        EXPECT_EQ(result.GetResultDataItem("k", 3)->GetItemValueByName("a"), "three");
+        EXPECT_EQ(result.GetResultDataItem("k", 3)->Count(), 1);
+        EXPECT_EQ(result.GetResultDataItemXml("k", -1), "<row index=\"-1\"/>");
+        EXPECT_EQ(result.GetResultDataItem("k", 4), nullptr) << "nested rows are none of the entry's";
+        EXPECT_EQ(result.GetResultDataItem("k", 1), nullptr) << "indexes are compared as text";
+        EXPECT_EQ(result.GetResultDataItem("k", 0), nullptr);
+        EXPECT_EQ(result.GetResultDataCount("k"), 1) << "of the last row, in the first entry that has any";
+        EXPECT_EQ(result.GetResultDataXml("k"), "<data guid=\"k\"/>");
+        result.ChangeResultDataGUID("k", "other");
+        EXPECT_EQ(result.GetResultType("k"), QORV_OUTPUT_FILE);
+        EXPECT_EQ(result.GetResultDataCount("other"), -1);
+    }
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.Parse("<r><data guid='a'><row/></data><data guid='b'><row index='x'/></data></r>"));
+    EXPECT_EQ(result.GetResultDataCount("a"), 0);
+    EXPECT_EQ(result.GetResultDataCount("b"), -1);
+    EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: 13)"));
+}
+
+class ResultRecordsTest : public testing::Test {
+protected:
+    ado::RecordsetPtr Query(std::string_view sql) { return connection_->Execute(sql); }
+
+    test::TemporaryFolder folder_;
+    ado::ConnectionPtr connection_ = test::MakeDatabase(folder_.PathOf("data.db"));
+};
+
+TEST_F(ResultRecordsTest, RecordsBecomeRowsWithTheirValuesUnchanged) {
+    ado::RecordsetPtr records = Query(
+        "select 1 as Id, char(9,13,10,34,38,60) || ' x ' as \"ÄTEXT\", null as N, 2.50 as D union all select "
+        "2, 'b', 3, 1e300");
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.AddFunctionResult_Data("k", records, "")) << result.GetLastError();
+    EXPECT_TRUE(records->IsEOF());
+    EXPECT_THAT(Entries(Saved(result)),
+                ElementsAre("k data[id=integer ätext=text n=text d=double"
+                            "|id=1 ätext=\t\r\n\"&< x  n= d=2.5|id=2 ätext=b n=3 d=1e+300]"));
+    EXPECT_EQ(result.GetResultDataCount("k"), 2);
+
+    ado::RecordsetPtr none = Query("select 1 as a where 0");
+    ASSERT_TRUE(result.AddFunctionResult_Data("empty", none, ""));
+    EXPECT_EQ(result.GetResultDataCount("empty"), 0);
+    ado::RecordsetPtr null;
+    EXPECT_FALSE(result.AddFunctionResult_Data("null", null, ""));
+    EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: 91)"));
+    ado::RecordsetPtr closed = Query("create table t (a)");
+    EXPECT_FALSE(result.AddFunctionResult_Data("closed", closed, ""));
+    EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: -2146824584)"));
+    ZorbFunctionResult read;
+    EXPECT_TRUE(read.Parse(Saved(result)));
+}
+
+TEST_F(ResultRecordsTest, WhatXmlCannotCarryIsMarkedAndReplaced) {
+    ado::RecordsetPtr records = Query(
+        "select cast(x'610062' as text) as nul, cast(x'61FF62' as text) as bad, cast(x'EDA080' as text) as "
+        "half,"
+        "char(1) as control, char(65534) as \"no\x01name\", 'good' as good");
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.AddFunctionResult_Data("k", records, "")) << result.GetLastError();
+    const std::string xml = Saved(result);
+    ZorbFunctionResult read;
+    ASSERT_TRUE(read.Parse(xml)) << xml;
+    const auto row = read.GetResultDataItem("k", 1);
+    for (const char* name : {"nul", "bad"}) EXPECT_EQ(row->GetItemValueByName(name), "a\uFFFDb");
+    EXPECT_THAT(row->GetItemValueByName("half"), StartsWith("\uFFFD"));
+    EXPECT_EQ(row->GetItemValueByName("control"), "\uFFFD");
+    for (int cell = 1; cell <= 5; ++cell) EXPECT_EQ(row->Item(cell)->DataType, QORV_COLUMN_ERROR);
+    EXPECT_EQ(row->GetItemByName("good")->DataType, QORV_COLUMN_DATA);
+    EXPECT_EQ(read.GetResultDataItem("k", 0)->Item(5)->Name, "no\uFFFDname");
+}
+
+TEST_F(ResultRecordsTest, BinaryColumnsGoToFilesOfTheDataFolder) {
+    test::MakeDatabase(
+        folder_.PathOf("data.db"),
+        "create table p (Id integer, Photo blob, Memo longtext, Raw varbinary(9)); insert into p values "
+        "(0, x'', '', x'00'), (1, zeroblob(1), 'ä', x'FF00'), (2, null, null, null), (3, zeroblob(4095), "
+        "'x', ''),"
+        "(4, zeroblob(4096), 'x', ''), (5, zeroblob(4097), 'x', '')");
+    ZorbFunctionResult result;
+    ado::RecordsetPtr records = Query("select * from p where id = 1");
+    ASSERT_TRUE(result.AddFunctionResult_Data("no folder", records, ""));
+    records = Query("select * from p order by id");
+    std::filesystem::create_directory(folder_.PathOf("out"));
+    test::WriteFile(folder_.PathOf("out/Photo.000001"), "an old file");
+    ASSERT_TRUE(result.AddFunctionResult_Data("k", records, folder_.PathOf("out"))) << result.GetLastError();
+    EXPECT_EQ(result.GetLastError(), "");
+    EXPECT_THAT(Saved(result),
+                HasSubstr("<data guid=\"k\" type=\"data\" datafolder=\"" + folder_.PathOf("out") + "\\\">"));
+    EXPECT_EQ(Entries(Saved(result))[0],
+              "no folder data[id=integer photo=binary(file) memo=binary(file) raw=binary(file)"
+              "|id=1 photo=(skipped)(file) memo=(skipped)(file) raw=(skipped)(file)]");
+    EXPECT_THAT(
+        Entries(Saved(result))[1],
+        HasSubstr("|id=0 photo=Photo.000001(file) memo=Memo.000001(file) raw=Raw.000001(file)|id=1 "));
+    EXPECT_EQ(folder_.FilesIn("out").size(), 18U) << "nothing but the columns' files";
+    const std::vector<std::size_t> sizes{0, 1, 0, 4095, 4096, 4097};
+    for (std::size_t row = 0; row < sizes.size(); ++row) {
+        EXPECT_EQ(test::ReadFile(folder_.PathOf("out/Photo.00000" + std::to_string(row + 1))),
+                  std::string(sizes[row], '\0'));
+    }
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("out/Memo.000002")), "ä");
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("out/Raw.000002")), std::string("\xFF\0", 2));
+}
+
+TEST_F(ResultRecordsTest, AFileThatCannotBeWrittenMarksItsCellOnly) {
+    test::MakeDatabase(folder_.PathOf("data.db"),
+                       "create table p (good blob, \"../x\" blob, \"..\\y\" blob); "
+                       "insert into p values (x'01', x'02', x'03')");
+    std::filesystem::create_directory(folder_.PathOf("out"));
+    ZorbFunctionResult result;
+    ado::RecordsetPtr records = Query("select * from p");
+    ASSERT_TRUE(result.AddFunctionResult_Data("k", records, folder_.PathOf("out\\")))
+        << result.GetLastError();
+    EXPECT_NE(result.GetLastError(), "");
+    EXPECT_THAT(Entries(Saved(result))[0],
+                HasSubstr("|good=good.000001(file) ../x=../x.000001(error) ..\\y=..\\y.000001(error)]"));
+    EXPECT_THAT(folder_.FilesIn("out"), ElementsAre("good.000001"));
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data.db", "out"));
+
+    records = Query("select good, 7 as n from p");
+    ASSERT_TRUE(result.AddFunctionResult_Data("m", records, folder_.PathOf("missing")));
+    EXPECT_THAT(result.GetLastError(), HasSubstr("(ERR#: 76)"));
+    EXPECT_THAT(Entries(Saved(result))[1], HasSubstr("|good=good.000001(error) n=7]"));
+}
+
+TEST_F(ResultRecordsTest, RowsReadOneAfterAnotherCostTheSameHoweverManyThereAre) {
+    ado::RecordsetPtr records = Query(
+        "with recursive n(i) as (select 1 union all select i + 1 from n where i < 50000) "
+        "select i, printf('%.*c', 1 + i * 7919 % 900, 'x') as text from n");
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.AddFunctionResult_Data("k", records, ""));
+    const auto start = std::chrono::steady_clock::now();
+    for (std::int32_t row = 1; row <= result.GetResultDataCount("k"); ++row) {
+        const ZorbColumnDataItemsPtr items = result.GetResultDataItem("k", row);
+        ASSERT_EQ(items->Item(1)->Value, std::to_string(row));
+        ASSERT_EQ(items->Item(2)->Value.size(), 1 + static_cast<std::size_t>(row) * 7919 % 900);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+}
+
+}  // namespace
+}  // namespace halvtiv

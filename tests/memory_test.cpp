@@ -1,0 +1,175 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "support.hpp"
+
+namespace {
+
+/// Which of this thread's allocations fails: none while `number` is negative, else the one so many ahead, and
+/// with `forGood` all after it.
+struct AllocationFailure {
+    std::int64_t number = -1;
+    bool forGood = false;
+    bool reached = false;
+
+    bool Now() {
+        if (number < 0) return false;
+        if (number > 0) {
+            --number;
+            return false;
+        }
+        reached = true;
+        if (!forGood) number = -1;
+        return true;
+    }
+};
+thread_local AllocationFailure failure;
+
+void* Allocate(std::size_t size) noexcept {
+    return failure.Now() ? nullptr : std::malloc(size > 0 ? size : 1);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    if (void* memory = Allocate(size)) return memory;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace halvtiv {
+namespace {
+
+constexpr const char* kOutOfMemory = "Out of memory.(ERR#: 7)";
+
+/// Fails every single allocation of an attempt in turn, alone and with all after it, the tree's own included;
+/// looks after each at what has become of it.
+template <typename Attempt, typename Check>
+void FailEachAllocation(Attempt&& attempt, Check&& check) {
+    pugi::set_memory_management_functions(&Allocate, &std::free);
+    for (const bool forGood : {false, true}) {
+        for (std::int64_t number = 0; !testing::Test::HasFailure(); ++number) {
+            SCOPED_TRACE("allocation " + std::to_string(number) + (forGood ? " and all after it" : ""));
+            failure = {number, forGood, false};
+            bool escaped = false;
+            try {
+                attempt();
+            } catch (...) {
+                escaped = true;
+            }
+            const bool reached = failure.reached;
+            failure = {};
+            EXPECT_FALSE(escaped);
+            check();
+            if (!reached) break;
+        }
+    }
+    pugi::set_memory_management_functions(&std::malloc, &std::free);
+}
+
+constexpr const char* kCall =
+    R"(<function name="a function's long name" guid="0123456789ABCDEF0123456789ABCDEF"><param name="n" )"
+    R"(value="a value beyond any small buffer" extra=""/><param name="block"><col name="c" value="1" extra=""/></param>)"
+    R"(</function>)";
+constexpr const char* kResult =
+    R"(<result name="n"><data guid="k" type="data"><row index="0"><col name="a" value="text"/></row><row index="1">)"
+    R"(<col name="a" value="another value beyond any small buffer"/></row></data></result>)";
+constexpr const char* kDefinitions =
+    R"(<d><functiondef name="a.function"><paramdef><param name="a long parameter name" type="text" extra="quote"/>)"
+    R"(<param name="n" type="integer"/></paramdef><function name="public.getcomplexdata">)"
+    R"(<param name="sql" value="select v from t where v = '%a long parameter name%' or %n%"/>)"
+    R"(<param name="csql" value="select '%v%' as copy"/><param name="refcols"><col name="v" value="v" extra="quoted"/>)"
+    R"(</param></function></functiondef></d>)";
+
+TEST(MemoryTest, DocumentsSurviveAnyFailedAllocation) {
+    bool done = false;
+    std::string xml;
+    ZorbFunctionCall call;
+    FailEachAllocation([&] { done = call.Parse(kCall) && call.Save(xml); },
+                       [&] {
+                           EXPECT_TRUE(done ? xml == kCall : call.GetLastError().ends_with(kOutOfMemory));
+                           EXPECT_TRUE(call.Parse(kCall) && call.Save(xml)) << call.GetLastError();
+                           EXPECT_EQ(xml, kCall);
+                       });
+
+    ZorbFunctionResult result;
+    ZorbColumnDataItemsPtr row;
+    for (const bool live : {false, true}) {
+        const auto work = [&] {
+            done = result.Parse(kResult) &&
+                   (!live || result.GetResultType("x' or @guid='k") == QORV_OUTPUT_DATA);
+            row = done ? result.GetResultDataItem("k", 1) : nullptr;
+            done = row &&
+                   result.AddFunctionResult_Error("k", -1, "a description beyond any small buffer", "") &&
+                   result.AddFunctionResult_Info("k", 5) && result.ChangeResultDataGUID("k", "l") &&
+                   result.Save(xml);
+        };
+        const auto isRight = [&] {
+            return done && row->Count() == 1 && test::Entries(xml).size() == 2 &&
+                   result.GetResultType("l") == QORV_OUTPUT_ERROR;
+        };
+        FailEachAllocation(work, [&] {
+            EXPECT_TRUE(done ? isRight() : result.GetLastError().ends_with(kOutOfMemory)) << xml;
+            work();
+            EXPECT_TRUE(isRight()) << result.GetLastError();
+        });
+    }
+}
+
+TEST(MemoryTest, ARequestIsAnsweredRightlyOrSaysThatMemoryRanOut) {
+    const test::TemporaryFolder folder;
+    const std::string path = folder.PathOf("data.db");
+    test::MakeDatabase(
+        path, "create table t (v text); insert into t values ('a value beyond any small buffer'), ('b')");
+    ZorbDbAccessEngine engine;
+    ASSERT_NE(engine.SetDatabaseConnectionString("Provider=SQLite;Data Source=" + path), nullptr);
+    std::string report;
+    bool done = engine.LoadFunctionDefsXml(kDefinitions, report);
+    FailEachAllocation(
+        [&] { done = engine.LoadFunctionDefsXml(kDefinitions, report); },
+        [&] {
+            EXPECT_TRUE(done || engine.GetLastError().ends_with(kOutOfMemory)) << engine.GetLastError();
+            EXPECT_TRUE(engine.IsFunctionDefined("a.function")) << "the old one stays";
+            EXPECT_TRUE(engine.LoadFunctionDefsXml(kDefinitions, report));
+            EXPECT_TRUE(report.ends_with("(0 failed, 0 new added and 1 updated).\r\n")) << report;
+        });
+
+    const std::string request = test::Request(
+        "a.function", {{"a long parameter name", "a value beyond any small buffer"}, {"n", "0"}});
+    std::string xml, expected;
+    ASSERT_TRUE(engine.RunFunction(request, expected)) << engine.GetLastError();
+    ASSERT_THAT(test::Entries(expected),
+                testing::ElementsAre("K data[v=text|v=a value beyond any small buffer]",
+                                     "K.1.1 data[copy=text|copy=a value beyond any small buffer]"));
+    FailEachAllocation(
+        [&] { done = engine.RunFunction(request, xml); },
+        [&] {
+            const std::string error = engine.GetLastError();
+            EXPECT_TRUE(error.empty() ? done && xml == expected : error.ends_with(kOutOfMemory))
+                << error << xml;
+            EXPECT_TRUE(done || xml.empty());
+            EXPECT_TRUE(engine.RunFunction(request, xml)) << engine.GetLastError();
+            EXPECT_EQ(xml, expected);
+        });
+}
+
+}  // namespace
+}  // namespace halvtiv
