@@ -118,7 +118,9 @@ public:
 
 private:
     friend class CallReader;
+    friend class ZorbFunctionCall;
     void Append(ZorbColumnDataItemPtr item);
+    void TakeFrom(ZorbColumnDataItems& other) noexcept;
     const ZorbColumnDataItemPtr& ItemAt(std::size_t index) const;
     std::size_t PositionOfKey(std::string_view key) const;
 

@@ -17,7 +17,8 @@ namespace halvtiv {
 /// reference to a file, an error or a return value. Keys need not be unique: look-ups take the first.
 ///
 /// The document is kept as text and becomes a tree only when `ResultXMLDOMDoc` or a key with a quote asks
-/// for one. Reading rows one after another costs the same per row however many there are.
+/// for one. Reading rows one after another costs the same per row however many there are; once it is a tree,
+/// which its holder may change at any time, each look-up searches it.
 ///
 /// Every member from `GetResultType` on, but for `RaiseResultError` and the two error members, clears
 /// the last error, lets no exception out and, when it fails, keeps the reason for `GetLastError` and

@@ -117,15 +117,24 @@ std::shared_ptr<clsZorbFunctionDef> clsZorbFunctionDefLibrary::AddDefinition(std
     }
     const std::string name = definition->FunctionName();
     const bool replaces = IsFunctionDefined(name);
-    if (replaces && !Forget(name)) {
-        message = "Failed. (Failed to remove old function - " + name + ".)";
-        Raise("Failed to remove old function - ", name, ".");
-    }
-    definitions_.push_back(definition);
-    byName_[platform::ToLower(name)] = std::prev(definitions_.end());
-    message = std::string(replaces ? "Updated" : "Success") + ". (" +
-              std::to_string(definition->ParamCount()) + " parameters)";
+    std::string done = std::string(replaces ? "Updated" : "Success") + ". (" +
+                       std::to_string(definition->ParamCount()) + " parameters)";
+    Replace(name, definition);
+    message = std::move(done);
     return definition;
+}
+
+// The old one goes only when the new one is in its place.
+void clsZorbFunctionDefLibrary::Replace(const std::string& name,
+                                        std::shared_ptr<clsZorbFunctionDef> definition) {
+    Definitions added;
+    added.push_back(std::move(definition));
+    const auto [entry, isNew] = byName_.try_emplace(platform::ToLower(name), added.begin());
+    if (!isNew) {
+        definitions_.erase(entry->second);
+        entry->second = added.begin();
+    }
+    definitions_.splice(definitions_.end(), added);
 }
 
 bool clsZorbFunctionDefLibrary::CompileFunction(ZorbFunctionCall& call) {

@@ -55,6 +55,7 @@ private:
     void LoadDocument(const pugi::xml_document& document, std::string& report);
     template <typename Load>
     bool LoadReporting(std::string& report, Load&& load);
+    void Replace(const std::string& name, std::shared_ptr<clsZorbFunctionDef> definition);
     bool Forget(std::string_view name);
 
     std::unordered_set<std::string> builtInNames_;  // lower-cased, as the index below

@@ -11,6 +11,9 @@ namespace halvtiv {
 /// A call as the engine's own code sees it: nothing is guarded here, so that a failure is never taken for a
 /// value that is missing. Names are compared trimmed and without regard to case.
 struct CallInside {
+    static const std::string& Name(const ZorbFunctionCall& call);
+    static const std::string& Guid(const ZorbFunctionCall& call);
+
     static const ZorbColumnDataItems& Params(const ZorbFunctionCall& call);
     static ZorbColumnDataItems& Params(ZorbFunctionCall& call);
     /// The first parameter of that name; null when there is none.

@@ -41,7 +41,7 @@ void CallReader::EndElement(std::string_view /*name*/) {
         if (block_) {
             parts_.dataParams.push_back(std::exchange(block_, nullptr));
         } else {
-            parts_.params->Append(std::move(param));
+            parts_.params.Append(std::move(param));
         }
     }
     --depth_;

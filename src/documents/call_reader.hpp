@@ -16,7 +16,7 @@ namespace halvtiv {
 struct CallParts {
     std::string name;
     std::string guid;
-    ZorbColumnDataItemsPtr params = std::make_shared<ZorbColumnDataItems>();
+    ZorbColumnDataItems params;
     std::vector<ZorbColumnDataItemsPtr> dataParams;
 };
 
@@ -31,8 +31,6 @@ public:
     void StartElement(std::string_view name, std::span<const platform::XmlAttribute> attributes) override;
     void EndElement(std::string_view name) override;
     void Text(std::string_view text) override;
-    void Comment(std::string_view /*text*/) override {}
-    void ProcessingInstruction(std::string_view /*target*/, std::string_view /*data*/) override {}
 
 private:
     /// An item of which only the start is known.

@@ -213,6 +213,11 @@ void ZorbColumnDataItems::Append(ZorbColumnDataItemPtr item) {
     entries_.push_back({std::move(item), {}});
 }
 
+void ZorbColumnDataItems::TakeFrom(ZorbColumnDataItems& other) noexcept {
+    tag_ = std::move(other.tag_);
+    entries_ = std::move(other.entries_);
+}
+
 const ZorbColumnDataItemPtr& ZorbColumnDataItems::ItemAt(std::size_t index) const {
     return entries_[index].item;
 }

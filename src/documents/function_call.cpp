@@ -58,14 +58,14 @@ void GetItemFields(const ZorbColumnDataItem& item, std::string& value, std::int3
 struct ZorbFunctionCall::Impl {
     std::string functionName;
     std::string functionGUID;
-    ZorbColumnDataItemsPtr params = std::make_shared<ZorbColumnDataItems>();
+    ZorbColumnDataItems params;
     std::vector<ZorbColumnDataItemsPtr> dataParams;
     clsZorbErrObject errors{kProductName, kClass};
 
     void Reset() {
         functionName.clear();
         functionGUID.clear();
-        params->Reset();
+        params.Reset();
         dataParams.clear();
     }
 
@@ -81,8 +81,8 @@ struct ZorbFunctionCall::Impl {
     }
 
     ZorbColumnDataItemPtr FindParam(std::string_view name, std::int32_t startIndex) const {
-        for (std::int32_t index = std::max(startIndex, 1); index <= params->Count(); ++index) {
-            ZorbColumnDataItemPtr item = params->Item(index);
+        for (std::int32_t index = std::max(startIndex, 1); index <= params.Count(); ++index) {
+            ZorbColumnDataItemPtr item = params.Item(index);
             if (SameTrimmedName(item->Name, name)) return item;
         }
         return nullptr;
@@ -124,7 +124,7 @@ struct ZorbFunctionCall::Impl {
     void Take(CallParts&& parts) noexcept {
         functionName = std::move(parts.name);
         functionGUID = std::move(parts.guid);
-        params = std::move(parts.params);
+        params.TakeFrom(parts.params);
         dataParams = std::move(parts.dataParams);
     }
 
@@ -134,12 +134,12 @@ struct ZorbFunctionCall::Impl {
         xml.Append("<function");
         AppendAttribute(xml, "name", functionName);
         AppendAttribute(xml, "guid", functionGUID);
-        if (params->Count() == 0 && dataParams.empty()) {
+        if (params.Count() == 0 && dataParams.empty()) {
             xml.Append("/>");
             return xml;
         }
         xml.Append('>');
-        WriteItemsXml(xml, *params, "param");
+        WriteItemsXml(xml, params, "param");
         for (const ZorbColumnDataItemsPtr& block : dataParams) {
             xml.Append("<param");
             AppendAttribute(xml, "name", block->Tag());
@@ -203,7 +203,7 @@ void ZorbFunctionCall::FunctionGUID(std::string_view sFunctionGUID) {
 }
 
 std::int32_t ZorbFunctionCall::ParamCount() const {
-    return impl_->params->Count();
+    return impl_->params.Count();
 }
 
 std::int32_t ZorbFunctionCall::DataParamCount() const {
@@ -214,7 +214,7 @@ std::int32_t ZorbFunctionCall::GetParamArray(std::string_view name, std::vector<
     return Guarded(impl_->errors, -1, [&] {
         const std::string wanted = platform::ToUpper(name);
         std::vector<std::string> found;
-        for (const ZorbColumnDataItemPtr& item : *impl_->params) {
+        for (const ZorbColumnDataItemPtr& item : impl_->params) {
             if (platform::ToUpper(item->Name) == wanted) found.push_back(item->Value);
         }
         if (found.empty()) return -1;
@@ -227,7 +227,7 @@ bool ZorbFunctionCall::GetParamInfo(std::int32_t index, std::string& name, std::
                                     std::int32_t& type, std::string& extra) {
     return Succeeds(impl_->errors, [&] {
         if (index < 1 || index > ParamCount()) Raise("Specified parameter index out of boundary.");
-        const ZorbColumnDataItemPtr item = impl_->params->Item(index);
+        const ZorbColumnDataItemPtr item = impl_->params.Item(index);
         name = item->Name;
         GetItemFields(*item, value, type, extra);
     });
@@ -246,7 +246,7 @@ bool ZorbFunctionCall::SetParam(std::int32_t index, std::string_view value) {
     return Guarded(impl_->errors, false, [&] {
         if (index < 1 || index > ParamCount()) return false;
         RequireXmlText(value);
-        impl_->params->Item(index)->Value = value;
+        impl_->params.Item(index)->Value = value;
         return true;
     });
 }
@@ -279,7 +279,7 @@ bool ZorbFunctionCall::GetSubParamInfoByName(std::int32_t dataIndex, std::string
 std::int32_t ZorbFunctionCall::AddParam(std::string_view name, std::string_view value, std::int32_t type,
                                         std::string_view extra) {
     return Guarded(impl_->errors, -1,
-                   [&] { return AppendParamItem(*impl_->params, name, value, type, extra); });
+                   [&] { return AppendParamItem(impl_->params, name, value, type, extra); });
 }
 
 std::int32_t ZorbFunctionCall::AddSubParam(std::int32_t dataIndex, std::string_view name,
@@ -358,12 +358,20 @@ bool ZorbFunctionCall::ExistParam(std::string_view name) {
     return Guarded(impl_->errors, false, [&] { return impl_->FindParamOrRecord(name, 1) != nullptr; });
 }
 
+const std::string& CallInside::Name(const ZorbFunctionCall& call) {
+    return call.impl_->functionName;
+}
+
+const std::string& CallInside::Guid(const ZorbFunctionCall& call) {
+    return call.impl_->functionGUID;
+}
+
 const ZorbColumnDataItems& CallInside::Params(const ZorbFunctionCall& call) {
-    return *call.impl_->params;
+    return call.impl_->params;
 }
 
 ZorbColumnDataItems& CallInside::Params(ZorbFunctionCall& call) {
-    return *call.impl_->params;
+    return call.impl_->params;
 }
 
 ZorbColumnDataItemPtr CallInside::FindParam(const ZorbFunctionCall& call, std::string_view name) {

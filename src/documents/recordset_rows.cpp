@@ -28,15 +28,14 @@ RecordsetRows::RecordsetRows(std::span<const ado::ColumnInfo> columns, std::stri
                              clsZorbErrObject& errors)
     : infos_(columns), dataFolder_(dataFolder), errors_(errors) {
     columns_.reserve(columns.size());
-    TextBuffer openings(64 * columns.size());
+    openings_ = TextBuffer(64 * columns.size());
     for (const ado::ColumnInfo& info : columns) {
-        const std::size_t start = openings.Size();
-        openings.Append("<col name=\"");
-        AppendAttributeText(openings, platform::ToLower(info.name));
-        openings.Append("\" value=\"");
-        columns_.push_back({start, openings.Size() - start, IsBlobField(info.type)});
+        const std::size_t start = openings_.BeginRun();
+        openings_.Append("<col name=\"");
+        AppendAttributeText(openings_, platform::ToLower(info.name));
+        openings_.Append("\" value=\"");
+        columns_.push_back({start, openings_.Size() - start, IsBlobField(info.type)});
     }
-    openings_ = openings.ToString();
 }
 
 void RecordsetRows::AppendHeader(TextBuffer& xml) const {

@@ -31,13 +31,13 @@ private:
         bool isBlob;
     };
     std::string_view Opening(const Column& column) const {
-        return std::string_view(openings_).substr(column.opening, column.size);
+        return openings_.View(column.opening, column.size);
     }
     void AppendBlobCell(platform::TextBuffer& xml, ado::RowSource& row, std::int32_t column,
                         std::int64_t index) const;
 
     std::span<const ado::ColumnInfo> infos_;
-    std::string openings_;
+    platform::TextBuffer openings_;
     std::vector<Column> columns_;
     std::string_view dataFolder_;
     clsZorbErrObject& errors_;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <memory>
+#include <unordered_map>
 #include <utility>
 
 #include "documents/item_xml.hpp"
@@ -60,14 +61,14 @@ public:
     }
 
     std::optional<std::string> EntryType(std::string_view guid) const override {
-        const Child* child = FindEntry(guid);
-        if (child == nullptr) return std::nullopt;
-        return std::string(child->entry.Attribute("type"));
+        const std::vector<Child*> entries = EntriesOf(guid);
+        if (entries.empty()) return std::nullopt;
+        return std::string(entries.front()->entry.Attribute("type"));
     }
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
-        for (const auto& child : children_) {
-            if (IsEntry(*child, guid) && !child->Rows().Empty()) return child->Rows().LastIndex();
+        for (const Child* entry : EntriesOf(guid)) {
+            if (!entry->Rows().Empty()) return entry->Rows().LastIndex();
         }
         return std::nullopt;
     }
@@ -75,39 +76,39 @@ public:
     std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
         char number[platform::kNumberTextSize];
         const std::string_view wanted = platform::IntegerText(index, number);
-        for (const auto& child : children_) {
-            if (!IsEntry(*child, guid)) continue;
-            if (const auto row = child->Rows().Find(wanted)) return std::string(*row);
+        for (const Child* entry : EntriesOf(guid)) {
+            if (const auto row = entry->Rows().Find(wanted)) return std::string(*row);
         }
         return std::nullopt;
     }
 
     std::optional<std::string> EntryXml(std::string_view guid) const override {
-        const Child* child = FindEntry(guid);
-        if (child == nullptr) return std::nullopt;
+        const std::vector<Child*> entries = EntriesOf(guid);
+        if (entries.empty()) return std::nullopt;
         TextBuffer xml;
-        child->entry.AppendTo(xml);
+        entries.front()->entry.AppendTo(xml);
         return xml.ToString();
     }
 
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        for (auto& child : children_) {
-            if (!IsEntry(*child, oldGuid)) continue;
-            for (auto& [name, value] : child->entry.attributes) {
-                if (name == "guid") value = newGuid;
-            }
-            return true;
+        const std::vector<Child*> entries = EntriesOf(oldGuid);
+        if (entries.empty()) return false;
+        byKey_.clear();
+        for (auto& [name, value] : entries.front()->entry.attributes) {
+            if (name == "guid") value = newGuid;
         }
-        return false;
+        return true;
     }
 
     void RemoveEntries(std::string_view guid) override {
+        byKey_.clear();
         std::erase_if(children_, [guid](const auto& child) { return IsEntry(*child, guid); });
     }
 
     void AppendEntry(ResultEntry entry) override {
         auto child = std::make_unique<Child>();
         child->entry = std::move(entry);
+        byKey_.clear();
         children_.push_back(std::move(child));
     }
 
@@ -124,6 +125,7 @@ public:
                        child.rows.reset();
                        child.entry.content.MoveTo(xml);
                    });
+        byKey_.clear();
         children_.clear();
         rootAttributes_.clear();
         rootName_ = kRootName;
@@ -140,19 +142,41 @@ private:
     friend class ResultReader;
     static constexpr const char* kRootName = "result";
 
-    static bool IsEntry(const Child& child, std::string_view guid) {
-        if (!child.isEntry) return false;
-        // An entry without a key is found by none, not even by an empty one.
-        return std::any_of(
-            child.entry.attributes.begin(), child.entry.attributes.end(),
-            [guid](const auto& attribute) { return attribute.first == "guid" && attribute.second == guid; });
-    }
-
-    const Child* FindEntry(std::string_view guid) const {
-        for (const auto& child : children_) {
-            if (IsEntry(*child, guid)) return child.get();
+    /// The key of an entry; null when it has none: no look-up finds it then, not even one for "".
+    static const std::string* KeyOf(const Child& child) {
+        if (!child.isEntry) return nullptr;
+        for (const auto& [name, value] : child.entry.attributes) {
+            if (name == "guid") return &value;
         }
         return nullptr;
+    }
+
+    static bool IsEntry(const Child& child, std::string_view guid) {
+        const std::string* key = KeyOf(child);
+        return key != nullptr && *key == guid;
+    }
+
+    /// All entries under a key, in document order. Many are found through an index that lasts until a change.
+    std::vector<Child*> EntriesOf(std::string_view guid) const {
+        constexpr std::size_t kFew = 8;
+        if (children_.size() > kFew) {
+            if (byKey_.empty()) FillIndex();
+            const auto found = byKey_.find(std::string(guid));
+            return found == byKey_.end() ? std::vector<Child*>() : found->second;
+        }
+        std::vector<Child*> entries;
+        for (const auto& child : children_) {
+            if (IsEntry(*child, guid)) entries.push_back(child.get());
+        }
+        return entries;
+    }
+
+    void FillIndex() const {
+        std::unordered_map<std::string, std::vector<Child*>> index;
+        for (const auto& child : children_) {
+            if (const std::string* key = KeyOf(*child)) index[*key].push_back(child.get());
+        }
+        byKey_ = std::move(index);
     }
 
     std::vector<std::pair<std::string, std::string>>::const_iterator FindRootAttribute(
@@ -207,6 +231,7 @@ private:
     std::string rootName_ = kRootName;
     std::vector<std::pair<std::string, std::string>> rootAttributes_;
     std::vector<std::unique_ptr<Child>> children_;
+    mutable std::unordered_map<std::string, std::vector<Child*>> byKey_;
 };
 
 /// Turns what the reader tells into children of a result, their markup written by our own writer.

@@ -5,6 +5,7 @@
 #include "documents/result_content.hpp"
 #include "foundation/xml_utils.hpp"
 #include "platform/run_time_error.hpp"
+#include "platform/xml_reader.hpp"
 #include "platform/xml_writer.hpp"
 
 namespace halvtiv {
@@ -24,6 +25,11 @@ TextBuffer MarkupOf(const pugi::xml_node& node) {
     return xml;
 }
 
+void RequireParsed(const pugi::xml_parse_result& parsed) {
+    if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();
+    if (!parsed) RaiseRunTimeError(RunTimeError::InvalidArgument);
+}
+
 class TreeContent final : public ResultContent {
 public:
     explicit TreeContent(std::shared_ptr<pugi::xml_document> document) : document_(std::move(document)) {}
@@ -34,9 +40,7 @@ public:
 
     void SetRootAttribute(const char* name, std::string_view value) override {
         pugi::xml_node root = RequireRoot();
-        pugi::xml_attribute attribute = root.attribute(name);
-        if (!attribute) attribute = root.append_attribute(name);
-        attribute.set_value(std::string(value).c_str());
+        SetAttribute(root, name, value);
     }
 
     std::optional<std::string> EntryType(std::string_view guid) const override {
@@ -66,9 +70,7 @@ public:
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
         pugi::xml_node entry = Select(oldGuid, "");
         if (!entry) return false;
-        pugi::xml_attribute attribute = entry.attribute("guid");
-        if (!attribute) attribute = entry.append_attribute("guid");
-        attribute.set_value(std::string(newGuid).c_str());
+        SetAttribute(entry, "guid", newGuid);
         return true;
     }
 
@@ -78,7 +80,8 @@ public:
         TextBuffer xml;
         entry.AppendTo(xml);
         const std::string text = xml.ToString();
-        RequireRoot().append_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8);
+        RequireParsed(
+            RequireRoot().append_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8));
     }
 
     void CopyTo(std::string& xml) const override {
@@ -89,7 +92,14 @@ public:
 
     void MoveTo(std::string& xml) override { CopyTo(xml); }
 
-    TextBuffer ToText() const override { return MarkupOf(*document_); }
+    // The document is in other hands, too: what they have made of it may be no XML.
+    TextBuffer ToText() const override {
+        TextBuffer text = MarkupOf(*document_);
+        platform::XmlHandler ignored;
+        if (!platform::ReadXmlText(text.ToString(), ignored))
+            RaiseRunTimeError(RunTimeError::InvalidArgument);
+        return text;
+    }
 
 private:
     static std::string Expression(std::string_view guid, std::string_view rest) {
@@ -100,7 +110,13 @@ private:
         return SelectXmlNodes(*document_, Expression(guid, rest)).first().node();
     }
 
-    /// The root may be gone: the document is in other hands, too.
+    static void SetAttribute(pugi::xml_node& element, const char* name, std::string_view value) {
+        pugi::xml_attribute attribute = element.attribute(name);
+        if (!attribute) attribute = element.append_attribute(name);
+        if (!attribute || !attribute.set_value(std::string(value).c_str())) throw std::bad_alloc();
+    }
+
+    /// The root may be gone.
     pugi::xml_node RequireRoot() const {
         const pugi::xml_node root = document_->document_element();
         if (!root) RaiseRunTimeError(RunTimeError::ObjectNotSet);
@@ -116,10 +132,7 @@ std::shared_ptr<pugi::xml_document> TreeOf(const ResultContent& content) {
     std::string text;
     content.CopyTo(text);
     auto document = std::make_shared<pugi::xml_document>();
-    const pugi::xml_parse_result parsed =
-        document->load_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8);
-    if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();
-    if (!parsed) RaiseRunTimeError(RunTimeError::InvalidArgument);
+    RequireParsed(document->load_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8));
     return document;
 }
 

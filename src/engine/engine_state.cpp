@@ -20,7 +20,8 @@ EngineState::EngineState() : library(BuiltInNames()), errors(kProductName, kClas
 bool EngineState::ReConnect(std::string_view sConnectionString) {
     return Succeeds(errors, [&] {
         const std::int64_t now = platform::CalendarSeconds();
-        if (reConnectInterval == -1 || now - lastDisConnectTime < reConnectInterval) {
+        if (reConnectInterval == -1 ||
+            (reConnectInterval > 0 && now - lastDisConnectTime < reConnectInterval)) {
             RaiseEngineError(std::string(kTryLater) + std::to_string(reConnectInterval));
         }
         lastDisConnectTime = now;  // whatever comes of this attempt

@@ -24,7 +24,7 @@ bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctio
     return Succeeds(engine.errors, [&] {
         const std::string sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
-        const std::string guid = call.FunctionGUID();
+        const std::string& guid = CallInside::Guid(call);
 
         ado::RecordsetPtr recordset;
         if (!engine.core.ExecuteSQL(sql, dataFolder, &recordset)) engine.core.RaiseLastError();

@@ -35,7 +35,7 @@ bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionRe
         const std::string sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
         ado::RecordsetPtr recordset = OpenData(engine, sql, ado::adOpenForwardOnly);
-        AddRows(result, call.FunctionGUID(), recordset, dataFolder);
+        AddRows(result, CallInside::Guid(call), recordset, dataFolder);
         recordset->Close();
     });
 }
@@ -110,7 +110,7 @@ bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFun
     return Succeeds(engine.errors, [&] {
         const std::string sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
-        const std::string guid = call.FunctionGUID();
+        const std::string& guid = CallInside::Guid(call);
 
         std::vector<std::string> templates;
         const std::int32_t count = call.GetParamArray("csql", templates);

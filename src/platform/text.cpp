@@ -30,8 +30,16 @@ utf8proc_int32_t SimpleUpper(utf8proc_int32_t character) {
 
 template <typename AsciiMap>
 std::string MapCase(std::string_view text, AsciiMap asciiMap, utf8proc_int32_t (*map)(utf8proc_int32_t)) {
-    std::string mapped;
-    mapped.reserve(text.size());
+    // Most names are short and plain: those go through in one sweep.
+    std::string mapped(text);
+    std::size_t plain = 0;
+    while (plain < mapped.size() && IsAscii(mapped[plain])) {
+        mapped[plain] = asciiMap(mapped[plain]);
+        ++plain;
+    }
+    if (plain == mapped.size()) return mapped;
+    mapped.resize(plain);
+    text.remove_prefix(plain);
     while (!text.empty()) {
         if (IsAscii(text.front())) {
             mapped.push_back(asciiMap(text.front()));

@@ -40,7 +40,6 @@ unsigned long HashSalt() noexcept {
 class Reader {
 public:
     explicit Reader(XmlHandler& handler) : handler_(handler) {
-        attributes_.reserve(8);
         XML_SetHashSalt(parser_, HashSalt());
         XML_SetUserData(parser_, this);
         XML_SetXmlDeclHandler(parser_, [](void* self, const char* version, const char*, int) {

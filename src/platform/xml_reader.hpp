@@ -19,11 +19,11 @@ struct XmlAttribute {
 class XmlHandler {
 public:
     virtual ~XmlHandler() = default;
-    virtual void StartElement(std::string_view name, std::span<const XmlAttribute> attributes) = 0;
-    virtual void EndElement(std::string_view name) = 0;
-    virtual void Text(std::string_view text) = 0;
-    virtual void Comment(std::string_view text) = 0;
-    virtual void ProcessingInstruction(std::string_view target, std::string_view data) = 0;
+    virtual void StartElement(std::string_view /*name*/, std::span<const XmlAttribute> /*attributes*/) {}
+    virtual void EndElement(std::string_view /*name*/) {}
+    virtual void Text(std::string_view /*text*/) {}
+    virtual void Comment(std::string_view /*text*/) {}
+    virtual void ProcessingInstruction(std::string_view /*target*/, std::string_view /*data*/) {}
 };
 
 // Reading is strict: what is not well-formed XML 1.0 is refused, and so are any DOCTYPE and nesting deeper
