@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::string_view kBuiltIn =
     "<function name=\"public.getdata\" guid=\"0A1B2C3D4E5F60718293A4B5C6D7E8F9\">"
-    "<param name=\"sql\" value=\"select id, code, note, amount from t where id = 4711\" extra=\"\"/>"
+    "<param name=\"sql\" value=\"select * from t where id = 4711\" extra=\"\"/>"
     "<param name=\"datafolder\" value=\"\" extra=\"\"/><param name=\"caller\" value=\"benchmark\" "
     "extra=\"\"/>"
     "</function>";
@@ -29,7 +29,7 @@ constexpr std::string_view kDefinition =
     "<param name=\"id\" type=\"integer\" value=\"key\"/>"
     "<param name=\"code\" type=\"text\" value=\"code\" extra=\"quote\"/></paramdef>"
     "<function name=\"public.getdata\"><param name=\"sql\""
-    " value=\"select id, code, note, amount from t where id = %id% and code = '%code%'\"/></function>"
+    " value=\"select * from t where id = %id% and code = '%code%'\"/></function>"
     "</functiondef></functions>";
 
 const SampleTable& Table() {
@@ -58,7 +58,8 @@ void AppendEscaped(std::string& xml, std::string_view text) {
     }
 }
 
-void AppendNumber(std::string& xml, std::int64_t number) {
+template <typename Number>
+void AppendNumber(std::string& xml, Number number) {
     char digits[24];
     xml.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
@@ -75,20 +76,29 @@ std::string RunByHand(sqlite3_stmt* row, std::string_view request) {
     std::string xml = "<result><data guid=\"";
     AppendEscaped(xml, call.attribute("guid").value());
     xml +=
-        "\" type=\"data\"><row index=\"0\"><col name=\"id\" value=\"integer\"/><col name=\"code\" "
-        "value=\"text\"/>"
-        "<col name=\"note\" value=\"text\"/><col name=\"amount\" value=\"integer\"/></row>";
+        "\" type=\"data\"><row index=\"0\"><col name=\"id\" value=\"integer\"/><col name=\"amount\""
+        " value=\"integer\"/><col name=\"price\" value=\"double\"/><col name=\"code\" value=\"text\"/>"
+        "<col name=\"note\" value=\"text\"/><col name=\"made\" value=\"datetime\"/>"
+        "<col name=\"remark\" value=\"text\"/><col name=\"kind\" value=\"integer\"/></row>";
     for (std::int64_t index = 1; sqlite3_step(row) == SQLITE_ROW; ++index) {
         xml += "<row index=\"";
         AppendNumber(xml, index);
         xml += "\"><col name=\"id\" value=\"";
         AppendNumber(xml, sqlite3_column_int64(row, 0));
-        xml += "\"/><col name=\"code\" value=\"";
-        AppendEscaped(xml, TextOf(row, 1));
-        xml += "\"/><col name=\"note\" value=\"";
-        AppendEscaped(xml, TextOf(row, 2));
         xml += "\"/><col name=\"amount\" value=\"";
-        AppendNumber(xml, sqlite3_column_int64(row, 3));
+        AppendNumber(xml, sqlite3_column_int64(row, 1));
+        xml += "\"/><col name=\"price\" value=\"";
+        AppendNumber(xml, sqlite3_column_double(row, 2));
+        xml += "\"/><col name=\"code\" value=\"";
+        AppendEscaped(xml, TextOf(row, 3));
+        xml += "\"/><col name=\"note\" value=\"";
+        AppendEscaped(xml, TextOf(row, 4));
+        xml += "\"/><col name=\"made\" value=\"";
+        AppendEscaped(xml, TextOf(row, 5));
+        xml += "\"/><col name=\"remark\" value=\"";
+        AppendEscaped(xml, TextOf(row, 6));
+        xml += "\"/><col name=\"kind\" value=\"";
+        AppendNumber(xml, sqlite3_column_int64(row, 7));
         xml += "\"/></row>";
     }
     sqlite3_reset(row);
@@ -98,15 +108,13 @@ std::string RunByHand(sqlite3_stmt* row, std::string_view request) {
 
 std::string RunByHandOnce() {
     const SampleTable::Database database = Table().Open();
-    const Statement statement =
-        Prepare(database.get(), "select id, code, note, amount from t where id = 4711");
+    const Statement statement = Prepare(database.get(), "select * from t where id = 4711");
     return RunByHand(statement.get(), kBuiltIn);
 }
 
 void SmallByHand(benchmark::State& state) {
     const SampleTable::Database database = Table().Open();
-    const Statement statement =
-        Prepare(database.get(), "select id, code, note, amount from t where id = 4711");
+    const Statement statement = Prepare(database.get(), "select * from t where id = 4711");
     for (auto _ : state) benchmark::DoNotOptimize(RunByHand(statement.get(), kBuiltIn));
 }
 

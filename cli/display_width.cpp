@@ -44,7 +44,7 @@ public:
         if (code == kEmojiSelector) isEmoji_ = true;
         if (bound_ == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC) {
             // Skin tones and what is joined change the picture, not its size.
-            const int added = utf8proc_get_property(code)->boundclass;
+            const auto added = utf8proc_get_property(code)->boundclass;
             if (added == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC || utf8proc_charwidth(code) == 2) {
                 isEmoji_ = true;
             }

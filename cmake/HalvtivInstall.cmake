@@ -10,6 +10,8 @@ install(EXPORT halvtiv-targets NAMESPACE halvtiv:: DESTINATION ${HALVTIV_CMAKE_F
 configure_package_config_file(cmake/halvtiv-config.cmake.in halvtiv-config.cmake
     INSTALL_DESTINATION ${HALVTIV_CMAKE_FOLDER})
 write_basic_package_version_file(halvtiv-config-version.cmake COMPATIBILITY SameMinorVersion)
+# Relative, so that the package may be installed under any prefix.
+file(RELATIVE_PATH HALVTIV_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/halvtiv.pc.in halvtiv.pc @ONLY)
 install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config-version.cmake

@@ -64,7 +64,7 @@ void Connection::CommandTimeout(std::int32_t seconds) {
 
 RecordsetPtr Connection::Execute(std::string_view commandText, std::int32_t* recordsAffected,
                                  std::int32_t /*options*/) {
-    auto batch = impl_->Require().Prepare(commandText);
+    auto batch = impl_->Require().Prepare(std::string(commandText));
     auto recordset = std::make_shared<Recordset>();
     recordset->state_ =
         std::make_shared<RecordsetState>(impl_->session, std::move(batch), adOpenForwardOnly, adLockReadOnly);

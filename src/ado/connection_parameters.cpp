@@ -18,7 +18,7 @@ std::string TakeValue(std::string_view& rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
     if (rest.empty() || (rest.front() != '"' && rest.front() != '\'')) {
         const auto end = std::min(rest.find(';'), rest.size());
-        const std::string value(platform::TrimBlanks(rest.substr(0, end)));
+        std::string value(platform::TrimBlanks(rest.substr(0, end)));
         rest.remove_prefix(std::min(end + 1, rest.size()));
         return value;
     }

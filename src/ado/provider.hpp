@@ -81,7 +81,7 @@ class Session {
 public:
     virtual ~Session() = default;
 
-    virtual std::unique_ptr<Batch> Prepare(std::string_view commandText) = 0;
+    virtual std::unique_ptr<Batch> Prepare(std::string commandText) = 0;
 
     /// False when the database has dropped the connection.
     virtual bool IsAlive() = 0;

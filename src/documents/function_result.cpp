@@ -19,7 +19,8 @@ namespace halvtiv {
 namespace {
 
 constexpr std::string_view kClass = "ZorbFunctionResult";
-constexpr std::size_t kUsualEntry = 2048;  // bytes that hold the rows of most requests
+constexpr std::size_t kUsualEntry =
+    1024;  // bytes that hold a row or two, and what the heap gives out fastest
 
 [[noreturn]] void Raise(std::string message) {
     throw OwnError(kClass, std::move(message));

@@ -56,7 +56,7 @@ std::optional<std::string_view> WrittenIndex(std::string_view markup) {
 
 }  // namespace
 
-RowIndex::RowIndex(const platform::TextBuffer& content) : content_(content) {
+RowIndex::RowIndex(const platform::TextBuffer& content) {
     std::size_t pieceStart = 0;
     content.ForEachPiece([&](std::string_view piece) {
         std::size_t at = 0;
@@ -75,11 +75,16 @@ RowIndex::RowIndex(const platform::TextBuffer& content) : content_(content) {
     });
     if (regular_) return;
     for (std::size_t row = 0; row < rows_.size(); ++row) {
-        if (const auto index = WrittenIndex(Markup(rows_[row]))) byIndex_.emplace(*index, row);
+        if (const auto index = WrittenIndex(Markup(content, rows_[row]))) byIndex_.emplace(*index, row);
     }
 }
 
-std::optional<std::string_view> RowIndex::Find(std::string_view index) const {
+std::string_view RowIndex::Markup(const platform::TextBuffer& content, const Place& place) {
+    return content.View(place.position, place.size);
+}
+
+std::optional<std::string_view> RowIndex::Find(const platform::TextBuffer& content,
+                                               std::string_view index) const {
     std::size_t row = 0;
     if (regular_) {
         const auto [end, error] = std::from_chars(index.data(), index.data() + index.size(), row);
@@ -90,11 +95,11 @@ std::optional<std::string_view> RowIndex::Find(std::string_view index) const {
         if (found == byIndex_.end()) return std::nullopt;
         row = found->second;
     }
-    return Markup(rows_[row]);
+    return Markup(content, rows_[row]);
 }
 
-std::string RowIndex::LastIndex() const {
-    return std::string(WrittenIndex(Markup(rows_.back())).value_or("0"));
+std::string RowIndex::LastIndex(const platform::TextBuffer& content) const {
+    return std::string(WrittenIndex(Markup(content, rows_.back())).value_or("0"));
 }
 
 }  // namespace halvtiv

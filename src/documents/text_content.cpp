@@ -40,6 +40,9 @@ struct Child {
         if (!rows) rows = std::make_unique<RowIndex>(entry.content);
         return *rows;
     }
+    std::optional<std::string_view> Row(std::string_view index) const {
+        return Rows().Find(entry.content, index);
+    }
 };
 
 class ResultReader;
@@ -61,14 +64,15 @@ public:
     }
 
     std::optional<std::string> EntryType(std::string_view guid) const override {
-        const std::vector<Child*> entries = EntriesOf(guid);
+        const std::vector<std::size_t> entries = EntriesOf(guid);
         if (entries.empty()) return std::nullopt;
-        return std::string(entries.front()->entry.Attribute("type"));
+        return std::string(children_[entries.front()].entry.Attribute("type"));
     }
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
-        for (const Child* entry : EntriesOf(guid)) {
-            if (!entry->Rows().Empty()) return entry->Rows().LastIndex();
+        for (const std::size_t at : EntriesOf(guid)) {
+            const Child& child = children_[at];
+            if (!child.Rows().Empty()) return child.Rows().LastIndex(child.entry.content);
         }
         return std::nullopt;
     }
@@ -76,25 +80,25 @@ public:
     std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
         char number[platform::kNumberTextSize];
         const std::string_view wanted = platform::IntegerText(index, number);
-        for (const Child* entry : EntriesOf(guid)) {
-            if (const auto row = entry->Rows().Find(wanted)) return std::string(*row);
+        for (const std::size_t at : EntriesOf(guid)) {
+            if (const auto row = children_[at].Row(wanted)) return std::string(*row);
         }
         return std::nullopt;
     }
 
     std::optional<std::string> EntryXml(std::string_view guid) const override {
-        const std::vector<Child*> entries = EntriesOf(guid);
+        const std::vector<std::size_t> entries = EntriesOf(guid);
         if (entries.empty()) return std::nullopt;
         TextBuffer xml;
-        entries.front()->entry.AppendTo(xml);
+        children_[entries.front()].entry.AppendTo(xml);
         return xml.ToString();
     }
 
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        const std::vector<Child*> entries = EntriesOf(oldGuid);
+        const std::vector<std::size_t> entries = EntriesOf(oldGuid);
         if (entries.empty()) return false;
         byKey_.clear();
-        for (auto& [name, value] : entries.front()->entry.attributes) {
+        for (auto& [name, value] : children_[entries.front()].entry.attributes) {
             if (name == "guid") value = newGuid;
         }
         return true;
@@ -102,29 +106,29 @@ public:
 
     void RemoveEntries(std::string_view guid) override {
         byKey_.clear();
-        std::erase_if(children_, [guid](const auto& child) { return IsEntry(*child, guid); });
+        std::erase_if(children_, [guid](const auto& child) { return IsEntry(child, guid); });
     }
 
     void AppendEntry(ResultEntry entry) override {
-        auto child = std::make_unique<Child>();
-        child->entry = std::move(entry);
         byKey_.clear();
-        children_.push_back(std::move(child));
+        children_.emplace_back().entry = std::move(entry);
     }
 
     void CopyTo(std::string& xml) const override {
         xml.reserve(xml.size() + EnoughRoom());
-        WriteParts([&xml](const TextBuffer& part) { part.CopyTo(xml); },
-                   [&xml](const Child& child) { child.entry.content.CopyTo(xml); });
+        WriteParts(
+            *this, [&xml](const TextBuffer& part) { part.CopyTo(xml); },
+            [&xml](const Child& child) { child.entry.content.CopyTo(xml); });
     }
 
     void MoveTo(std::string& xml) override {
         xml.reserve(xml.size() + EnoughRoom());
-        WriteParts([&xml](const TextBuffer& part) { part.CopyTo(xml); },
-                   [&xml](Child& child) {
-                       child.rows.reset();
-                       child.entry.content.MoveTo(xml);
-                   });
+        WriteParts(
+            *this, [&xml](const TextBuffer& part) { part.CopyTo(xml); },
+            [&xml](Child& child) {
+                child.rows.reset();
+                child.entry.content.MoveTo(xml);
+            });
         byKey_.clear();
         children_.clear();
         rootAttributes_.clear();
@@ -133,14 +137,16 @@ public:
 
     TextBuffer ToText() const override {
         TextBuffer xml(1024);
-        WriteParts([&xml](const TextBuffer& part) { xml.Append(part); },
-                   [&xml](const Child& child) { xml.Append(child.entry.content); });
+        WriteParts(
+            *this, [&xml](const TextBuffer& part) { xml.Append(part); },
+            [&xml](const Child& child) { xml.Append(child.entry.content); });
         return xml;
     }
 
 private:
     friend class ResultReader;
     static constexpr const char* kRootName = "result";
+    static constexpr std::size_t kUsualTags = 512;  // bytes
 
     /// The key of an entry; null when it has none: no look-up finds it then, not even one for "".
     static const std::string* KeyOf(const Child& child) {
@@ -156,25 +162,26 @@ private:
         return key != nullptr && *key == guid;
     }
 
-    /// All entries under a key, in document order. Many are found through an index that lasts until a change.
-    std::vector<Child*> EntriesOf(std::string_view guid) const {
+    /// The places of all entries under a key, in document order. Many are found through an index that lasts
+    /// until a change.
+    std::vector<std::size_t> EntriesOf(std::string_view guid) const {
         constexpr std::size_t kFew = 8;
         if (children_.size() > kFew) {
             if (byKey_.empty()) FillIndex();
             const auto found = byKey_.find(std::string(guid));
-            return found == byKey_.end() ? std::vector<Child*>() : found->second;
+            return found == byKey_.end() ? std::vector<std::size_t>() : found->second;
         }
-        std::vector<Child*> entries;
-        for (const auto& child : children_) {
-            if (IsEntry(*child, guid)) entries.push_back(child.get());
+        std::vector<std::size_t> entries;
+        for (std::size_t at = 0; at < children_.size(); ++at) {
+            if (IsEntry(children_[at], guid)) entries.push_back(at);
         }
         return entries;
     }
 
     void FillIndex() const {
-        std::unordered_map<std::string, std::vector<Child*>> index;
-        for (const auto& child : children_) {
-            if (const std::string* key = KeyOf(*child)) index[*key].push_back(child.get());
+        std::unordered_map<std::string, std::vector<std::size_t>> index;
+        for (std::size_t at = 0; at < children_.size(); ++at) {
+            if (const std::string* key = KeyOf(children_[at])) index[*key].push_back(at);
         }
         byKey_ = std::move(index);
     }
@@ -186,28 +193,28 @@ private:
     }
 
     /// Gives the document's tags to writeTags and what children hold to writeContent, in order.
-    template <typename WriteTags, typename WriteContent>
-    void WriteParts(WriteTags&& writeTags, WriteContent&& writeContent) const {
-        TextBuffer tags;
-        AppendStartTag(tags, rootName_, rootAttributes_);
-        if (children_.empty()) {
+    template <typename Self, typename WriteTags, typename WriteContent>
+    static void WriteParts(Self& self, WriteTags&& writeTags, WriteContent&& writeContent) {
+        TextBuffer tags(kUsualTags);
+        AppendStartTag(tags, self.rootName_, self.rootAttributes_);
+        if (self.children_.empty()) {
             tags.Append("/>");
             writeTags(tags);
             return;
         }
         tags.Append('>');
-        for (const auto& child : children_) {
-            const bool empty = child->entry.content.Empty();
-            if (child->isEntry) {
-                AppendStartTag(tags, "data", child->entry.attributes);
+        for (auto& child : self.children_) {
+            const bool empty = child.entry.content.Empty();
+            if (child.isEntry) {
+                AppendStartTag(tags, "data", child.entry.attributes);
                 tags.Append(empty ? "/>" : ">");
             }
             writeTags(tags);
             tags.CutTo(0);
-            writeContent(*child);
-            if (child->isEntry && !empty) AppendEndTag(tags, "data");
+            writeContent(child);
+            if (child.isEntry && !empty) AppendEndTag(tags, "data");
         }
-        AppendEndTag(tags, rootName_);
+        AppendEndTag(tags, self.rootName_);
         writeTags(tags);
     }
 
@@ -216,7 +223,7 @@ private:
         std::size_t size = 2 * rootName_.size() + 8 + RoomForAttributes(rootAttributes_);
         for (const auto& child : children_) {
             constexpr std::size_t kTags = 16;
-            size += kTags + RoomForAttributes(child->entry.attributes) + child->entry.content.Size();
+            size += kTags + RoomForAttributes(child.entry.attributes) + child.entry.content.Size();
         }
         return size;
     }
@@ -230,8 +237,8 @@ private:
 
     std::string rootName_ = kRootName;
     std::vector<std::pair<std::string, std::string>> rootAttributes_;
-    std::vector<std::unique_ptr<Child>> children_;
-    mutable std::unordered_map<std::string, std::vector<Child*>> byKey_;
+    std::vector<Child> children_;
+    mutable std::unordered_map<std::string, std::vector<std::size_t>> byKey_;
 };
 
 /// Turns what the reader tells into children of a result, their markup written by our own writer.
@@ -298,19 +305,19 @@ public:
 
 private:
     Child& NewChild(bool isEntry) {
-        content_.children_.push_back(std::make_unique<Child>());
-        content_.children_.back()->isEntry = isEntry;
         inEntry_ = isEntry;
-        return *content_.children_.back();
+        Child& child = content_.children_.emplace_back();
+        child.isEntry = isEntry;
+        return child;
     }
 
-    TextBuffer& Current() { return content_.children_.back()->entry.content; }
+    TextBuffer& Current() { return content_.children_.back().entry.content; }
 
     /// Where the markup goes that begins now: children of an entry, and of the root, each in a run of its
     /// own.
     TextBuffer& BeginNode() {
         const bool ofRoot = depth_ == 1;
-        if (ofRoot && (content_.children_.empty() || content_.children_.back()->isEntry)) NewChild(false);
+        if (ofRoot && (content_.children_.empty() || content_.children_.back().isEntry)) NewChild(false);
         if (ofRoot || (depth_ == 2 && inEntry_)) Current().BeginRun();
         justOpened_ = false;
         return Current();

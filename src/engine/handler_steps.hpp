@@ -13,8 +13,8 @@ namespace halvtiv {
 
 // Steps that handlers share. Each raises what fails.
 
-/// The "sql" of a call; "Invalid Xml - sql parameter missed." when it is empty.
-std::string RequireSql(const ZorbFunctionCall& call);
+/// The "sql" of a call, as it stands in it; "Invalid Xml - sql parameter missed." when it is empty.
+std::string_view RequireSql(const ZorbFunctionCall& call);
 
 /// Opens a recordset on a query.
 ado::RecordsetPtr OpenData(EngineState& engine, std::string_view sql, ado::CursorTypeEnum cursorType);

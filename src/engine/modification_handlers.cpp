@@ -22,7 +22,7 @@ ado::RecordsetPtr SkipClosed(ado::RecordsetPtr recordset) {
 
 bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
     return Succeeds(engine.errors, [&] {
-        const std::string sql = RequireSql(call);
+        const std::string_view sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
         const std::string& guid = CallInside::Guid(call);
 

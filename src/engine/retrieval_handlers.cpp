@@ -13,10 +13,10 @@
 
 namespace halvtiv {
 
-std::string RequireSql(const ZorbFunctionCall& call) {
-    std::string sql = CallInside::ParamValue(call, "sql");
-    if (sql.empty()) RaiseEngineError("Invalid Xml - sql parameter missed.");
-    return sql;
+std::string_view RequireSql(const ZorbFunctionCall& call) {
+    const ZorbColumnDataItemPtr param = CallInside::FindParam(call, "sql");
+    if (!param || param->Value.empty()) RaiseEngineError("Invalid Xml - sql parameter missed.");
+    return param->Value;
 }
 
 ado::RecordsetPtr OpenData(EngineState& engine, std::string_view sql, ado::CursorTypeEnum cursorType) {
@@ -32,7 +32,7 @@ void AddRows(ZorbFunctionResult& result, std::string_view guid, ado::RecordsetPt
 
 bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
     return Succeeds(engine.errors, [&] {
-        const std::string sql = RequireSql(call);
+        const std::string_view sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
         ado::RecordsetPtr recordset = OpenData(engine, sql, ado::adOpenForwardOnly);
         AddRows(result, CallInside::Guid(call), recordset, dataFolder);
@@ -108,7 +108,7 @@ std::int32_t NextRowNumber(std::int32_t rowNumber) {
 
 bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
     return Succeeds(engine.errors, [&] {
-        const std::string sql = RequireSql(call);
+        const std::string_view sql = RequireSql(call);
         const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
         const std::string& guid = CallInside::Guid(call);
 

@@ -23,10 +23,13 @@ void IZorbDataExporter::GetExporterInfo(std::string& /*sFileTypeString*/,
 bool IZorbDataExporter::MatchExportType(std::string_view /*sExportTypeString*/) {
     return false;
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface says so
 void IZorbDataExporter::SetProgressUpdater(IProgressUpdaterPtr /*cProgUpdater*/) {}
+// NOLINTBEGIN(performance-unnecessary-value-param): likewise
 std::int32_t IZorbDataExporter::ExportData(ado::RecordsetPtr& /*rsSrc*/, std::string& /*sFilename*/,
                                            std::string& /*sTableName*/, std::string /*sDataFolder*/) {
     return 0;
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace halvtiv

@@ -88,6 +88,7 @@ std::string clsZorbErrObject::GetErrorMsg() const {
 }
 
 void clsZorbErrObject::Clear() noexcept {
+    if (number_ == 0 && !source_) return;
     number_ = 0;
     outOfMemory_ = false;
     words_.clear();

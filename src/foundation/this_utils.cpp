@@ -22,9 +22,9 @@ constexpr std::array<std::string_view, 4> kResultTypeNames{"data", "file", "erro
 constexpr std::span<const std::string_view> kColumnTypeNames(kResultTypeNames.data(), 3);
 constexpr std::string_view kUnknownName = "(unknown)";
 
-std::string NameOf(std::int32_t code, std::span<const std::string_view> names) {
-    if (code < 0 || static_cast<std::size_t>(code) >= names.size()) return std::string(kUnknownName);
-    return std::string(names[static_cast<std::size_t>(code)]);
+std::string_view NameOf(std::int32_t code, std::span<const std::string_view> names) noexcept {
+    if (code < 0 || static_cast<std::size_t>(code) >= names.size()) return kUnknownName;
+    return names[static_cast<std::size_t>(code)];
 }
 
 std::int32_t CodeOf(std::string_view name, std::span<const std::string_view> names) {
@@ -60,6 +60,10 @@ std::int32_t StrToLongDef(std::string_view text, std::int32_t defaultValue) {
 }
 
 std::string DataTypeToName(std::int32_t dataType) {
+    return std::string(DataTypeText(dataType));
+}
+
+std::string_view DataTypeText(std::int32_t dataType) noexcept {
     return NameOf(dataType, kDataTypeNames);
 }
 
@@ -68,7 +72,7 @@ std::int32_t DataTypeFromName(std::string_view name) {
 }
 
 std::string ResultTypeToName(std::int32_t resultType) {
-    return NameOf(resultType, kResultTypeNames);
+    return std::string(NameOf(resultType, kResultTypeNames));
 }
 
 std::int32_t ResultTypeFromName(std::string_view name) {
@@ -76,7 +80,7 @@ std::int32_t ResultTypeFromName(std::string_view name) {
 }
 
 std::string ColumnTypeToName(std::int32_t columnType) {
-    return NameOf(columnType, kColumnTypeNames);
+    return std::string(NameOf(columnType, kColumnTypeNames));
 }
 
 std::int32_t ColumnTypeFromName(std::string_view name) {

@@ -14,6 +14,9 @@ namespace halvtiv {
 /// or does not fit.
 std::int32_t StrToLongDef(std::string_view text, std::int32_t defaultValue);
 
+/// `DataTypeToName` without a copy: a text that lives for good.
+std::string_view DataTypeText(std::int32_t dataType) noexcept;
+
 /// The document name of a `QorvResultTypeEnum` code; "(unknown)" for any other number.
 std::string ResultTypeToName(std::int32_t resultType);
 /// The code of a name in any letter case; "" counts as "data"; -1 for any other text.

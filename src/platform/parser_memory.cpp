@@ -11,7 +11,11 @@ namespace {
 
 constexpr std::size_t kGrain = alignof(std::max_align_t);
 
-thread_local ParserMemory* atWork = nullptr;  // a pointer to somebody's local object, null between readings
+// Somebody's local object, null between readings.
+#if defined(__GNUC__)
+[[gnu::tls_model("initial-exec")]]
+#endif
+thread_local ParserMemory* atWork = nullptr;
 
 /// Before each piece of the block stands its size.
 std::size_t& SizeOf(void* memory) noexcept {

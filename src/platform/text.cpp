@@ -137,11 +137,13 @@ std::size_t CarriedLength(std::string_view text) noexcept {
 }  // namespace
 
 std::string ToLower(std::string_view text) {
-    return MapCase(text, AsciiLower, utf8proc_tolower);
+    return MapCase(
+        text, [](char character) { return AsciiLower(character); }, utf8proc_tolower);
 }
 
 std::string ToUpper(std::string_view text) {
-    return MapCase(text, AsciiUpper, SimpleUpper);
+    return MapCase(
+        text, [](char character) { return AsciiUpper(character); }, SimpleUpper);
 }
 
 bool EqualIgnoringCase(std::string_view left, std::string_view right) {

@@ -3,6 +3,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -121,9 +122,14 @@ private:
     void OnStart(const char* name, const char** attributes) {
         FlushText();
         if (++depth_ > kDeepest) return Stop();
-        attributes_.clear();
-        for (; *attributes != nullptr; attributes += 2) attributes_.push_back({attributes[0], attributes[1]});
-        handler_.StartElement(name, attributes_);
+        std::size_t count = 0;
+        for (; attributes[0] != nullptr && count < few_.size(); attributes += 2) {
+            few_[count++] = {attributes[0], attributes[1]};
+        }
+        if (attributes[0] == nullptr) return handler_.StartElement(name, std::span(few_).first(count));
+        many_.assign(few_.begin(), few_.end());
+        for (; attributes[0] != nullptr; attributes += 2) many_.push_back({attributes[0], attributes[1]});
+        handler_.StartElement(name, many_);
     }
 
     void OnEnd(const char* name) {
@@ -151,8 +157,9 @@ private:
     XmlHandler& handler_;
     ScopedParser scoped_;
     XML_Parser parser_ = scoped_.Get();
-    std::string text_;  // character data since the last tag, comment or instruction
-    std::vector<XmlAttribute> attributes_;
+    std::string text_;                  // character data since the last tag, comment or instruction
+    std::array<XmlAttribute, 16> few_;  // the attributes of an element, if they are no more
+    std::vector<XmlAttribute> many_;
     std::exception_ptr failure_;
     int depth_ = 0;
     bool stopped_ = false;

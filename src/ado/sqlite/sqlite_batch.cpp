@@ -8,8 +8,8 @@
 
 namespace halvtiv::ado {
 
-SqliteBatch::SqliteBatch(std::shared_ptr<SqliteSession> session, std::string_view commandText)
-    : session_(std::move(session)), text_(commandText) {}
+SqliteBatch::SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText)
+    : session_(std::move(session)), text_(std::move(commandText)) {}
 
 std::optional<StatementResult> SqliteBatch::RunNext() {
     // Behind the last statement there are mostly blanks, which need no parser.

@@ -14,7 +14,7 @@ namespace halvtiv::ado {
 /// one has made.
 class SqliteBatch final : public Batch {
 public:
-    SqliteBatch(std::shared_ptr<SqliteSession> session, std::string_view commandText);
+    SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText);
 
     std::optional<StatementResult> RunNext() override;
 

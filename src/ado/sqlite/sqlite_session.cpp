@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <thread>
+#include <utility>
 
 #include "ado/errors.hpp"
 #include "ado/sqlite/sqlite_batch.hpp"
@@ -56,12 +57,12 @@ SqliteSession::~SqliteSession() {
     Close();
 }
 
-std::unique_ptr<Batch> SqliteSession::Prepare(std::string_view commandText) {
+std::unique_ptr<Batch> SqliteSession::Prepare(std::string commandText) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
-    if (commandText.find('\0') != std::string_view::npos) {
+    if (commandText.find('\0') != std::string::npos) {
         throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.", kSqliteName);
     }
-    return std::make_unique<SqliteBatch>(shared_from_this(), commandText);
+    return std::make_unique<SqliteBatch>(shared_from_this(), std::move(commandText));
 }
 
 void SqliteSession::Close() {

@@ -27,7 +27,7 @@ public:
     SqliteSession(const SqliteSession&) = delete;
     SqliteSession& operator=(const SqliteSession&) = delete;
 
-    std::unique_ptr<Batch> Prepare(std::string_view commandText) override;
+    std::unique_ptr<Batch> Prepare(std::string commandText) override;
     bool IsAlive() override { return database_ != nullptr; }
     void Close() override;
     bool InTransaction() override;
