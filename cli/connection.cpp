@@ -1,28 +1,50 @@
 #include "connection.hpp"
 
+#include <algorithm>
+#include <cstdlib>
 #include <halvtiv/error_info.hpp>
 
 #include "command_error.hpp"
+#include "platform/files.hpp"
 #include "platform/text.hpp"
-#include "system.hpp"
 
 namespace halvtiv::cli {
 namespace {
 
-std::string WithoutLineEnds(std::string text) {
-    while (text.ends_with('\n') || text.ends_with('\r')) text.pop_back();
-    return text;
+/// The environment variable's value; nothing when it is missing or empty.
+std::optional<std::string> Environment(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value == '\0') return std::nullopt;
+    return value;
 }
 
 std::string ReadSettingFile(const std::string& path) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     try {
-        std::string text = ReadInputFile(path);
+        std::string text = platform::ReadWholeFile(path);
         if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
-        return WithoutLineEnds(std::move(text));
+        return text;
     } catch (const ErrorInfo& error) {
         throw CommandError(ExitStatus::NotRun, error.Description);
     }
+}
+
+/// Blanks may belong to a password; the ends of its line do not.
+std::string ReadPasswordFile(const std::string& path) {
+    std::string text = ReadSettingFile(path);
+    while (text.ends_with('\n') || text.ends_with('\r')) text.pop_back();
+    return text;
+}
+
+/// The connection string in a file, where it may stand in several lines.
+std::string ReadConnectionFile(const std::string& path) {
+    constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+    std::string text = ReadSettingFile(path);
+    text.erase(text.find_last_not_of(kWhiteSpace) + 1);
+    text.erase(0, text.find_first_not_of(kWhiteSpace));
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
 }
 
 /// A value as a connection string carries it safely, whatever is in it.
@@ -37,47 +59,50 @@ std::string QuotedIfNeeded(std::string_view value) {
     return isPlain ? std::string(value) : Quoted(value);
 }
 
-/// Where the value that begins at `start` ends: at a ";" outside quotes and braces, or with the text.
-std::size_t EndOfValue(std::string_view text, std::size_t start) {
-    const std::size_t first = text.find_first_not_of(' ', start);
-    if (first == std::string_view::npos) return text.size();
-    const char open = text[first];
-    if (open == '"' || open == '\'' || open == '{') {
-        const char close = open == '{' ? '}' : open;
-        std::size_t end = text.find(close, first + 1);
-        while (end != std::string_view::npos && end + 1 < text.size() && text[end + 1] == close) {
-            end = text.find(close, end + 2);
-        }
-        if (end == std::string_view::npos) return text.size();
-        start = end;
+/// Drops the value at the front with its ";"; whether there was anything in it.
+bool TakeValue(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    const bool isQuoted = rest.starts_with('"') || rest.starts_with('\'');
+    std::size_t end = 0;
+    if (isQuoted) {
+        const char quote = rest.front();
+        end = rest.find(quote, 1);
+        // A quote in the value is written twice.
+        while (end < rest.size() && rest.substr(end + 1).starts_with(quote)) end = rest.find(quote, end + 2);
+        end = std::min(end, rest.size());
     }
-    return std::min(text.find(';', start), text.size());
+    const std::size_t valueEnd = std::min(rest.find(';', end), rest.size());
+    const bool isFilled = isQuoted ? end > 1 : !platform::TrimBlanks(rest.substr(0, valueEnd)).empty();
+    rest.remove_prefix(std::min(valueEnd + 1, rest.size()));
+    return isFilled;
 }
 
-bool HasPassword(std::string_view connection) {
-    std::size_t position = 0;
-    while (position < connection.size()) {
-        const std::size_t sign = connection.find('=', position);
-        if (sign == std::string_view::npos) return false;
-        const std::string_view key = platform::TrimBlanks(connection.substr(position, sign - position));
-        const std::size_t end = EndOfValue(connection, sign + 1);
-        const bool isEmpty = platform::TrimBlanks(connection.substr(sign + 1, end - sign - 1)).empty();
-        const bool isPassword =
-            platform::EqualIgnoringCase(key, "password") || platform::EqualIgnoringCase(key, "pwd");
-        if (isPassword && !isEmpty) return true;
-        position = end + 1;
+/// Reads the string as the data-access layer does: the last pair of a key counts, empty pairs do not.
+bool HasPassword(std::string_view rest) {
+    bool hasPassword = false;
+    bool hasPwd = false;
+    while (!rest.empty()) {
+        const std::size_t keyEnd = rest.find_first_of("=;");
+        if (keyEnd == std::string_view::npos) break;
+        const bool isPair = rest[keyEnd] == '=';
+        const std::string_view key = platform::TrimBlanks(rest.substr(0, keyEnd));
+        rest.remove_prefix(keyEnd + 1);
+        if (!isPair) continue;
+        const bool isFilled = TakeValue(rest);
+        if (platform::EqualIgnoringCase(key, "password")) hasPassword = isFilled;
+        if (platform::EqualIgnoringCase(key, "pwd")) hasPwd = isFilled;
     }
-    return false;
+    return hasPassword || hasPwd;
 }
 
 std::string Password(const ConnectionOptions& options) {
-    if (options.passwordFile) return ReadSettingFile(*options.passwordFile);
+    if (options.passwordFile) return ReadPasswordFile(*options.passwordFile);
     return Environment("HALVTIV_PASSWORD").value_or("");
 }
 
 std::string ConnectionString(const ConnectionOptions& options) {
     if (options.connection) return *options.connection;
-    if (options.connectionFile) return ReadSettingFile(*options.connectionFile);
+    if (options.connectionFile) return ReadConnectionFile(*options.connectionFile);
     return Environment("HALVTIV_CONNECTION").value_or("");
 }
 

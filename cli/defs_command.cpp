@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <halvtiv/error_info.hpp>
 #include <iostream>
 #include <pugixml.hpp>
 #include <string_view>
@@ -136,7 +137,16 @@ void RaiseUnreadable(const std::vector<std::string>& reasons) {
 
 LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& path) {
     LoadReport report;
-    report.loaded = engine.LoadFunctionDefs(path, report.text);
+    try {
+        if (!platform::DecodeXmlFileBytes(platform::ReadWholeFile(path), report.xml)) {
+            report.text = path + ": The file is not in the encoding that it declares.";
+            return report;
+        }
+    } catch (const ErrorInfo& error) {
+        report.text = error.Description;
+        return report;
+    }
+    report.loaded = engine.LoadFunctionDefsXml(report.xml, report.text);
     if (!report.loaded) {
         report.text = path + ": " + engine.GetLastError();
         return report;
@@ -155,12 +165,8 @@ ExitStatus ListDefinitions(const Options& options) {
         ZorbDbAccessEngine engine;
         const LoadReport report = LoadDefinitionFile(engine, file);
         pugi::xml_document document;
-        if (!report.loaded) {
+        if (!report.loaded || !platform::LoadXmlText(report.xml, document)) {
             unreadable.push_back(report.text);
-            continue;
-        }
-        if (!platform::LoadXmlFileBytes(platform::ReadWholeFile(file), document)) {
-            unreadable.push_back(file + ": The file has changed while it was read.");
             continue;
         }
         for (const pugi::xpath_node& found : document.select_nodes("/*/functiondef[@name!='']")) {

@@ -14,9 +14,10 @@ struct LoadReport {
     bool loaded = false;      ///< false: the file could not be read as a definition file
     std::int64_t failed = 0;  ///< definitions in it that did not load
     std::string text;         ///< the report in lines, or the reason when not loaded
+    std::string xml;          ///< what the file holds, in UTF-8
 };
 
-/// Loads a definition file into the engine.
+/// Loads a definition file, which is read once and may be a pipe, into the engine.
 LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& path);
 
 // Both raise `CommandError`, with "not run" when a file cannot be read as a definition file; nothing is

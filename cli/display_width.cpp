@@ -29,12 +29,19 @@ utf8proc_int32_t Visible(utf8proc_int32_t code) {
     return code;
 }
 
+/// Columns that terminals give a code point. A spacing mark takes one, as it does in the C library's own
+/// table.
+std::size_t WidthOf(utf8proc_int32_t code) {
+    if (utf8proc_category(code) == UTF8PROC_CATEGORY_MC) return 1;
+    return static_cast<std::size_t>(utf8proc_charwidth(code));
+}
+
 /// Adds up the width of one character as the user sees it, of one or more code points.
 class Cluster {
 public:
     void Start(utf8proc_int32_t code) {
         bound_ = utf8proc_get_property(code)->boundclass;
-        width_ = static_cast<std::size_t>(utf8proc_charwidth(code));
+        width_ = WidthOf(code);
         codes_ = 1;
         isEmoji_ = false;
     }
@@ -45,12 +52,12 @@ public:
         if (bound_ == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC) {
             // Skin tones and what is joined change the picture, not its size.
             const auto added = utf8proc_get_property(code)->boundclass;
-            if (added == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC || utf8proc_charwidth(code) == 2) {
+            if (added == UTF8PROC_BOUNDCLASS_EXTENDED_PICTOGRAPHIC || WidthOf(code) == 2) {
                 isEmoji_ = true;
             }
         } else if (bound_ != UTF8PROC_BOUNDCLASS_L && bound_ != UTF8PROC_BOUNDCLASS_LV &&
                    bound_ != UTF8PROC_BOUNDCLASS_LVT) {
-            width_ += static_cast<std::size_t>(utf8proc_charwidth(code));
+            width_ += WidthOf(code);
         }
     }
 

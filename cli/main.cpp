@@ -7,8 +7,8 @@
 #include "defs_command.hpp"
 #include "options.hpp"
 #include "output.hpp"
+#include "platform/streams.hpp"
 #include "run_command.hpp"
-#include "system.hpp"
 
 namespace {
 
@@ -61,6 +61,6 @@ ExitStatus RunGuarded(int argumentCount, char** arguments) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-    halvtiv::cli::PrepareProcess();
+    halvtiv::platform::PrepareStandardStreams();
     return static_cast<int>(RunGuarded(argumentCount, arguments));
 }

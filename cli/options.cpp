@@ -1,7 +1,10 @@
 #include "options.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <map>
+#include <span>
+#include <string_view>
 
 #include "command_error.hpp"
 #include "help_text.hpp"
@@ -106,21 +109,45 @@ void AddSharedOptions(CLI::App& app, Options& options) {
 std::pair<std::string, std::string> SplitAssignment(const std::string& text, const std::string& what) {
     const std::size_t sign = text.find('=');
     if (sign == std::string::npos || sign == 0) {
-        RaiseUsage(what + " has the form NAME=VALUE: " + text.substr(0, sign));
+        RaiseUsage(what + " has the form NAME=VALUE.");
     }
     return {text.substr(0, sign), text.substr(sign + 1)};
 }
 
-/// The plain words behind a command; options that it does not know are refused. The parser's own lists would
-/// take a word in brackets apart.
-std::vector<std::string> PlainWords(const CLI::App& app) {
+/// The command line at both sides of its "--". The parser would hand what follows a command's "--" back to
+/// the program, and read options in it.
+struct Arguments {
+    std::span<const char* const> parsed;
+    std::span<const char* const> plain;
+};
+
+Arguments SplitArguments(std::span<const char* const> arguments) {
+    const auto mark = std::find(arguments.begin(), arguments.end(), std::string_view("--"));
+    const auto count = static_cast<std::size_t>(mark - arguments.begin());
+    return {arguments.first(count), arguments.subspan(std::min(count + 1, arguments.size()))};
+}
+
+/// The words behind a command that are no options, with `more` at their end; options that it does not know
+/// are refused. The parser's own lists would take a word in brackets apart.
+std::vector<std::string> PlainWords(const CLI::App& app, std::span<const char* const> more) {
     std::vector<std::string> words;
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->get_positional()) words = option->results();
+    }
     for (const std::string& word : app.remaining()) {
-        if (word == "--") continue;
         if (word.starts_with('-') && word != "-") RaiseNotUnderstood(word);
         words.push_back(word);
     }
+    words.insert(words.end(), more.begin(), more.end());
     return words;
+}
+
+/// Takes the first of a command's words, which it cannot do without.
+std::string TakeFirst(std::vector<std::string>& words, const std::string& what) {
+    if (words.empty()) RaiseUsage("Name " + what + ".");
+    std::string first = std::move(words.front());
+    words.erase(words.begin());
+    return first;
 }
 
 /// The two options whose order on the command line counts.
@@ -129,8 +156,10 @@ struct SetOptions {
     const CLI::Option* setFile = nullptr;
 };
 
-void ReadCall(const CLI::App& call, const SetOptions& arguments, Options& options) {
-    for (const std::string& text : PlainWords(call)) {
+void ReadCall(const CLI::App& call, const SetOptions& arguments, std::vector<std::string> words,
+              Options& options) {
+    options.function = TakeFirst(words, "a function");
+    for (const std::string& text : words) {
         options.parameters.push_back(SplitAssignment(text, "A parameter"));
     }
     std::size_t setCount = 0;
@@ -154,8 +183,10 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
 
 /// Raises the parser's complaint in words that hold no value, which could be a secret.
 [[noreturn]] void RaiseParseError(const CLI::App& app, const CLI::App& defs, const CLI::ParseError& error) {
-    const std::vector<std::string> extras = app.remaining(true);
-    if (!extras.empty()) RaiseNotUnderstood(extras.front());
+    // Not those of the other commands, which keep what they do not know for later.
+    for (const CLI::App* parent : {&app, &defs}) {
+        if (parent->remaining_size() > 0) RaiseNotUnderstood(parent->remaining().front());
+    }
     if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call or defs.");
     if (defs.parsed() && defs.get_subcommands().empty())
         RaiseUsage("Name a command: defs list or defs check.");
@@ -177,15 +208,15 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
 
     CLI::App& run = *app.add_subcommand("run", std::string(kRunDescription));
     SetHelp(run, kRunUsage, kRunFooter);
-    run.add_option("REQUEST", options.request, "The request's file, or - for standard input")
-        ->required()
-        ->type_name("");
+    run.allow_extras();
+    std::string ignoredWord;  // read with what follows "--"
+    run.add_option("REQUEST", ignoredWord, "The request's file, or - for standard input")->type_name("");
     AddSharedOptions(run, options);
 
     CLI::App& call = *app.add_subcommand("call", std::string(kCallDescription));
     SetHelp(call, kCallUsage, kCallFooter);
     call.allow_extras();
-    call.add_option("NAME", options.function, "The function's name")->required()->type_name("");
+    call.add_option("NAME", ignoredWord, "The function's name")->type_name("");
     std::vector<std::string> ignored;  // read with their order from the options themselves
     const SetOptions setOptions = {
         call.add_option("--set", ignored, "A value for a column")
@@ -206,8 +237,9 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
         AddOutputOption(*sub, options);
     }
 
+    const Arguments split = SplitArguments({arguments, static_cast<std::size_t>(argumentCount)});
     try {
-        app.parse(argumentCount, arguments);
+        app.parse(static_cast<int>(split.parsed.size()), split.parsed.data());
     } catch (const CLI::CallForHelp&) {
         parsed.text = app.help();
         return parsed;
@@ -221,11 +253,15 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     CheckConnectionOptions(options.connection);
     if (call.parsed()) {
         options.command = Command::Call;
-        ReadCall(call, setOptions, options);
+        ReadCall(call, setOptions, PlainWords(call, split.plain), options);
     } else if (defs.parsed()) {
         options.command = list.parsed() ? Command::DefsList : Command::DefsCheck;
-        options.files = PlainWords(list.parsed() ? list : check);
+        options.files = PlainWords(list.parsed() ? list : check, split.plain);
         if (options.files.empty()) RaiseUsage("Name a definition file.");
+    } else {
+        std::vector<std::string> words = PlainWords(run, split.plain);
+        options.request = TakeFirst(words, "a request file, or - for standard input");
+        if (!words.empty()) RaiseNotUnderstood(words.front());
     }
     return parsed;
 }

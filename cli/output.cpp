@@ -3,6 +3,7 @@
 #include <halvtiv/error_info.hpp>
 
 #include "command_error.hpp"
+#include "platform/streams.hpp"
 
 namespace halvtiv::cli {
 namespace {
@@ -12,21 +13,16 @@ constexpr std::size_t kBlockSize = 64 * 1024;
 }  // namespace
 
 Output::Output(const std::optional<std::string>& path) {
-    if (!path) {
-        descriptor_ = std::make_unique<Descriptor>();
-    } else if (IsSpecialFile(*path)) {
-        // A device must not be replaced by a plain file of its name.
-        descriptor_ = std::make_unique<Descriptor>(*path);
-    } else if (platform::FolderExists(*path)) {
-        throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": it is a folder.");
-    } else {
-        try {
-            file_ = std::make_unique<platform::OutputFile>(*path);
-        } catch (const ErrorInfo& error) {
-            throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": " + error.Description);
-        }
-    }
     pending_.reserve(kBlockSize);
+    if (!path) return;
+    if (platform::FolderExists(*path)) {
+        throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": it is a folder.");
+    }
+    try {
+        file_ = std::make_unique<platform::OutputFile>(*path);
+    } catch (const ErrorInfo& error) {
+        throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": " + error.Description);
+    }
 }
 
 void Output::Write(std::string_view bytes) {
@@ -62,12 +58,12 @@ void Output::Finish() {
 }
 
 void Output::WriteThrough(std::string_view bytes) {
-    if (descriptor_) {
-        descriptor_->Write(bytes);
-        return;
-    }
     try {
-        file_->Write(bytes);
+        if (file_) {
+            file_->Write(bytes);
+        } else if (!platform::WriteStandardOutput(bytes)) {
+            throw BrokenPipe{};
+        }
     } catch (const ErrorInfo& error) {
         throw CommandError(ExitStatus::Failed, error.Description);
     }

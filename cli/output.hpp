@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "platform/files.hpp"
-#include "system.hpp"
 
 namespace halvtiv::cli {
 
@@ -31,8 +30,7 @@ private:
     void Flush();
 
     std::string pending_;
-    std::unique_ptr<platform::OutputFile> file_;
-    std::unique_ptr<Descriptor> descriptor_;
+    std::unique_ptr<platform::OutputFile> file_;  ///< null: standard output
 };
 
 }  // namespace halvtiv::cli

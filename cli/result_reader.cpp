@@ -94,4 +94,13 @@ bool HoldsErrorEntry(std::string_view xml) {
     return false;
 }
 
+std::size_t CountErrorCells(std::string_view xml) {
+    // Quotes in values are escaped: this stands nowhere but at the end of a cell.
+    constexpr std::string_view kMarked = "\" type=\"error\"/>";
+    std::size_t count = 0;
+    for (std::size_t at = xml.find(kMarked); at != std::string_view::npos; at = xml.find(kMarked, at + 1))
+        ++count;
+    return count;
+}
+
 }  // namespace halvtiv::cli

@@ -35,6 +35,10 @@ void ReadResult(std::string_view xml, ResultVisitor& visitor);
 /// Whether a result of the engine holds an error entry; looks at the text only, without reading the rows.
 bool HoldsErrorEntry(std::string_view xml);
 
+/// How many cells of a result of the engine are marked as errors: their file was not written, or their text
+/// holds what XML cannot carry. Looks at the text only.
+std::size_t CountErrorCells(std::string_view xml);
+
 /// Whether a column of that type holds numbers.
 inline bool IsNumberType(std::string_view type) {
     return type == "integer" || type == "double";

@@ -7,9 +7,10 @@
 #include "defs_command.hpp"
 #include "formats.hpp"
 #include "output.hpp"
+#include "platform/files.hpp"
+#include "platform/streams.hpp"
 #include "platform/xml_reader.hpp"
 #include "result_reader.hpp"
-#include "system.hpp"
 
 namespace halvtiv::cli {
 namespace {
@@ -40,7 +41,7 @@ std::string RootElement(std::string_view xml) {
 
 Format ChosenFormat(const Options& options) {
     if (options.format) return *options.format;
-    return !options.output && OutputIsTerminal() ? Format::Table : Format::Xml;
+    return !options.output && platform::OutputIsTerminal() ? Format::Table : Format::Xml;
 }
 
 void WriteResult(const Options& options, const std::string& resultXml, Output& output) {
@@ -98,6 +99,11 @@ ExitStatus Run(const Options& options, const std::string& requestXml) {
         isGood = false;
     }
     if (HoldsErrorEntry(resultXml)) isGood = false;
+    if (const std::size_t marked = CountErrorCells(resultXml); marked > 0) {
+        std::cerr
+            << marked << (marked == 1 ? " cell is" : " cells are")
+            << " marked as an error: the file was not written, or the text holds what XML cannot carry\n";
+    }
     WriteResult(options, resultXml, output);
     return isGood ? ExitStatus::Done : ExitStatus::Failed;
 }
@@ -129,7 +135,8 @@ std::string BuildRequest(const Options& options) {
 
 ExitStatus RunRequestFile(const Options& options) {
     std::string requestXml;
-    const std::string bytes = options.request == "-" ? ReadStandardInput() : ReadInputFile(options.request);
+    const std::string bytes =
+        options.request == "-" ? platform::ReadStandardInput() : platform::ReadWholeFile(options.request);
     if (!platform::DecodeXmlFileBytes(bytes, requestXml)) {
         throw CommandError(ExitStatus::NotRun, "The request is not in the encoding that it declares.");
     }

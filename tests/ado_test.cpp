@@ -14,18 +14,12 @@
 #include "ado/recordset_state.hpp"
 #include "ado/row_spool.hpp"
 #include "ado/table_name.hpp"
+#include "support.hpp"
 
 namespace halvtiv::ado {
 namespace {
 
-ErrorInfo ErrorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const ErrorInfo& error) {
-        return error;
-    }
-    return {};
-}
+using test::ErrorOf;
 
 std::int32_t NumberOf(const std::function<void()>& action) {
     return ErrorOf(action).Number;
@@ -34,10 +28,7 @@ std::int32_t NumberOf(const std::function<void()>& action) {
 class AdoTest : public testing::Test {
 protected:
     void SetUp() override {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        folder_ = std::filesystem::temp_directory_path() / ("halvtiv_ado_" + std::string(test->name()));
-        std::filesystem::remove_all(folder_);
-        std::filesystem::create_directories(folder_);
+        folder_ = test::MakeTemporaryFolder();
         connection_ = OpenFile("data.db", ";Create=1");
     }
     void TearDown() override {
@@ -364,6 +355,19 @@ TEST_F(AdoTest, TransactionsNest) {
     connection_->Close();
     connection_ = OpenFile("data.db");
     EXPECT_EQ(Scalar("select max(n) from t"), "4");
+}
+
+TEST_F(AdoTest, ANestedCommitThatFailsTakesItsOwnRowsAlone) {
+    Run("create table t(i integer)");
+    connection_->BeginTrans();
+    Run("insert into t values (1)");
+    connection_->BeginTrans();
+    {
+        const RecordsetPtr unread = connection_->Execute("insert into t values (2), (3) returning i");
+        EXPECT_NE(NumberOf([&] { connection_->CommitTrans(); }), 0);
+    }
+    connection_->CommitTrans();
+    EXPECT_EQ(Scalar("select group_concat(i) from t"), "1");
 }
 
 TEST_F(AdoTest, AFailedCommitLeavesNoTransaction) {

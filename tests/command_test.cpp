@@ -9,8 +9,11 @@
 #include <fstream>
 #include <halvtiv/halvtiv.hpp>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "connection.hpp"
 
 namespace {
 
@@ -221,6 +224,41 @@ TEST_F(CommandTest, NothingRunsWithoutADatabase) {
     EXPECT_TRUE(Contains(noDatabase.err, "not a database")) << noDatabase.err;
 }
 
+TEST_F(CommandTest, NothingBehindTwoDashesIsAnOption) {
+    fs::copy_file(folder_ / "get.xml", folder_ / "-get.xml");
+    fs::copy_file(folder_ / "defs.xml", folder_ / "-defs.xml");
+    for (const char* arguments :
+         {"call public.getdata --db shop.db -- sql='select 1'",
+          "call --db shop.db -- public.getdata sql='select 1'",
+          "call public.executesql a=b --db shop.db -- sql='select 1' --db=x", "run --db shop.db -- -get.xml",
+          "run get.xml --db shop.db --", "defs list -- -defs.xml", "defs check defs.xml -- -defs.xml"}) {
+        const Outcome outcome = Run(arguments);
+        EXPECT_EQ(outcome.status, 0) << arguments << " says: " << outcome.err;
+    }
+    ExpectRefused("run get.xml --db shop.db -- extra", "Not understood: extra");
+    ExpectRefused("call --db shop.db --", "Name a function");
+}
+
+TEST_F(CommandTest, UsageErrorsNameTheWordThatIsWrong) {
+    const struct {
+        const char* arguments;
+        const char* reason;
+    } rows[] = {
+        {"call public.getdata 'sql=select 1' --db", "--db"},
+        {"call public.getdata 'sql=select 1' --frob=secret --db shop.db", "Not understood: --frob\n"},
+        {"frob get.xml --db shop.db", "Not understood: frob"},
+        {"--frob run get.xml --db shop.db", "Not understood: --frob"},
+        {"defs frob list defs.xml", "Not understood: frob"},
+        {"call f --set secret --db shop.db", "--set has the form NAME=VALUE.\n"},
+        {"call f secret --db shop.db", "A parameter has the form NAME=VALUE.\n"},
+    };
+    for (const auto& row : rows) {
+        ExpectRefused(row.arguments, row.reason);
+        const std::string said = Run(row.arguments).err;
+        EXPECT_FALSE(Contains(said, "secret") || Contains(said, "sql")) << said;
+    }
+}
+
 TEST_F(CommandTest, UsageErrorsEndWithTwo) {
     for (const char* arguments :
          {"", "frob", "run", "run get.xml extra", "run get.xml --format yaml", "call", "call f x",
@@ -237,9 +275,39 @@ TEST_F(CommandTest, TheConnectionComesFromManyPlaces) {
     Write("connection.txt", "\xEF\xBB\xBF" + connection + "\r\n");
     EXPECT_EQ(Run("run get.xml --connection '" + connection + "'").status, 0);
     EXPECT_EQ(Run("run get.xml --connection-file connection.txt").status, 0);
+    Write("lines.txt", "\r\n\t Provider=SQLite;\r\nData Source=\n  shop.db;\n\t\n");
+    EXPECT_EQ(Run("run get.xml --connection-file lines.txt").status, 0);
     EXPECT_EQ(Shell("HALVTIV_CONNECTION='" + connection + "' halvtiv run get.xml").status, 0);
     fs::copy_file(folder_ / "shop.db", folder_ / "a;b.db");
     EXPECT_EQ(Run("--db 'a;b.db' run get.xml").status, 0);
+}
+
+TEST(ConnectionPassword, IsAddedWhereTheStringHasNone) {
+    const struct {
+        const char* connection;
+        bool isAdded;
+    } rows[] = {
+        {"", true},
+        {"Provider=P", true},
+        {"Provider=P; ", true},
+        {"Password=x", false},
+        {" PWD = 'x' ;Provider=P", false},
+        {"Provider=P;;Password=x", false},
+        {"Data Source={a;Password=x}", false},
+        {"Data Source='a;Password=x'", true},
+        {"Data Source=\"a\"\";Password=x\"", true},
+        {"Data Source=a'b;Password=x", false},
+        {"Password=;Provider=P", true},
+        {"Password=\"\";Provider=P", true},
+        {"Password=x;Password=", true},
+        {"Data Source=a=b;Password", true},
+        {"Data Source='a", true},
+    };
+    for (const auto& row : rows) {
+        const std::string complete = halvtiv::cli::WithPassword(row.connection, "s\"t");
+        EXPECT_EQ(complete.ends_with("Password=\"s\"\"t\""), row.isAdded) << complete;
+        EXPECT_EQ(halvtiv::cli::WithPassword(row.connection, ""), row.connection);
+    }
 }
 
 TEST_F(CommandTest, APasswordIsNeverPrinted) {
@@ -277,6 +345,12 @@ TEST_F(CommandTest, DefsListShowsWhatLoads) {
     EXPECT_EQ(Run("defs list defs.xml").status, 0);
     ExpectRefused("defs list defs.xml missing.xml", "missing.xml");
     ExpectRefused("defs list out", "out");
+    const Outcome piped =
+        Shell("mkfifo gate; cat defs.xml >gate & timeout 20 '" HALVTIV_COMMAND "' defs list gate");
+    EXPECT_EQ(piped.out, Run("defs list defs.xml").out);
+    EXPECT_EQ(piped.status, 0) << piped.err;
+    Write("strange.xml", "<?xml version='1.0' encoding='no-such'?><functions/>");
+    ExpectRefused("defs list strange.xml", "strange.xml: The file is not in the encoding that it declares.");
 }
 
 TEST_F(CommandTest, DefsCheckPrintsTheReport) {
@@ -288,7 +362,7 @@ TEST_F(CommandTest, DefsCheckPrintsTheReport) {
         "2 functions loaded(1 failed, 1 new added and 0 updated).\n");
     EXPECT_EQ(Run("defs check defs.xml").status, 0);
     Write("bad.xml", "<functions>");
-    ExpectRefused("defs check bad.xml", "Invalid format for function definition file.");
+    ExpectRefused("defs check bad.xml", "Invalid format for function definition");
 }
 
 TEST_F(CommandTest, AnOutputFileIsWholeOrNotThere) {
@@ -317,7 +391,9 @@ TEST_F(CommandTest, OutputThatCannotBeWrittenEndsWithOne) {
 }
 
 TEST_F(CommandTest, ATerminalGetsTables) {
-    if (std::system("command -v script >/dev/null 2>&1") != 0) return;
+    if (std::system("command -v script >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "needs the program \"script\", which gives a command a terminal";
+    }
     const Outcome outcome = Shell("script -qec \"'" HALVTIV_COMMAND "' run get.xml --db shop.db\" /dev/null");
     EXPECT_TRUE(Contains(outcome.out, "(2 rows)")) << outcome.out;
 }

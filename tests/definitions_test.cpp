@@ -223,4 +223,33 @@ TEST(FunctionLibraryTest, FilesAreReadInTheirOwnEncoding) {
 }
 
 }  // namespace
+// A value may hold other placeholders: each round may double the text.
+TEST(FunctionCompilationTest, ATextThatGrowsWithoutBoundIsRefused) {
+    std::string definition = "<functions><functiondef name='grow'><paramdef>";
+    std::string call = "<function name='grow'>";
+    for (int number = 1; number <= 40; ++number) {
+        const std::string name = "p" + std::to_string(number);
+        const std::string next = "%p" + std::to_string(number + 1) + "%";
+        definition += "<param name='" + name + "' type='text' value='text'/>";
+        call += "<param name='" + name + "' value='" + next + next + "'/>";
+    }
+    definition +=
+        "</paramdef><function name='public.getdata'><param name='sql' value='%p1%'/></function>"
+        "</functiondef></functions>";
+    ZorbDbAccessEngine engine;
+    std::string log;
+    ASSERT_TRUE(engine.LoadFunctionDefsXml(definition, log)) << engine.GetLastError();
+    std::string result;
+    EXPECT_FALSE(engine.RunFunction(call + "</function>", result));
+    EXPECT_THAT(engine.GetLastError(),
+                HasSubstr("Compile error: Text too long after substitution - \"p1\"."));
+}
+
+TEST(FunctionDefLibraryTest, OneTextMayServeForDefinitionsAndReport) {
+    ZorbDbAccessEngine engine;
+    std::string text = "<f><functiondef name='a'><function name='public.getdata'/></functiondef></f>";
+    EXPECT_TRUE(engine.LoadFunctionDefsXml(text, text)) << engine.GetLastError();
+    EXPECT_THAT(text, HasSubstr("> a: Success. (0 parameters)"));
+}
+
 }  // namespace halvtiv

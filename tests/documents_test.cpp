@@ -611,5 +611,25 @@ TEST_F(ResultRecordsTest, RowsReadOneAfterAnotherCostTheSameHoweverManyThereAre)
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
 
+TEST(ColumnDataItemsTest, AnItemsOwnNameMayBeTheOneRemoved) {
+    ZorbColumnDataItems items;
+    for (const char* name : {"a name beyond the short ones", "y", "A NAME beyond the short ones"})
+        items.Add(name, "");
+    items.RemoveItemByName((*items.begin())->Name);
+    ASSERT_EQ(items.Count(), 1);
+    EXPECT_EQ(items.Item(1)->Name, "y");
+}
+
+TEST(ColumnDataItemsTest, ARootThatIsNoNameInAnyScriptIsRefused) {
+    ZorbColumnDataItems items;
+    std::string xml, message;
+    for (const char* name : {"", "1a", "a b", "\u00D7", "\u0301a", "\u2000"}) {
+        EXPECT_FALSE(items.Save(xml, name, "col", message)) << name;
+        EXPECT_EQ(message, "Failed to create xml root element.");
+    }
+    EXPECT_TRUE(items.Save(xml, "\u884C", "col", message)) << message;
+    EXPECT_TRUE(items.Parse(xml, "col"));
+}
+
 }  // namespace
 }  // namespace halvtiv

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <functional>
 #include <initializer_list>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,16 +31,17 @@ inline ErrorInfo ErrorOf(const std::function<void()>& action) {
     return {};
 }
 
+/// A new empty folder under a name that no other test has.
+inline std::filesystem::path MakeTemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "halvtiv-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    return name;
+}
+
 /// A folder of the running test's own, gone with this object.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() /
-                ("halvtiv_" + std::string(test->test_suite_name()) + "_" + test->name());
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
+    TemporaryFolder() : path_(MakeTemporaryFolder()) {}
     ~TemporaryFolder() {
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);

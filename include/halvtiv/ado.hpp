@@ -1,9 +1,11 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -89,11 +91,18 @@ class HALVTIV_API Variant {
 public:
     /// Null.
     Variant() = default;
-    explicit Variant(bool value) : value_(value) {}
-    explicit Variant(std::int64_t value) : value_(value) {}
+    /// A bool and nothing that only converts to one.
+    template <std::same_as<bool> Bool>
+    explicit Variant(Bool value) : value_(value) {}
+    /// Any integer that fits into 64 bits with a sign.
+    template <std::integral Integer>
+    requires(!std::same_as<Integer, bool>) explicit Variant(Integer value)
+        : value_(static_cast<std::int64_t>(value)) {}
     explicit Variant(double value) : value_(value) {}
     explicit Variant(Decimal value) : value_(std::move(value)) {}
     explicit Variant(std::string value) : value_(std::move(value)) {}
+    explicit Variant(std::string_view value) : value_(std::string(value)) {}
+    explicit Variant(const char* value) : value_(std::string(value)) {}
     explicit Variant(Bytes value) : value_(std::move(value)) {}
     explicit Variant(DateTime value) : value_(value) {}
 
@@ -242,8 +251,8 @@ public:
     /// Raises -2146824579 when the connection is null or closed, -2146824583 when this recordset is open.
     void Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
               std::int32_t lockType, std::int32_t options = -1);
-    /// Runs what is left of the batch, whose error is raised after closing, and closes. Raises -2146824584
-    /// when it is closed with nothing left to run.
+    /// Runs what is left of the batch, whose error is raised after closing, and closes; rows of a query that
+    /// nobody reads are not fetched. Raises -2146824584 when it is closed with nothing left to run.
     void Close();
     /// `adStateClosed` or `adStateOpen`.
     std::int32_t State();

@@ -73,6 +73,24 @@ RecordsetPtr Connection::Execute(std::string_view commandText, std::int32_t* rec
     return recordset;
 }
 
+namespace {
+
+// A level that could not be committed must not come in with the one around it.
+void ReleaseOrUndo(Session& session, std::int32_t level) {
+    try {
+        session.ReleaseSavepoint(level);
+    } catch (...) {
+        try {
+            session.RollbackToSavepoint(level);
+        } catch (...) {
+            // What was undone stays undone; the savepoint goes with the outermost transaction.
+        }
+        throw;
+    }
+}
+
+}  // namespace
+
 std::int32_t Connection::BeginTrans() {
     auto& session = impl_->Require();
     const bool inTransaction = session.InTransaction();
@@ -96,7 +114,7 @@ void Connection::CommitTrans() {
     if (level == 1 && !impl_->outermostIsSavepoint) {
         session.Commit();
     } else {
-        session.ReleaseSavepoint(level);
+        ReleaseOrUndo(session, level);
     }
 }
 

@@ -47,15 +47,28 @@ public:
     virtual std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) = 0;
 };
 
+/// What a reader of rows has prepared from their columns.
+class RowLayout {
+public:
+    virtual ~RowLayout() = default;
+};
+
 /// The rows of one statement, as the database delivers them: before its first row at first.
 class Cursor : public RowSource {
 public:
+    /// Room for a reader's layout, empty at first. Where a prepared statement runs again, it is found here
+    /// again as long as the columns are the same.
+    virtual std::shared_ptr<const RowLayout>& Layout() { return layout_; }
+
     /// Final once the first `Next` has returned: a column without a declared type takes the first row's.
     virtual std::span<const ColumnInfo> Columns() const = 0;
 
     /// Gives up the rows that are left, of a statement that changes data only after it has run to its end.
     /// Raises the statement's error. Destroying the cursor does the same and ignores the error.
     virtual void Finish() = 0;
+
+private:
+    std::shared_ptr<const RowLayout> layout_;
 };
 
 /// What one statement did.

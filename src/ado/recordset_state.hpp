@@ -31,6 +31,8 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     static RecordsetState& Of(const RecordsetPtr& recordset);
 
     std::span<const ColumnInfo> Columns() const;
+    /// Room for what a reader prepares from the columns. There must be a result.
+    std::shared_ptr<const RowLayout>& Layout() { return cursor_->Layout(); }
     bool AtEnd() const noexcept { return atEnd_; }
     /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end.
     void MoveNext();

@@ -98,6 +98,7 @@ std::string ZorbConnectionString::GenerateConnectionStringWithParams(std::string
     text = platform::ReplaceAllIgnoringCase(text, "%DBN%", sDBN);
     text = platform::ReplaceAllIgnoringCase(text, "%UID%", sUID);
     text = platform::ReplaceAllIgnoringCase(text, "%PWD%", sPWD);
+    if (platform::ReplaceAllIgnoringCase(text, kFolderPlaceholder, {}) == text) return text;
     text = platform::ReplaceAllIgnoringCase(text, std::string(kFolderPlaceholder) + "\\", kFolderPlaceholder);
     return platform::ReplaceAllIgnoringCase(text, kFolderPlaceholder,
                                             AddPathSeparator(platform::LibraryFolder()));

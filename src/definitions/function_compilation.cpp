@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -69,11 +70,32 @@ void MergeDataParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
     }
 }
 
+/// The length that a text may grow to. Values may hold placeholders that double it again and again.
+std::size_t LongestText(std::string_view text, const Substitutions& substitutions) {
+    constexpr std::size_t kAlwaysAllowed = std::size_t{64} << 20;
+    std::size_t given = text.size();
+    for (const Substitution& substitution : substitutions) given += substitution.text.size();
+    return std::max(kAlwaysAllowed, 2 * given);
+}
+
+std::size_t SizeAfter(std::string_view text, std::string_view placeholder, std::string_view substitute) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(placeholder); at != std::string_view::npos;
+         at = text.find(placeholder, at + placeholder.size())) {
+        ++count;
+    }
+    return text.size() - count * placeholder.size() + count * substitute.size();
+}
+
 /// One after the other on the text as it has become: a value may bring in a later parameter's placeholder.
 void Substitute(const ZorbColumnDataItems& items, const Substitutions& substitutions) {
     for (const ZorbColumnDataItemPtr& item : items) {
         if (item->Value.find('%') == std::string::npos) continue;
+        const std::size_t limit = LongestText(item->Value, substitutions);
         for (const auto& [placeholder, text] : substitutions) {
+            if (SizeAfter(item->Value, placeholder, text) > limit) {
+                Raise("Text too long after substitution - \"" + item->Name + "\".");
+            }
             item->Value = platform::ReplaceAll(item->Value, placeholder, text);
         }
     }

@@ -1,5 +1,6 @@
 #include "definitions/function_def_library.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include "foundation/guarded.hpp"
@@ -26,11 +27,12 @@ constexpr std::string_view kNewLine = "\r\n";
 }  // namespace
 
 clsZorbFunctionDefLibrary::clsZorbFunctionDefLibrary(std::span<const std::string_view> builtInNames) {
-    for (const std::string_view name : builtInNames) builtInNames_.insert(platform::ToLower(name));
+    for (const std::string_view name : builtInNames) builtInNames_.push_back(platform::ToLower(name));
 }
 
 bool clsZorbFunctionDefLibrary::IsBuildInFunction(std::string_view name) const {
-    return builtInNames_.contains(platform::ToLower(name));
+    const std::string lower = platform::ToLower(name);
+    return std::find(builtInNames_.begin(), builtInNames_.end(), lower) != builtInNames_.end();
 }
 
 std::shared_ptr<clsZorbFunctionDef> clsZorbFunctionDefLibrary::GetItemByName(std::string_view name) const {
@@ -55,18 +57,20 @@ bool clsZorbFunctionDefLibrary::LoadFunctionDefsXml(std::string_view xml, std::s
 
 template <typename Load>
 bool clsZorbFunctionDefLibrary::LoadReporting(std::string& report, Load&& load) {
-    return Succeeds(errors_, [&] {
-        report = "Loading functions ...";
-        report += kNewLine;
+    std::string lines;  // aside: the caller may give one text for both
+    const bool loaded = Succeeds(errors_, [&] {
+        lines.append("Loading functions ...").append(kNewLine);
         try {
             pugi::xml_document document;
             load(document);
-            LoadDocument(document, report);
+            LoadDocument(document, lines);
         } catch (const ErrorInfo& error) {
-            report.append("Loading process broken by error: ").append(error.Description).append(kNewLine);
+            lines.append("Loading process broken by error: ").append(error.Description).append(kNewLine);
             throw;
         }
     });
+    report = std::move(lines);
+    return loaded;
 }
 
 void clsZorbFunctionDefLibrary::LoadDocument(const pugi::xml_document& document, std::string& report) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 #include <pugixml.hpp>
 
@@ -58,8 +58,8 @@ private:
     void Replace(const std::string& name, std::shared_ptr<clsZorbFunctionDef> definition);
     bool Forget(std::string_view name);
 
-    std::unordered_set<std::string> builtInNames_;  // lower-cased, as the index below
-    Definitions definitions_;                       // in order of loading
+    std::vector<std::string> builtInNames_;  // lower-cased, as the index below
+    Definitions definitions_;                // in order of loading
     std::unordered_map<std::string, Definitions::iterator> byName_;
     clsZorbErrObject errors_{kProductName, "clsZorbXmlFunctionLibrary"};
 };

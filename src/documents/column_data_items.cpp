@@ -126,10 +126,11 @@ std::string ZorbColumnDataItems::GetItemValueByName(std::string_view sName) cons
 }
 
 void ZorbColumnDataItems::RemoveItemByName(std::string_view sName, std::int32_t nStartIndex) {
+    const std::string name(sName);  // it may be that of an item that goes
     const auto first = entries_.begin() + (std::clamp(nStartIndex, 1, Count() + 1) - 1);
     entries_.erase(std::remove_if(first, entries_.end(),
-                                  [sName](const Entry& entry) {
-                                      return platform::EqualIgnoringCase(entry.item->Name, sName);
+                                  [&name](const Entry& entry) {
+                                      return platform::EqualIgnoringCase(entry.item->Name, name);
                                   }),
                    entries_.end());
 }

@@ -80,10 +80,28 @@ struct ZorbFunctionCall::Impl {
         return *block;
     }
 
+    const ZorbColumnDataItem& RequireParamAt(std::int32_t index) const {
+        if (index < 1 || index > params.Count()) Raise("Specified parameter index out of boundary.");
+        return *params.Item(index);
+    }
+
+    const ZorbColumnDataItem& RequireSubParam(std::int32_t dataIndex, std::int32_t subIndex) const {
+        const ZorbColumnDataItems& block = RequireBlock(dataIndex);
+        if (subIndex < 1 || subIndex > block.Count()) Raise("Specified sub parameter index out of boundary.");
+        return *block.Item(subIndex);
+    }
+
+    const ZorbColumnDataItem& RequireSubParamByName(std::int32_t dataIndex, std::string_view name,
+                                                    std::int32_t startIndex) const {
+        const ZorbColumnDataItemPtr item = RequireBlock(dataIndex).GetItemByName(name, startIndex);
+        if (!item) Raise(Concerning("Specified sub parameter name not found - ", name));
+        return *item;
+    }
+
     ZorbColumnDataItemPtr FindParam(std::string_view name, std::int32_t startIndex) const {
-        for (std::int32_t index = std::max(startIndex, 1); index <= params.Count(); ++index) {
-            ZorbColumnDataItemPtr item = params.Item(index);
-            if (SameTrimmedName(item->Name, name)) return item;
+        std::int32_t index = 0;
+        for (const ZorbColumnDataItemPtr& item : params) {
+            if (++index >= startIndex && SameTrimmedName(item->Name, name)) return item;
         }
         return nullptr;
     }
@@ -226,10 +244,9 @@ std::int32_t ZorbFunctionCall::GetParamArray(std::string_view name, std::vector<
 bool ZorbFunctionCall::GetParamInfo(std::int32_t index, std::string& name, std::string& value,
                                     std::int32_t& type, std::string& extra) {
     return Succeeds(impl_->errors, [&] {
-        if (index < 1 || index > ParamCount()) Raise("Specified parameter index out of boundary.");
-        const ZorbColumnDataItemPtr item = impl_->params.Item(index);
-        name = item->Name;
-        GetItemFields(*item, value, type, extra);
+        const ZorbColumnDataItem& item = impl_->RequireParamAt(index);
+        name = item.Name;
+        GetItemFields(item, value, type, extra);
     });
 }
 
@@ -258,11 +275,9 @@ std::int32_t ZorbFunctionCall::GetDataParamIndex(std::string_view name, std::int
 bool ZorbFunctionCall::GetSubParamInfo(std::int32_t dataIndex, std::int32_t subIndex, std::string& name,
                                        std::string& value, std::int32_t& type, std::string& extra) {
     return Succeeds(impl_->errors, [&] {
-        const ZorbColumnDataItems& block = impl_->RequireBlock(dataIndex);
-        if (subIndex < 1 || subIndex > block.Count()) Raise("Specified sub parameter index out of boundary.");
-        const ZorbColumnDataItemPtr item = block.Item(subIndex);
-        name = item->Name;
-        GetItemFields(*item, value, type, extra);
+        const ZorbColumnDataItem& item = impl_->RequireSubParam(dataIndex, subIndex);
+        name = item.Name;
+        GetItemFields(item, value, type, extra);
     });
 }
 
@@ -270,9 +285,7 @@ bool ZorbFunctionCall::GetSubParamInfoByName(std::int32_t dataIndex, std::string
                                              std::string& value, std::int32_t& type, std::string& extra,
                                              std::int32_t startIndex) {
     return Succeeds(impl_->errors, [&] {
-        const ZorbColumnDataItemPtr item = impl_->RequireBlock(dataIndex).GetItemByName(name, startIndex);
-        if (!item) Raise(Concerning("Specified sub parameter name not found - ", name));
-        GetItemFields(*item, value, type, extra);
+        GetItemFields(impl_->RequireSubParamByName(dataIndex, name, startIndex), value, type, extra);
     });
 }
 
@@ -330,21 +343,17 @@ bool ZorbFunctionCall::RemoveDataParam(std::int32_t index) {
 }
 
 std::string ZorbFunctionCall::GetParam(std::int32_t index) {
-    std::string name, value, extra;
-    std::int32_t type = 0;
-    return GetParamInfo(index, name, value, type, extra) ? value : std::string();
+    return Guarded(impl_->errors, std::string(), [&] { return impl_->RequireParamAt(index).Value; });
 }
 
 std::string ZorbFunctionCall::GetSubParam(std::int32_t dataIndex, std::int32_t subIndex) {
-    std::string name, value, extra;
-    std::int32_t type = 0;
-    return GetSubParamInfo(dataIndex, subIndex, name, value, type, extra) ? value : std::string();
+    return Guarded(impl_->errors, std::string(),
+                   [&] { return impl_->RequireSubParam(dataIndex, subIndex).Value; });
 }
 
 std::string ZorbFunctionCall::GetSubParamByName(std::int32_t dataIndex, std::string_view name) {
-    std::string value, extra;
-    std::int32_t type = 0;
-    return GetSubParamInfoByName(dataIndex, name, value, type, extra) ? value : std::string();
+    return Guarded(impl_->errors, std::string(),
+                   [&] { return impl_->RequireSubParamByName(dataIndex, name, 1).Value; });
 }
 
 std::string ZorbFunctionCall::GetParamByName(std::string_view name, std::int32_t startIndex) {

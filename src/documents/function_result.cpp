@@ -19,8 +19,6 @@ namespace halvtiv {
 namespace {
 
 constexpr std::string_view kClass = "ZorbFunctionResult";
-constexpr std::size_t kUsualEntry =
-    1024;  // bytes that hold a row or two, and what the heap gives out fastest
 
 [[noreturn]] void Raise(std::string message) {
     throw OwnError(kClass, std::move(message));
@@ -74,11 +72,11 @@ struct ZorbFunctionResult::Impl {
                        std::string_view dataFolder) {
         const std::string folder = AddPathSeparator(dataFolder);
         ResultEntry entry = NewEntry(guid, QORV_OUTPUT_DATA, folder);
-        entry.content = platform::TextBuffer(kUsualEntry);
         std::size_t complete = 0;
         try {
             ado::RecordsetState& state = ado::RecordsetState::Of(recordset);
-            const RecordsetRows rows(state.Columns(), folder, errors);
+            const RecordsetRows rows(state, folder, errors);
+            entry.content = platform::TextBuffer(rows.UsualSize());
             rows.AppendHeader(entry.content);
             complete = entry.content.Size();
             for (std::int64_t index = 1; !state.AtEnd(); ++index) {

@@ -1,5 +1,10 @@
 #include "documents/recordset_rows.hpp"
 
+#include <algorithm>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
 #include "documents/field_file.hpp"
 #include "foundation/this_utils.hpp"
 #include "platform/number.hpp"
@@ -22,50 +27,67 @@ bool AppendAttributeText(TextBuffer& xml, std::string_view text) {
     return platform::AppendXmlAttributeValue(xml, platform::RepairXmlText(text)) && false;
 }
 
-/// Appends a column's name in lower case. Most are plain words, and go in at one sweep.
-void AppendLowered(TextBuffer& xml, std::string_view name) {
-    char* const to = xml.Reserve(name.size());
-    for (std::size_t at = 0; at < name.size(); ++at) {
-        const char byte = name[at];
-        const bool isCapital = byte >= 'A' && byte <= 'Z';
-        if (!isCapital && !(byte >= 'a' && byte <= 'z') && !(byte >= '0' && byte <= '9') && byte != '_') {
-            AppendAttributeText(xml, platform::ToLower(name));
-            return;
-        }
-        to[at] = isCapital ? static_cast<char>(byte + ('a' - 'A')) : byte;
-    }
-    xml.Advance(name.size());
-}
-
 }  // namespace
 
-RecordsetRows::RecordsetRows(std::span<const ado::ColumnInfo> columns, std::string_view dataFolder,
-                             clsZorbErrObject& errors)
-    : infos_(columns), dataFolder_(dataFolder), errors_(errors) {
-    columns_.reserve(columns.size());
-    openings_ = TextBuffer(64 * columns.size());
-    for (const ado::ColumnInfo& info : columns) {
-        const std::size_t start = openings_.BeginRun();
-        openings_.Append("<col name=\"");
-        AppendLowered(openings_, info.name);
-        openings_.Append("\" value=\"");
-        columns_.push_back({start, openings_.Size() - start, IsBlobField(info.type)});
+/// The markup that is the same for every row, and row 0.
+class EntryLayout final : public ado::RowLayout {
+public:
+    struct Column {
+        std::string_view opening;  // the cell's markup up to its value
+        std::string_view joined;   // the end of a plain cell before it, and the opening
+        bool isBlob;
+    };
+
+    explicit EntryLayout(std::span<const ado::ColumnInfo> infos)
+        : header_(infos.empty() ? "<row index=\"0\"/>" : "<row index=\"0\">") {
+        for (const ado::ColumnInfo& info : infos) {
+            const std::size_t start = openings_.BeginRun();
+            openings_.Append(kCellEnd);
+            openings_.Append("<col name=\"");
+            AppendAttributeText(openings_, platform::ToLower(info.name));
+            openings_.Append("\" value=\"");
+            const std::string_view joined = openings_.View(start, openings_.Size() - start);
+            const std::string_view opening = joined.substr(kCellEnd.size());
+            const bool isBlob = IsBlobField(info.type);
+            header_ += opening;
+            header_ += DataTypeText(AdoTypeToDataType(info.type));
+            header_ += isBlob ? kFileCellEnd : kCellEnd;
+            columns_.push_back({opening, joined, isBlob});
+        }
+        if (!infos.empty()) header_ += "</row>";
     }
+
+    std::string_view Header() const noexcept { return header_; }
+    std::span<const Column> Columns() const noexcept { return columns_; }
+
+private:
+    TextBuffer openings_;
+    std::vector<Column> columns_;
+    std::string header_;
+};
+
+RecordsetRows::RecordsetRows(ado::RecordsetState& recordset, std::string_view dataFolder,
+                             clsZorbErrObject& errors)
+    : infos_(recordset.Columns()), dataFolder_(dataFolder), errors_(errors) {
+    std::shared_ptr<const ado::RowLayout>& kept = recordset.Layout();
+    if (kept && typeid(*kept) == typeid(EntryLayout)) {
+        layout_ = std::static_pointer_cast<const EntryLayout>(kept);
+    } else {
+        layout_ = std::make_shared<EntryLayout>(infos_);
+        kept = layout_;
+    }
+}
+
+std::size_t RecordsetRows::UsualSize() const {
+    constexpr std::size_t kRowEnds = 128;
+    constexpr std::size_t kEnough =
+        1000;  // more is got when it is needed; the heap gives this much out at once
+    return std::min(2 * layout_->Header().size() + kRowEnds, kEnough);
 }
 
 void RecordsetRows::AppendHeader(TextBuffer& xml) const {
     xml.BeginRun();
-    if (columns_.empty()) {
-        xml.Append("<row index=\"0\"/>");
-        return;
-    }
-    xml.Append("<row index=\"0\">");
-    for (std::size_t at = 0; at < columns_.size(); ++at) {
-        xml.Append(Opening(columns_[at]));
-        xml.Append(DataTypeText(AdoTypeToDataType(infos_[at].type)));
-        xml.Append(columns_[at].isBlob ? kFileCellEnd : kCellEnd);
-    }
-    xml.Append("</row>");
+    xml.Append(layout_->Header());
 }
 
 void RecordsetRows::AppendRow(TextBuffer& xml, ado::RowSource& row, std::int64_t index) const {
@@ -74,18 +96,21 @@ void RecordsetRows::AppendRow(TextBuffer& xml, ado::RowSource& row, std::int64_t
     xml.Append("<row index=\"");
     xml.Append(platform::IntegerText(index, number));
     xml.Append("\">");
-    const auto count = static_cast<std::int32_t>(columns_.size());
-    for (std::int32_t at = 0; at < count; ++at) {
-        const Column& column = columns_[static_cast<std::size_t>(at)];
-        xml.Append(Opening(column));
+    std::int32_t at = 0;
+    bool isOpen = false;  // the cell before still lacks its end
+    for (const EntryLayout::Column& column : layout_->Columns()) {
+        xml.Append(isOpen ? column.joined : column.opening);
+        isOpen = false;
         if (column.isBlob) {
             AppendBlobCell(xml, row, at, index);
+        } else if (AppendAttributeText(xml, row.Text(at))) {
+            isOpen = true;
         } else {
-            const bool intact = AppendAttributeText(xml, row.Text(at));
-            xml.Append(intact ? kCellEnd : kErrorCellEnd);
+            xml.Append(kErrorCellEnd);
         }
+        ++at;
     }
-    xml.Append("</row>");
+    xml.Append(isOpen ? "\"/></row>" : "</row>");
 }
 
 void RecordsetRows::AppendBlobCell(TextBuffer& xml, ado::RowSource& row, std::int32_t column,

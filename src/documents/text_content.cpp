@@ -105,13 +105,21 @@ public:
     }
 
     void RemoveEntries(std::string_view guid) override {
+        if (EntriesOf(guid).empty()) return;
         byKey_.clear();
-        std::erase_if(children_, [guid](const auto& child) { return IsEntry(child, guid); });
+        std::erase_if(children_, [guid](const Child& child) { return IsEntry(child, guid); });
     }
 
     void AppendEntry(ResultEntry entry) override {
-        byKey_.clear();
-        children_.emplace_back().entry = std::move(entry);
+        Child& child = children_.emplace_back();
+        child.entry = std::move(entry);
+        if (byKey_.empty()) return;
+        try {
+            AddToIndex(children_.size() - 1);
+        } catch (...) {
+            children_.pop_back();
+            throw;
+        }
     }
 
     void CopyTo(std::string& xml) const override {
@@ -179,11 +187,16 @@ private:
     }
 
     void FillIndex() const {
-        std::unordered_map<std::string, std::vector<std::size_t>> index;
-        for (std::size_t at = 0; at < children_.size(); ++at) {
-            if (const std::string* key = KeyOf(children_[at])) index[*key].push_back(at);
+        try {
+            for (std::size_t at = 0; at < children_.size(); ++at) AddToIndex(at);
+        } catch (...) {
+            byKey_.clear();  // half an index finds half the entries
+            throw;
         }
-        byKey_ = std::move(index);
+    }
+
+    void AddToIndex(std::size_t at) const {
+        if (const std::string* key = KeyOf(children_[at])) byKey_[*key].push_back(at);
     }
 
     std::vector<std::pair<std::string, std::string>>::const_iterator FindRootAttribute(

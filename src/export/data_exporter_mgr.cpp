@@ -13,6 +13,11 @@ namespace {
     throw OwnError("clsZorbDataExporterMgr", std::move(message));
 }
 
+/// The list as it is now: an exporter may add others while it is asked.
+std::vector<IZorbDataExporterPtr> Listed(const std::vector<IZorbDataExporterPtr>& exporters) {
+    return exporters;
+}
+
 }  // namespace
 
 bool clsZorbDataExporterMgr::AddDataExporter(const IZorbDataExporterPtr& exporter) {
@@ -24,7 +29,7 @@ bool clsZorbDataExporterMgr::AddDataExporter(const IZorbDataExporterPtr& exporte
 
 IZorbDataExporterPtr clsZorbDataExporterMgr::GetDataExporterByTypeString(std::string_view exportType) {
     return Guarded(errors_, IZorbDataExporterPtr(), [&] {
-        for (const IZorbDataExporterPtr& exporter : exporters_) {
+        for (const IZorbDataExporterPtr& exporter : Listed(exporters_)) {
             if (exporter->MatchExportType(exportType)) return exporter;
         }
         return IZorbDataExporterPtr();
@@ -41,10 +46,11 @@ IZorbDataExporterPtr clsZorbDataExporterMgr::GetDataExporter(std::int32_t index)
 std::string clsZorbDataExporterMgr::GetFileFilterString() {
     return Guarded(errors_, std::string(), [&] {
         std::string filter;
-        for (const IZorbDataExporterPtr& exporter : exporters_) {
+        bool isFirst = true;
+        for (const IZorbDataExporterPtr& exporter : Listed(exporters_)) {
             std::string type, extension;
             exporter->GetExporterInfo(type, extension);
-            if (&exporter != &exporters_.front()) filter += '|';
+            if (!std::exchange(isFirst, false)) filter += '|';
             filter += type + "(*." + platform::ToUpper(extension) + ")|*." + extension;
         }
         return filter;

@@ -199,15 +199,17 @@ void CreateEmptyFile(std::string_view path) {
 
 std::string LibraryFolder() {
     Dl_info info{};
-    if (::dladdr(reinterpret_cast<const void*>(&LibraryFolder), &info) == 0 || info.dli_fname == nullptr) {
-        RaiseRunTimeError(RunTimeError::PathNotFound);
+    if (::dladdr(reinterpret_cast<const void*>(&LibraryFolder), &info) == 0 || info.dli_fname == nullptr)
+        return ".";
+    // A program that holds the library in itself may be known only by the name it was called with, and a
+    // library loaded by a relative path is out of sight once the current folder has changed: then the
+    // program's own counts.
+    for (const std::string& file : {std::string(info.dli_fname), std::string("/proc/self/exe")}) {
+        if (file.find('/') == std::string::npos) continue;
+        const std::unique_ptr<char, decltype(&std::free)> real(::realpath(file.c_str(), nullptr), &std::free);
+        if (real) return FolderOf(real.get());
     }
-    // A program that holds the library in itself may be known only by the name it was called with.
-    std::string file = info.dli_fname;
-    if (file.find('/') == std::string::npos) file = "/proc/self/exe";
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(file.c_str(), nullptr), &std::free);
-    if (!real) RaiseFileError(errno, file);
-    return FolderOf(real.get());
+    return ".";
 }
 
 struct OutputFile::Impl {

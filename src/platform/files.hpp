@@ -24,7 +24,8 @@ std::string ReadWholeFile(std::string_view path);
 /// Makes the file, or makes it empty when it exists.
 void CreateEmptyFile(std::string_view path);
 
-/// The folder that holds this library's own file, without a separator at its end.
+/// The folder that holds this library's own file, without a separator at its end; "." where the system cannot
+/// tell.
 std::string LibraryFolder();
 
 /// A file that appears under its name only when it is complete: it is written beside it under another name,

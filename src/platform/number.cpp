@@ -107,10 +107,12 @@ std::string_view IntegerText(std::int64_t value, char (&buffer)[kNumberTextSize]
 }
 
 std::string_view DoubleText(double value, char (&buffer)[kNumberTextSize]) noexcept {
+    const std::string_view text(buffer, std::to_chars(buffer, buffer + kNumberTextSize, value).ptr);
     // Left to itself the conversion prefers "1e+05" to "100000".
+    if (text.find('e') == std::string_view::npos) return text;
     const double size = std::fabs(value);
-    const bool plain = size == 0 || (size >= 1e-6 && size < 1e21);
-    const auto format = plain ? std::chars_format::fixed : std::chars_format::scientific;
+    const bool isPlain = size >= 1e-6 && size < 1e21;
+    const auto format = isPlain ? std::chars_format::fixed : std::chars_format::scientific;
     return {buffer, std::to_chars(buffer, buffer + kNumberTextSize, value, format).ptr};
 }
 

@@ -5,10 +5,13 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+
+#include "platform/xml_reader.hpp"
 
 namespace halvtiv::platform {
 
@@ -71,28 +74,59 @@ std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) no
     return 0;
 }
 
-/// Copies bytes that need nothing, 16 at a time, and returns how many there were. Both sides have room for 16
-/// bytes more than `count` on the writing side.
-inline std::size_t CopyPlain(const unsigned char* from, std::size_t count, char* to) noexcept {
-    std::size_t done = 0;
 #if defined(__SSE2__)
-    const __m128i space = _mm_set1_epi8(0x1F);
-    const __m128i quote = _mm_set1_epi8('"');
-    const __m128i ampersand = _mm_set1_epi8('&');
-    const __m128i less = _mm_set1_epi8('<');
-    const __m128i greater = _mm_set1_epi8('>');
-    while (count - done >= 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done), bytes);
-        const __m128i plain = _mm_cmpgt_epi8(bytes, space);  // signed: bytes from 0x80 on are below too
-        const __m128i special =
-            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, ampersand)),
-                         _mm_or_si128(_mm_cmpeq_epi8(bytes, less), _mm_cmpeq_epi8(bytes, greater)));
-        const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, plain)));
-        if (mask != 0xFFFFU) return done + static_cast<std::size_t>(std::countr_one(mask));
-        done += 16;
-    }
+
+/// A bit for each byte that needs nothing.
+inline unsigned PlainBits(__m128i bytes) noexcept {
+    const __m128i fromBlank = _mm_cmpgt_epi8(bytes, _mm_set1_epi8(0x1F));  // signed: no byte from 0x80 on is
+    const __m128i special = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('&'))),
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('<')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('>'))));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, fromBlank)));
+}
+
+template <std::size_t kSize>
+__m128i Load(const unsigned char* from) noexcept {
+    if constexpr (kSize == 16) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    if constexpr (kSize == 8) return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(from));
+    std::int32_t word = 0;
+    std::memcpy(&word, from, sizeof word);
+    return _mm_cvtsi32_si128(word);
+}
+
+/// Copies kSize bytes and returns how many at their front need nothing. Writes 16.
+template <std::size_t kSize>
+std::size_t CopyBlock(const unsigned char* from, char* to) noexcept {
+    const __m128i bytes = Load<kSize>(from);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+    return std::min(kSize, static_cast<std::size_t>(std::countr_one(PlainBits(bytes))));
+}
+
+/// Copies in blocks, the last one over the end of the one before it.
+template <std::size_t kSize>
+std::size_t CopyBlocks(const unsigned char* from, std::size_t count, char* to) noexcept {
+    std::size_t done = 0;
+    do {
+        const std::size_t plain = CopyBlock<kSize>(from + done, to + done);
+        done += plain;
+        if (plain < kSize) return done;
+    } while (count - done >= kSize);
+    if (done == count) return count;
+    const std::size_t last = count - kSize;
+    return last + CopyBlock<kSize>(from + last, to + last);
+}
+
 #endif
+
+/// Copies bytes that need nothing, 16 at a time, and returns how many there were. Where it writes there is
+/// room for 16 bytes more than `count`.
+inline std::size_t CopyPlain(const unsigned char* from, std::size_t count, char* to) noexcept {
+#if defined(__SSE2__)
+    if (count >= 16) return CopyBlocks<16>(from, count, to);
+    if (count >= 8) return CopyBlocks<8>(from, count, to);
+    if (count >= 4) return CopyBlocks<4>(from, count, to);
+#endif
+    std::size_t done = 0;
     while (done < count && kAttributeEscapes.classes[from[done]] == ByteClass::Plain) {
         to[done] = static_cast<char>(from[done]);
         ++done;
@@ -250,27 +284,25 @@ bool AppendXmlNode(TextBuffer& xml, const pugi::xml_node& node) {
     return true;
 }
 
-bool IsXmlName(std::string_view name) noexcept {
-    const auto letter = [](unsigned char byte) {
+bool IsXmlName(std::string_view name) {
+    const auto isLetter = [](char byte) {
         return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || byte == '_' || byte == ':';
     };
-    const auto further = [](unsigned char byte) {
+    const auto isFurther = [](char byte) {
         return (byte >= '0' && byte <= '9') || byte == '-' || byte == '.';
     };
-    std::size_t at = 0;
-    while (at < name.size()) {
-        const auto byte = static_cast<unsigned char>(name[at]);
-        if (byte >= 0x80) {
-            const std::size_t length =
-                SequenceLength(reinterpret_cast<const unsigned char*>(name.data()) + at, name.size() - at);
-            if (length == 0) return false;
-            at += length;
-            continue;
+    bool isPlain = true;
+    for (std::size_t at = 0; at < name.size(); ++at) {
+        if (static_cast<unsigned char>(name[at]) >= 0x80) {
+            isPlain = false;
+        } else if (!isLetter(name[at]) && !(at > 0 && isFurther(name[at]))) {
+            return false;
         }
-        if (!letter(byte) && !(at > 0 && further(byte))) return false;
-        ++at;
     }
-    return !name.empty();
+    if (isPlain) return !name.empty();
+    // Which letters of other scripts count is the reader's to say.
+    XmlHandler ignored;
+    return ReadXmlText("<" + std::string(name) + "/>", ignored);
 }
 
 }  // namespace halvtiv::platform

@@ -24,6 +24,6 @@ namespace halvtiv::platform {
 [[nodiscard]] bool AppendXmlNode(TextBuffer& xml, const pugi::xml_node& node);
 
 /// Whether the text is a name that an element or attribute may have.
-bool IsXmlName(std::string_view name) noexcept;
+bool IsXmlName(std::string_view name);
 
 }  // namespace halvtiv::platform

@@ -16,6 +16,7 @@ public:
     ~SqliteCursor() override;
 
     std::span<const ColumnInfo> Columns() const override { return statement_->Columns(); }
+    std::shared_ptr<const RowLayout>& Layout() override { return statement_->Layout(); }
     void Finish() override;
     bool Next() override;
     bool IsNull(std::int32_t column) override;

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "ado/sqlite/sqlite_session.hpp"
 #include "platform/files.hpp"
 #include "platform/number.hpp"
+#include "platform/text.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -29,14 +31,21 @@ std::string PlainFileName(std::string_view dataSource) {
     return name.starts_with("file:") || name.starts_with(':') ? "./" + name : name;
 }
 
+// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along.
+std::string ShownName(const std::string& name) {
+    const std::string lower = platform::ToLower(name);
+    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), name.size()});
+    return end == name.size() ? "\"" + name + "\"" : "\"" + name.substr(0, end) + "...\"";
+}
+
 void RequireFile(std::string_view dataSource, bool mayBeMissing) {
     const std::string name(dataSource);
     if (name.empty()) RaiseCannotOpen("No database file is named: \"Data Source\" is empty.");
     if (name.find('\0') != std::string::npos)
         RaiseCannotOpen("The database file's name holds a NUL character.");
     if (platform::FileExists(name)) return;
-    if (platform::FolderExists(name)) RaiseCannotOpen("\"" + name + "\" is a folder, not a database file.");
-    if (!mayBeMissing) RaiseCannotOpen("The database file \"" + name + "\" does not exist.");
+    if (platform::FolderExists(name)) RaiseCannotOpen(ShownName(name) + " is a folder, not a database file.");
+    if (!mayBeMissing) RaiseCannotOpen("The database file " + ShownName(name) + " does not exist.");
 }
 
 std::chrono::milliseconds BusyTimeoutOf(const ConnectionParameters& parameters) {

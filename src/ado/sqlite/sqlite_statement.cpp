@@ -58,11 +58,15 @@ void SqliteStatement::RefreshColumns(bool hasRow) {
     }
     for (const int column : untyped_) {
         const std::int32_t type = hasRow ? TypeOfValue(Handle(), column) : adVarWChar;
-        SetType(columns_[static_cast<std::size_t>(column)], {type, 0}, Handle());
+        auto& info = columns_[static_cast<std::size_t>(column)];
+        if (info.type == type) continue;
+        SetType(info, {type, 0}, Handle());
+        layout_.reset();
     }
 }
 
 void SqliteStatement::ReadColumns(int count) {
+    layout_.reset();
     columns_.assign(static_cast<std::size_t>(count), {});
     untyped_.clear();
     for (int i = 0; i < count; ++i) {

@@ -32,6 +32,8 @@ public:
     const std::string& Text() const noexcept { return text_; }
     std::size_t Consumed() const noexcept { return consumed_; }
     std::span<const ColumnInfo> Columns() const noexcept { return columns_; }
+    /// A reader's layout of these columns; forgotten when they change.
+    std::shared_ptr<const RowLayout>& Layout() noexcept { return layout_; }
 
     /// Brings the columns up to date after the first step of a run: the schema may have changed since the
     /// last one, and a column without a declared type has that of the first row's value.
@@ -46,6 +48,7 @@ private:
     std::string text_;
     std::size_t consumed_;
     std::vector<ColumnInfo> columns_;
+    std::shared_ptr<const RowLayout> layout_;
     std::vector<int> untyped_;  // the columns whose type is that of the first row's value
     int timesPrepared_ = 0;
 };
