@@ -6,7 +6,6 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -14,6 +13,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "process_memory.hpp"
 #include "ratios.hpp"
 #include "sample_table.hpp"
 
@@ -166,21 +166,6 @@ std::string RunByHand(sqlite3* database) {
     return result;
 }
 
-/// A figure of the process in KiB, such as "VmHWM:", its peak.
-std::int64_t ProcessFigure(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word) {
-        std::int64_t figure = 0;
-        if (word == name && status >> figure) return figure;
-    }
-    return 0;
-}
-
-void ForgetPeak() {
-    std::ofstream("/proc/self/clear_refs") << "5";
-}
-
 void BulkByHand(benchmark::State& state) {
     const SampleTable::Database database = Table().Open();
     for (auto _ : state) benchmark::DoNotOptimize(RunByHand(database.get()));
@@ -199,14 +184,11 @@ void BulkEngine(benchmark::State& state) {
     std::string result;
     engine->RunFunction(kRequest, result);
     Require(result == RunByHand(Table().Open().get()), "the engine's document differs from the loop's");
-    const auto size = static_cast<double>(result.size()) / 1024;
+    const auto size = static_cast<double>(result.size());
     result = std::string();
-    ForgetPeak();
-    const std::int64_t before = ProcessFigure("VmRSS:");
-    engine->RunFunction(kRequest, result);
-    const auto peak = static_cast<double>(ProcessFigure("VmHWM:") - before);
-    state.counters["text_MiB"] = size / 1024;
-    state.counters["peak_per_text"] = peak / size;
+    const std::int64_t peak = PeakOf([&] { engine->RunFunction(kRequest, result); });
+    state.counters["text_MiB"] = size / (1 << 20);
+    state.counters["peak_per_text"] = static_cast<double>(peak) / size;
 }
 
 BENCHMARK(BulkByHand)->Name("bulk/by hand")->Unit(benchmark::kMillisecond);

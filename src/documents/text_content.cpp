@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <deque>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -250,7 +251,7 @@ private:
 
     std::string rootName_ = kRootName;
     std::vector<std::pair<std::string, std::string>> rootAttributes_;
-    std::vector<Child> children_;
+    std::deque<Child> children_;  // never moved: there may be millions
     mutable std::unordered_map<std::string, std::vector<std::size_t>> byKey_;
 };
 
