@@ -70,7 +70,10 @@ void TextBuffer::Grow(std::size_t count) {
     Memory memory = Allocate(size);
     if (run > 0) std::memcpy(memory.get(), current_ + run_, run);
     if (run_ > 0) {
-        pieces_.push_back({std::move(memory_), before_, run_});
+        Piece& full = pieces_.emplace_back();  // first, for it may fail: then everything is as it was
+        full.memory = std::move(memory_);
+        full.position = before_;
+        full.size = run_;
         before_ += run_;
     }
     memory_ = std::move(memory);
