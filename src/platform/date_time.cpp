@@ -146,10 +146,18 @@ std::string_view DateTimeText(const DateTime& value, char (&buffer)[kDateTimeTex
 }
 
 bool IsPlainTimestamp(std::string_view text) noexcept {
-    if (text.size() != 19 || text[4] != '-' || text[10] != ' ' || text[16] != ':') return false;
-    DateReader reader(text);
-    DateTime value;
-    return ReadDate(reader, value) && reader.Skip(' ') && ReadTime(reader, value) && reader.AtEnd();
+    constexpr std::string_view kForm = "0000-00-00 00:00:00";
+    if (text.size() != kForm.size()) return false;
+    for (std::size_t at = 0; at < kForm.size(); ++at) {
+        const bool isDigit = text[at] >= '0' && text[at] <= '9';
+        if (kForm[at] == '0' ? !isDigit : text[at] != kForm[at]) return false;
+    }
+    const auto number = [text](std::size_t at) { return (text[at] - '0') * 10 + (text[at + 1] - '0'); };
+    const int year = number(0) * 100 + number(2);
+    const int month = number(5);
+    const int day = number(8);
+    return year >= 1 && month >= 1 && month <= 12 && day >= 1 && day <= DaysOfMonth(year, month) &&
+           number(11) < 24 && number(14) < 60 && number(17) < 60;
 }
 
 }  // namespace halvtiv::platform
