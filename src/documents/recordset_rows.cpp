@@ -24,7 +24,9 @@ constexpr std::string_view kCellEnd = "\"/>";
 /// Appends a text out of the database; what XML cannot carry is replaced, and the answer is false then.
 bool AppendAttributeText(TextBuffer& xml, std::string_view text) {
     if (platform::AppendXmlAttributeValue(xml, text)) return true;
-    return platform::AppendXmlAttributeValue(xml, platform::RepairXmlText(text)) && false;
+    [[maybe_unused]] const bool repaired =
+        platform::AppendXmlAttributeValue(xml, platform::RepairXmlText(text));
+    return false;
 }
 
 }  // namespace
