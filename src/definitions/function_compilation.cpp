@@ -28,7 +28,7 @@ using Substitutions = std::vector<Substitution>;
 Substitutions CheckValues(const ZorbFunctionCall& call, const ZorbColumnDataItems& paramDefs) {
     Substitutions substitutions;
     for (const ZorbColumnDataItemPtr& paramDef : paramDefs) {
-        const ZorbColumnDataItemPtr param = CallInside::FindParam(call, paramDef->Name);
+        const ZorbColumnDataItem* const param = CallInside::FindParam(call, paramDef->Name);
         if (!param) Raise("No value provided for defined parameter - \"" + paramDef->Name + "\".");
         if (!IsValidDataValue(param->Value, paramDef->DataType)) {
             Raise("Invalid data type for provided parameter value - \"" + paramDef->Name + "\"(required " +

@@ -16,8 +16,8 @@ struct CallInside {
 
     static const ZorbColumnDataItems& Params(const ZorbFunctionCall& call);
     static ZorbColumnDataItems& Params(ZorbFunctionCall& call);
-    /// The first parameter of that name; null when there is none.
-    static ZorbColumnDataItemPtr FindParam(const ZorbFunctionCall& call, std::string_view name);
+    /// The first parameter of that name, as long as the call is unchanged; null when there is none.
+    static const ZorbColumnDataItem* FindParam(const ZorbFunctionCall& call, std::string_view name);
     /// Its value; "" when there is none.
     static std::string ParamValue(const ZorbFunctionCall& call, std::string_view name);
 

@@ -98,17 +98,17 @@ struct ZorbFunctionCall::Impl {
         return *item;
     }
 
-    ZorbColumnDataItemPtr FindParam(std::string_view name, std::int32_t startIndex) const {
+    const ZorbColumnDataItem* FindParam(std::string_view name, std::int32_t startIndex) const {
         std::int32_t index = 0;
         for (const ZorbColumnDataItemPtr& item : params) {
-            if (++index >= startIndex && SameTrimmedName(item->Name, name)) return item;
+            if (++index >= startIndex && SameTrimmedName(item->Name, name)) return item.get();
         }
         return nullptr;
     }
 
     /// `FindParam` that records why there is none: parameters are often left out, and raising takes its time.
-    ZorbColumnDataItemPtr FindParamOrRecord(std::string_view name, std::int32_t startIndex) {
-        ZorbColumnDataItemPtr item = FindParam(name, startIndex);
+    const ZorbColumnDataItem* FindParamOrRecord(std::string_view name, std::int32_t startIndex) {
+        const ZorbColumnDataItem* const item = FindParam(name, startIndex);
         if (!item) {
             const ErrorInfo error =
                 OwnError(kClass, Concerning("Specified parameter name not found - ", name));
@@ -253,7 +253,7 @@ bool ZorbFunctionCall::GetParamInfo(std::int32_t index, std::string& name, std::
 bool ZorbFunctionCall::GetParamInfoByName(std::string_view name, std::string& value, std::int32_t& type,
                                           std::string& extra, std::int32_t startIndex) {
     return Guarded(impl_->errors, false, [&] {
-        const ZorbColumnDataItemPtr item = impl_->FindParamOrRecord(name, startIndex);
+        const ZorbColumnDataItem* const item = impl_->FindParamOrRecord(name, startIndex);
         if (item) GetItemFields(*item, value, type, extra);
         return item != nullptr;
     });
@@ -358,7 +358,7 @@ std::string ZorbFunctionCall::GetSubParamByName(std::int32_t dataIndex, std::str
 
 std::string ZorbFunctionCall::GetParamByName(std::string_view name, std::int32_t startIndex) {
     return Guarded(impl_->errors, std::string(), [&] {
-        const ZorbColumnDataItemPtr item = impl_->FindParamOrRecord(name, startIndex);
+        const ZorbColumnDataItem* const item = impl_->FindParamOrRecord(name, startIndex);
         return item ? item->Value : std::string();
     });
 }
@@ -383,12 +383,12 @@ ZorbColumnDataItems& CallInside::Params(ZorbFunctionCall& call) {
     return call.impl_->params;
 }
 
-ZorbColumnDataItemPtr CallInside::FindParam(const ZorbFunctionCall& call, std::string_view name) {
+const ZorbColumnDataItem* CallInside::FindParam(const ZorbFunctionCall& call, std::string_view name) {
     return call.impl_->FindParam(name, 1);
 }
 
 std::string CallInside::ParamValue(const ZorbFunctionCall& call, std::string_view name) {
-    const ZorbColumnDataItemPtr item = FindParam(call, name);
+    const ZorbColumnDataItem* const item = FindParam(call, name);
     return item ? item->Value : std::string();
 }
 

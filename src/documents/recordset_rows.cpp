@@ -81,10 +81,9 @@ RecordsetRows::RecordsetRows(ado::RecordsetState& recordset, std::string_view da
 }
 
 std::size_t RecordsetRows::UsualSize() const {
-    constexpr std::size_t kRowEnds = 128;
-    constexpr std::size_t kEnough =
-        1000;  // more is got when it is needed; the heap gives this much out at once
-    return std::min(2 * layout_->Header().size() + kRowEnds, kEnough);
+    constexpr std::size_t kValues = 512;
+    constexpr std::size_t kEnough = 4096;  // more is got when it is needed
+    return std::min(2 * layout_->Header().size() + kValues, kEnough);
 }
 
 void RecordsetRows::AppendHeader(TextBuffer& xml) const {

@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <deque>
+#include <list>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -65,15 +65,14 @@ public:
     }
 
     std::optional<std::string> EntryType(std::string_view guid) const override {
-        const std::vector<std::size_t> entries = EntriesOf(guid);
-        if (entries.empty()) return std::nullopt;
-        return std::string(children_[entries.front()].entry.Attribute("type"));
+        const Child* const child = FirstEntryOf(guid);
+        if (child == nullptr) return std::nullopt;
+        return std::string(child->entry.Attribute("type"));
     }
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
-        for (const std::size_t at : EntriesOf(guid)) {
-            const Child& child = children_[at];
-            if (!child.Rows().Empty()) return child.Rows().LastIndex(child.entry.content);
+        for (const Child* child : EntriesOf(guid)) {
+            if (!child->Rows().Empty()) return child->Rows().LastIndex(child->entry.content);
         }
         return std::nullopt;
     }
@@ -81,34 +80,34 @@ public:
     std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
         char number[platform::kNumberTextSize];
         const std::string_view wanted = platform::IntegerText(index, number);
-        for (const std::size_t at : EntriesOf(guid)) {
-            if (const auto row = children_[at].Row(wanted)) return std::string(*row);
+        for (const Child* child : EntriesOf(guid)) {
+            if (const auto row = child->Row(wanted)) return std::string(*row);
         }
         return std::nullopt;
     }
 
     std::optional<std::string> EntryXml(std::string_view guid) const override {
-        const std::vector<std::size_t> entries = EntriesOf(guid);
-        if (entries.empty()) return std::nullopt;
+        const Child* const child = FirstEntryOf(guid);
+        if (child == nullptr) return std::nullopt;
         TextBuffer xml;
-        children_[entries.front()].entry.AppendTo(xml);
+        child->entry.AppendTo(xml);
         return xml.ToString();
     }
 
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        const std::vector<std::size_t> entries = EntriesOf(oldGuid);
-        if (entries.empty()) return false;
+        Child* const child = FirstEntryOf(oldGuid);
+        if (child == nullptr) return false;
         byKey_.clear();
-        for (auto& [name, value] : children_[entries.front()].entry.attributes) {
+        for (auto& [name, value] : child->entry.attributes) {
             if (name == "guid") value = newGuid;
         }
         return true;
     }
 
     void RemoveEntries(std::string_view guid) override {
-        if (EntriesOf(guid).empty()) return;
+        if (FirstEntryOf(guid) == nullptr) return;
         byKey_.clear();
-        std::erase_if(children_, [guid](const Child& child) { return IsEntry(child, guid); });
+        children_.remove_if([guid](const Child& child) { return IsEntry(child, guid); });
     }
 
     void AppendEntry(ResultEntry entry) override {
@@ -116,7 +115,7 @@ public:
         child.entry = std::move(entry);
         if (byKey_.empty()) return;
         try {
-            AddToIndex(children_.size() - 1);
+            AddToIndex(child);
         } catch (...) {
             children_.pop_back();
             throw;
@@ -171,33 +170,37 @@ private:
         return key != nullptr && *key == guid;
     }
 
-    /// The places of all entries under a key, in document order. Many are found through an index that lasts
-    /// until a change.
-    std::vector<std::size_t> EntriesOf(std::string_view guid) const {
+    /// All entries under a key, in document order. Many are found through an index that lasts until a change.
+    std::vector<Child*> EntriesOf(std::string_view guid) const {
         constexpr std::size_t kFew = 8;
         if (children_.size() > kFew) {
             if (byKey_.empty()) FillIndex();
             const auto found = byKey_.find(std::string(guid));
-            return found == byKey_.end() ? std::vector<std::size_t>() : found->second;
+            return found == byKey_.end() ? std::vector<Child*>() : found->second;
         }
-        std::vector<std::size_t> entries;
-        for (std::size_t at = 0; at < children_.size(); ++at) {
-            if (IsEntry(children_[at], guid)) entries.push_back(at);
+        std::vector<Child*> entries;
+        for (Child& child : children_) {
+            if (IsEntry(child, guid)) entries.push_back(&child);
         }
         return entries;
     }
 
+    Child* FirstEntryOf(std::string_view guid) const {
+        const std::vector<Child*> entries = EntriesOf(guid);
+        return entries.empty() ? nullptr : entries.front();
+    }
+
     void FillIndex() const {
         try {
-            for (std::size_t at = 0; at < children_.size(); ++at) AddToIndex(at);
+            for (Child& child : children_) AddToIndex(child);
         } catch (...) {
             byKey_.clear();  // half an index finds half the entries
             throw;
         }
     }
 
-    void AddToIndex(std::size_t at) const {
-        if (const std::string* key = KeyOf(children_[at])) byKey_[*key].push_back(at);
+    void AddToIndex(Child& child) const {
+        if (const std::string* key = KeyOf(child)) byKey_[*key].push_back(&child);
     }
 
     std::vector<std::pair<std::string, std::string>>::const_iterator FindRootAttribute(
@@ -251,8 +254,8 @@ private:
 
     std::string rootName_ = kRootName;
     std::vector<std::pair<std::string, std::string>> rootAttributes_;
-    std::deque<Child> children_;  // never moved: there may be millions
-    mutable std::unordered_map<std::string, std::vector<std::size_t>> byKey_;
+    mutable std::list<Child> children_;  // never moved: there may be millions
+    mutable std::unordered_map<std::string, std::vector<Child*>> byKey_;
 };
 
 /// Turns what the reader tells into children of a result, their markup written by our own writer.

@@ -14,7 +14,7 @@
 namespace halvtiv {
 
 std::string_view RequireSql(const ZorbFunctionCall& call) {
-    const ZorbColumnDataItemPtr param = CallInside::FindParam(call, "sql");
+    const ZorbColumnDataItem* const param = CallInside::FindParam(call, "sql");
     if (!param || param->Value.empty()) RaiseEngineError("Invalid Xml - sql parameter missed.");
     return param->Value;
 }
