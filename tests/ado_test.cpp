@@ -305,8 +305,8 @@ TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
 
     const auto source = Query("select 'ab' t, x'0102' b");
     auto& row = RecordsetState::Of(source).Row();
-    RowSpool spool(RecordsetState::Of(source).Columns(),
-                   30);  // the second row begins in memory, ends in the file
+    constexpr std::size_t kMemoryBound = 50;  // the second row begins in memory and ends in the file
+    RowSpool spool(RecordsetState::Of(source).Columns(), 2, nullptr, kMemoryBound);
     for (int i = 0; i < 3; ++i) spool.Append(row);
     spool.Rewind();
     for (int i = 0; i < 3; ++i) {

@@ -178,6 +178,7 @@ public:
 
 private:
     friend class Recordset;
+    friend struct ConnectionInside;
     struct Impl;
     std::shared_ptr<Impl> impl_;
 };
@@ -201,9 +202,17 @@ public:
     std::int64_t ActualSize();
     /// The value in the current record. Raises -2146825267 when there is none.
     Variant Value();
+    /// Assigns a value to the current record, converted to the column's type; it is seen at once, and written
+    /// by `Recordset::Update`. Raises -2146824867 where the column cannot hold the value, -2146825037 where
+    /// the column or the recordset cannot be changed.
+    void Value(const Variant& value);
     /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
     /// value is read from its start again after the record has changed.
     Bytes GetChunk(std::int64_t length);
+    /// Appends a piece to the new value of a long column; the first one replaces the value that was. Pieces
+    /// beyond 4 MiB wait for `Recordset::Update` in a temporary file. Raises as assigning does, and
+    /// -2146825037 for a column that is not long.
+    void AppendChunk(const Bytes& data);
 
 private:
     friend class Fields;
@@ -238,6 +247,12 @@ private:
 ///
 /// A recordset is open over the rows of a statement, or closed: never opened, after `Close`, or because its
 /// statement returned no rows. Several may be open on one connection at once.
+///
+/// With a lock type above adLockReadOnly its rows can be changed, as long as each of them is a row of one
+/// table: not with DISTINCT, grouping, aggregates, UNION, a view, and in a join only where the table's key is
+/// selected, too. Such a recordset runs its query when its rows are first asked for: `AddNew` alone reads
+/// nothing. Changes are written one by one, each durable as any statement is, so many of them belong into a
+/// transaction.
 class HALVTIV_API Recordset {
 public:
     Recordset();
@@ -265,8 +280,20 @@ public:
     /// Goes to the first row: from the rows kept, never by running the statement again. A forward-only
     /// recordset that has left its first row raises -2146825037; one without rows -2146825267.
     void MoveFirst();
-    /// Goes to the next row. Raises -2146825267 at the end.
+    /// Goes to the next row. Raises -2146825267 at the end. Writes first what has been assigned to the row.
     void MoveNext();
+
+    /// Makes a new record current, to be assigned to: what is not assigned gets the column's default. It is
+    /// written by `Update` and stands behind all others; values that the database gives it are not read.
+    /// Raises -2146825037 where rows cannot be changed, as do the next two.
+    void AddNew();
+    /// Writes what has been assigned to the current record: all of it or nothing. Raises -2147217864 when the
+    /// row has gone or the values to be replaced have been changed since it was read, -2147217873 for a
+    /// violated constraint; the assigned values stay assigned then. Closing gives up what was not written.
+    void Update();
+    /// Deletes the current record; it stays current, without values, until `MoveNext`. Raises -2147217864
+    /// when the row has gone.
+    void Delete();
 
     /// Closes this recordset and returns the batch's next result, whose statement runs now; null after
     /// the last.

@@ -60,6 +60,11 @@ public:
     /// values. Guarded.
     bool RunFunction(std::string_view sFunctionXml, std::string& sResultXml);
 
+    /// Stops what runs on the connection: its statement, update or copy of a long value fails with number
+    /// -2147217842, and the call ends as after any other failure. From any thread, as the only member;
+    /// without a call under way it does nothing. Not guarded.
+    void Cancel();
+
     /// Loads function definitions from a file (by its byte order mark or declared encoding), adding to
     /// those loaded before and replacing those of the same name. sLoadLog is set to a report with a line a
     /// definition; true even when definitions failed, for the report tells. Guarded.

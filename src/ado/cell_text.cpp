@@ -133,6 +133,21 @@ std::string_view CellTextOfBytes(std::string_view value, std::int32_t type, Cell
     return GuidText(digitAt, buffer).value_or(value);
 }
 
+std::string_view CellText(const CellValue& value, std::int32_t type, CellBuffer& buffer) {
+    switch (value.kind) {
+        case CellKind::Integer:
+            return CellTextOfInteger(value.integer, type, buffer);
+        case CellKind::Double:
+            return CellTextOfDouble(value.number, type, buffer);
+        case CellKind::Text:
+            return CellTextOfText(value.text, type, buffer);
+        case CellKind::Blob:
+            return CellTextOfBytes(value.text, type, buffer);
+        default:
+            return {};
+    }
+}
+
 Variant ValueOfCellText(std::string_view text, std::int32_t type) {
     switch (type) {
         case adSmallInt:

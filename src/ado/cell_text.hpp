@@ -5,6 +5,7 @@
 
 #include <halvtiv/ado.hpp>
 
+#include "ado/provider.hpp"
 #include "platform/date_time.hpp"
 #include "platform/number.hpp"
 
@@ -27,6 +28,9 @@ std::string_view CellTextOfDouble(double value, std::int32_t type, CellBuffer& b
 std::string_view CellTextOfText(std::string_view value, std::int32_t type, CellBuffer& buffer);
 /// Sixteen bytes of a GUID column become its text; everything else stays as it is.
 std::string_view CellTextOfBytes(std::string_view value, std::int32_t type, CellBuffer& buffer);
+
+/// The cell in its column's format, by its kind.
+std::string_view CellText(const CellValue& value, std::int32_t type, CellBuffer& buffer);
 
 /// Whether `CellTextOfText` may change a text of this type; the others need no call.
 constexpr bool HasTextForm(std::int32_t type) noexcept {

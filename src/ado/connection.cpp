@@ -31,7 +31,7 @@ void Connection::Open(std::string_view connectionString, std::string_view userID
     if (!userID.empty()) parameters.SetDefault("User ID", userID);
     if (!password.empty()) parameters.SetDefault("Password", password);
     const auto open = FindProvider(parameters);
-    impl_->session = open(parameters, impl_->connectionTimeout);
+    impl_->session = open(parameters, impl_->connectionTimeout, impl_->cancel);
     impl_->session->SetCommandTimeout(impl_->commandTimeout);
 }
 
@@ -64,7 +64,7 @@ void Connection::CommandTimeout(std::int32_t seconds) {
 
 RecordsetPtr Connection::Execute(std::string_view commandText, std::int32_t* recordsAffected,
                                  std::int32_t /*options*/) {
-    auto batch = impl_->Require().Prepare(std::string(commandText));
+    auto batch = impl_->Require().Prepare(std::string(commandText), Purpose::Read);
     auto recordset = std::make_shared<Recordset>();
     recordset->state_ =
         std::make_shared<RecordsetState>(impl_->session, std::move(batch), adOpenForwardOnly, adLockReadOnly);

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include <halvtiv/ado.hpp>
 
+#include "ado/cancel_switch.hpp"
 #include "ado/provider.hpp"
 
 namespace halvtiv::ado {
@@ -16,12 +18,22 @@ struct Connection::Impl {
     bool IsOpen() const { return session && session->IsAlive(); }
 
     std::shared_ptr<Session> session;
+    /// Stops what runs on the session.
+    std::shared_ptr<CancelSwitch> cancel = std::make_shared<CancelSwitch>();
     std::int32_t connectionTimeout = 15;
     std::int32_t commandTimeout = 30;
     /// Transactions that `BeginTrans` has begun and nothing has ended.
     std::int32_t level = 0;
     /// Whether level 1 is a savepoint in a transaction that the caller's own SQL has begun.
     bool outermostIsSavepoint = false;
+};
+
+/// A connection as this library's own code sees it.
+struct ConnectionInside {
+    /// Gives a connection that is yet to be opened the switch by which other threads stop what runs on it.
+    static void UseCancelSwitch(Connection& connection, std::shared_ptr<CancelSwitch> cancel) {
+        connection.impl_->cancel = std::move(cancel);
+    }
 };
 
 }  // namespace halvtiv::ado

@@ -34,4 +34,9 @@ ErrorInfo MakeAdoError(AdoError error);
 ErrorInfo MakeProviderError(AdoError error, std::string_view words, std::string_view providerName);
 [[noreturn]] void RaiseAdoError(AdoError error);
 
+/// Whether something was cancelled: who goes on after a failure does not go on after that one.
+inline bool IsCancelled(const ErrorInfo& error) noexcept {
+    return error.Number == static_cast<std::int32_t>(AdoError::Cancelled);
+}
+
 }  // namespace halvtiv::ado

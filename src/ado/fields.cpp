@@ -49,7 +49,7 @@ std::int32_t Field::Type() {
 
 std::int32_t Field::Attributes() {
     const auto attributes = ColumnOf(*owner_, index_).attributes;
-    return owner_->IsReadOnly() ? attributes & ~adFldUpdatable : attributes;
+    return owner_->IsUpdatable(index_) ? attributes : attributes & ~adFldUpdatable;
 }
 
 std::int64_t Field::DefinedSize() {
@@ -64,6 +64,15 @@ Variant Field::Value() {
     auto& row = RowOf(*owner_);
     if (row.IsNull(index_)) return {};
     return ValueOfCellText(row.Text(index_), Type());
+}
+
+void Field::Value(const Variant& value) {
+    owner_->Edit().Assign(index_, value);
+}
+
+void Field::AppendChunk(const Bytes& data) {
+    if ((ColumnOf(*owner_, index_).attributes & adFldLong) == 0) RaiseAdoError(AdoError::NotSupported);
+    owner_->Edit().AppendChunk(index_, data);
 }
 
 Bytes Field::GetChunk(std::int64_t length) {

@@ -6,7 +6,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "ado/cancel_switch.hpp"
 #include "ado/connection_parameters.hpp"
 
 /// What a provider implements: one database's way of doing what `Connection` and `Recordset` promise.
@@ -28,6 +30,17 @@ struct ColumnInfo {
     std::int64_t definedSize = 0;  ///< bytes, or characters for text
 };
 
+/// How a cell stands in the database, whatever its column's type.
+enum class CellKind : std::uint8_t { Null, Integer, Double, Text, Blob };
+
+/// One cell as it stands in the database.
+struct CellValue {
+    CellKind kind = CellKind::Null;
+    std::int64_t integer = 0;
+    double number = 0;
+    std::string_view text;  ///< of `Text` and `Blob`
+};
+
 /// Rows that pass one after another. Columns count from 0.
 class RowSource {
 public:
@@ -38,6 +51,9 @@ public:
 
     // Of the current row. Texts and bytes may be asked for in any order and more than once.
     virtual bool IsNull(std::int32_t column) = 0;
+    /// The cell as it stands. Valid until the next call on this object. Of a long value that is not fetched
+    /// with its row (see `DeferredValues`) only the kind is right.
+    virtual CellValue Value(std::int32_t column) = 0;
     /// The cell in its fixed format, "" for null; bytes as they are. Valid until the next call on this
     /// object.
     virtual std::string_view Text(std::int32_t column) = 0;
@@ -45,6 +61,79 @@ public:
     virtual std::int64_t Size(std::int32_t column) = 0;
     /// Fills `piece` from a byte offset of the value and returns how many bytes there were; 0 at its end.
     virtual std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) = 0;
+};
+
+/// The whole of a long value, read piece by piece into the buffer.
+std::string_view ReadWholeValue(RowSource& row, std::int32_t column, std::string& buffer);
+
+/// The long values that stay in the database while their row is read, to be fetched by the row's key.
+class DeferredValues {
+public:
+    virtual ~DeferredValues() = default;
+
+    /// Whether a column's texts and bytes are such values.
+    virtual bool Holds(std::int32_t column) const = 0;
+    // As the members of `RowSource`; the row gives the key, and the cell holds a text or bytes.
+    virtual std::int64_t Size(RowSource& row, std::int32_t column) = 0;
+    virtual std::size_t Read(RowSource& row, std::int32_t column, std::int64_t offset,
+                             std::span<std::uint8_t> piece) = 0;
+    /// Lets go of what it has open: rows are about to change, or to be left.
+    virtual void Release() noexcept = 0;
+};
+
+/// Where the values of a result come from and go to when they are changed.
+struct ChangeTarget {
+    struct KeyColumn {
+        std::string name;         ///< as it stands in a statement
+        std::int32_t column = 0;  ///< its place in the row; behind the visible columns where it was added
+    };
+    struct Table {
+        std::string name;            ///< as it stands in a statement
+        std::string schema;          ///< the two parts of the name, without quotes
+        std::string plainName;       ///< likewise
+        std::vector<KeyColumn> key;  ///< empty: its rows cannot be told apart
+        bool keyIsRowId = false;     ///< the key is the database's own number for the row
+        std::string keyAlias;        ///< a column that is that number under another name; "" for none
+    };
+    struct Column {
+        std::int32_t table = -1;  ///< a position in `tables`; -1: computed, or not of a table
+        std::string name;         ///< as it stands in a statement
+    };
+    std::vector<Table> tables;
+    std::vector<Column> columns;  ///< one for each visible column
+    std::int32_t width = 0;       ///< columns of a row, the invisible ones included
+};
+
+/// A long value on its way into the database.
+class ByteSource {
+public:
+    virtual ~ByteSource() = default;
+    virtual std::int64_t Size() = 0;
+    /// Fills `piece` from a byte offset; raises when there are fewer bytes than `Size` said.
+    virtual void Read(std::int64_t offset, std::span<std::uint8_t> piece) = 0;
+};
+
+/// A value for a statement.
+struct Parameter {
+    std::string_view name;  ///< the column's, as it stands in a statement
+    CellValue value;
+    ByteSource* source = nullptr;  ///< where set, the value's bytes come from there
+};
+
+/// One change of one row. The texts and sources in it live until the change is done.
+struct RowChange {
+    enum class Kind { Insert, Update, Delete };
+    Kind kind = Kind::Update;
+    const ChangeTarget::Table* table = nullptr;
+    std::vector<Parameter> values;      ///< what the row gets
+    std::vector<Parameter> conditions;  ///< what it must hold
+};
+
+/// What came of it.
+struct RowChangeResult {
+    std::int64_t affectedRows = 0;
+    /// The key that the database gave a new row, where the table's key is one number of its own.
+    std::optional<std::int64_t> newKey;
 };
 
 /// What a reader of rows has prepared from their columns.
@@ -62,6 +151,12 @@ public:
 
     /// Final once the first `Next` has returned: a column without a declared type takes the first row's.
     virtual std::span<const ColumnInfo> Columns() const = 0;
+
+    /// Where changes go; null where the rows cannot be changed or were not opened for it. Lives as long as
+    /// the cursor.
+    virtual std::shared_ptr<const ChangeTarget> Target() const { return nullptr; }
+    /// The long values that are not fetched with the row; null when there are none.
+    virtual std::shared_ptr<DeferredValues> Deferred() { return nullptr; }
 
     /// Gives up the rows that are left, of a statement that changes data only after it has run to its end.
     /// Raises the statement's error. Destroying the cursor does the same and ignores the error.
@@ -86,6 +181,14 @@ public:
     virtual std::optional<StatementResult> RunNext() = 0;
 };
 
+/// What the rows of a result are wanted for.
+enum class Purpose {
+    Read,
+    /// The first query is not run before its rows are asked for, and its cursor has a `Target` if it can have
+    /// one.
+    Change
+};
+
 /// One open connection. Used by one thread at a time.
 ///
 /// Several cursors may be open at once. Where the database has one active result for a connection, the
@@ -94,7 +197,10 @@ class Session {
 public:
     virtual ~Session() = default;
 
-    virtual std::unique_ptr<Batch> Prepare(std::string commandText) = 0;
+    virtual std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) = 0;
+
+    /// Writes one row of a table, whole or not at all.
+    virtual RowChangeResult Change(const RowChange& change) = 0;
 
     /// False when the database has dropped the connection.
     virtual bool IsAlive() = 0;
@@ -116,9 +222,11 @@ public:
     virtual void SetCommandTimeout(std::int32_t seconds) = 0;
 };
 
-/// Opens a session; connectionTimeout in seconds, 0 for no limit.
+/// Opens a session; connectionTimeout in seconds, 0 for no limit. What runs in it fails once `cancel` is
+/// thrown.
 using OpenSession = std::shared_ptr<Session> (*)(const ConnectionParameters& parameters,
-                                                 std::int32_t connectionTimeout);
+                                                 std::int32_t connectionTimeout,
+                                                 std::shared_ptr<CancelSwitch> cancel);
 
 /// The provider that a connection string names. Raises -2146824582 when there is none.
 OpenSession FindProvider(const ConnectionParameters& parameters);

@@ -27,7 +27,8 @@ void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnect
     }
     state_.reset();  // runs what an earlier batch has left
     const auto& session = activeConnection->impl_->session;
-    auto state = std::make_shared<RecordsetState>(session, session->Prepare(CommandTextOf(source)),
+    const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
+    auto state = std::make_shared<RecordsetState>(session, session->Prepare(CommandTextOf(source), purpose),
                                                   cursorType, lockType);
     state->RunNext();
     state_ = std::move(state);
@@ -56,6 +57,18 @@ void Recordset::MoveFirst() {
 
 void Recordset::MoveNext() {
     Require(state_).MoveNext();
+}
+
+void Recordset::AddNew() {
+    Require(state_).AddNew();
+}
+
+void Recordset::Update() {
+    Require(state_).Update();
+}
+
+void Recordset::Delete() {
+    Require(state_).Delete();
 }
 
 RecordsetPtr Recordset::NextRecordset() {

@@ -43,37 +43,31 @@ std::span<const ColumnInfo> RecordsetState::Columns() const {
     return cursor_->Columns();
 }
 
-RowSource& RecordsetState::Row() {
-    if (atEnd_) RaiseAdoError(AdoError::NoCurrentRecord);
-    if (fromSpool_) return *spool_;
+std::int32_t RecordsetState::RowWidth() const {
+    return target_ ? target_->width : static_cast<std::int32_t>(cursor_->Columns().size());
+}
+
+std::unique_ptr<RowSpool> RecordsetState::NewSpool() {
+    return std::make_unique<RowSpool>(cursor_->Columns(), RowWidth(), cursor_->Deferred());
+}
+
+RowSource& RecordsetState::StoredRow() {
+    if (replaying_) return *kept_;
+    if (onAhead_) return *ahead_;
     return *cursor_;
 }
 
-void RecordsetState::MoveNext() {
-    if (atEnd_) RaiseAdoError(AdoError::NoCurrentRecord);
-    ++rowSerial_;
-    onFirstRow_ = false;
-    if (fromSpool_) {
-        if (spool_->Next()) return;
-        // After the last row kept comes the one on which the cursor has stayed, if it is not at its end.
-        fromSpool_ = false;
-        atEnd_ = cursorEnded_;
-        return;
-    }
-    atEnd_ = cursorEnded_ = true;  // holds when one of these fails
-    if (spool_) spool_->Append(*cursor_);
-    atEnd_ = cursorEnded_ = !cursor_->Next();
+RowSource& RecordsetState::Row() {
+    if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
+    if (editor_) return *editor_;
+    return StoredRow();
 }
 
-void RecordsetState::MoveFirst() {
-    RequireOpen();
-    if (hasNoRows_) RaiseAdoError(AdoError::NoCurrentRecord);
-    if (onFirstRow_) return;
-    if (!spool_) RaiseAdoError(AdoError::NotSupported);
-    spool_->Rewind();
-    fromSpool_ = true;
-    atEnd_ = !spool_->Next();
-    onFirstRow_ = true;
+void RecordsetState::Start() {
+    started_ = true;
+    const bool hasRow = cursor_->Next();
+    atEnd_ = hasNoRows_ = cursorEnded_ = !hasRow;
+    onFirstRow_ = hasRow;
     ++rowSerial_;
 }
 
@@ -89,22 +83,173 @@ bool RecordsetState::RunNext(std::int32_t* affectedRows) {
             std::clamp<std::int64_t>(result->affectedRows, -1, std::numeric_limits<std::int32_t>::max()));
     }
     if (!result->rows) return true;
-    const bool hasRow = result->rows->Next();
-    if (cursorType_ != adOpenForwardOnly) spool_.emplace(result->rows->Columns());
     cursor_ = std::move(result->rows);
-    atEnd_ = hasNoRows_ = cursorEnded_ = !hasRow;
-    onFirstRow_ = hasRow;
-    ++rowSerial_;
+    target_ = cursor_->Target();
+    started_ = false;
+    if (IsReadOnly()) {
+        try {
+            Start();
+        } catch (...) {
+            FinishCursor();
+            throw;
+        }
+    }
+    if (cursorType_ != adOpenForwardOnly) kept_ = NewSpool();
     return true;
+}
+
+void RecordsetState::MoveNext() {
+    if (AtEnd()) RaiseAdoError(AdoError::NoCurrentRecord);
+    const bool wasNew = editor_ && editor_->IsNew();  // behind it there is nothing
+    LeaveRow();
+    parked_ = !started_;
+    atEnd_ = wasNew || !Advance();
+}
+
+bool RecordsetState::HasNoRows() {
+    if (!started_) {
+        if (editor_ || parked_) return false;
+        Start();
+    }
+    return hasNoRows_;
+}
+
+void RecordsetState::LeaveRow() {
+    const bool wasNew = editor_ && editor_->IsNew();
+    if (editor_ && !deleted_ && editor_->HasChanges()) editor_->Write();
+    ++rowSerial_;
+    onFirstRow_ = false;
+    atEnd_ = true;  // holds when one of these fails
+    // A row that was added before the query has run comes out of the query.
+    const bool isKept = kept_ && !replaying_ && !deleted_ && (!wasNew || started_);
+    if (isKept) kept_->Append(editor_ ? static_cast<RowSource&>(*editor_) : StoredRow());
+    editor_.reset();
+    deleted_ = false;
+}
+
+bool RecordsetState::Advance() {
+    if (replaying_) {
+        if (kept_->Next()) return true;
+        // After the last row kept comes the one on which the cursor has stayed, if it is not at its end.
+        replaying_ = false;
+        return !cursorEnded_;
+    }
+    if (ahead_) {
+        onAhead_ = ahead_->Next();
+        return onAhead_;
+    }
+    if (cursorEnded_) return false;
+    cursorEnded_ = true;  // holds when the next line fails
+    cursorEnded_ = !cursor_->Next();
+    return !cursorEnded_;
+}
+
+void RecordsetState::MoveFirst() {
+    RequireOpen();
+    if (!started_) {
+        if (editor_) LeaveRow();
+        parked_ = false;
+    }
+    if (HasNoRows()) RaiseAdoError(AdoError::NoCurrentRecord);
+    if (onFirstRow_ && !editor_) return;
+    if (!kept_) RaiseAdoError(AdoError::NotSupported);
+    if (!IsReadOnly()) return GoToFirstOfAll();
+    kept_->Rewind();
+    replaying_ = true;
+    atEnd_ = !kept_->Next();
+    onFirstRow_ = true;
+    ++rowSerial_;
+}
+
+// All rows pass by once more, as they are by now.
+void RecordsetState::GoToFirstOfAll() {
+    if (!atEnd_) LeaveRow();
+    while (Advance()) LeaveRow();
+    ahead_ = std::move(kept_);
+    kept_ = NewSpool();
+    ahead_->Rewind();
+    hasNoRows_ = ahead_->Empty();
+    atEnd_ = !Advance();
+    onFirstRow_ = !atEnd_;
+    ++rowSerial_;
+}
+
+bool RecordsetState::IsUpdatable(std::int32_t column) const {
+    return !IsReadOnly() && target_ && target_->columns[static_cast<std::size_t>(column)].table >= 0;
+}
+
+void RecordsetState::RequireTarget() const {
+    RequireOpen();
+    if (IsReadOnly() || !target_) RaiseAdoError(AdoError::NotSupported);
+}
+
+void RecordsetState::ReadAhead() {
+    if (ahead_) return;
+    auto rows = NewSpool();
+    if (!cursorEnded_) {
+        do {
+            rows->Append(*cursor_);
+        } while (cursor_->Next());
+    }
+    cursorEnded_ = true;
+    ahead_ = std::move(rows);
+    ahead_->Rewind();
+    onAhead_ = !atEnd_ && ahead_->Next();
+}
+
+RowEditor& RecordsetState::Edit() {
+    RequireTarget();
+    if (!editor_) {
+        if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
+        ReadAhead();
+        editor_.emplace(*session_, *target_, cursor_->Columns(), &StoredRow());
+    }
+    if (deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
+    ++rowSerial_;
+    return *editor_;
+}
+
+void RecordsetState::AddNew() {
+    RequireTarget();
+    if (!started_) {
+        if (editor_) LeaveRow();
+    } else {
+        ReadAhead();  // or the query might come upon the new row
+        if (!atEnd_) LeaveRow();
+    }
+    editor_.emplace(*session_, *target_, cursor_->Columns(), nullptr);
+    atEnd_ = onAhead_ = onFirstRow_ = false;
+    ++rowSerial_;
+}
+
+void RecordsetState::Update() {
+    RequireTarget();
+    if (editor_ && !deleted_) {
+        editor_->Write();
+        if (started_) hasNoRows_ = false;
+        ++rowSerial_;
+    } else if (AtEnd() || deleted_) {
+        RaiseAdoError(AdoError::NoCurrentRecord);
+    }
+}
+
+void RecordsetState::Delete() {
+    RequireTarget();
+    if (editor_ && editor_->IsNew() && editor_->HasChanges()) RaiseAdoError(AdoError::NotSupported);
+    Edit().Delete();
+    deleted_ = true;
 }
 
 // Closed afterwards in any case; an error ends the batch.
 void RecordsetState::FinishCursor() {
     if (!cursor_) return;
+    editor_.reset();
+    ahead_.reset();
+    kept_.reset();
+    target_.reset();
+    replaying_ = onAhead_ = onFirstRow_ = deleted_ = parked_ = false;
+    atEnd_ = hasNoRows_ = cursorEnded_ = started_ = true;
     const auto cursor = std::exchange(cursor_, nullptr);
-    spool_.reset();
-    fromSpool_ = onFirstRow_ = false;
-    atEnd_ = hasNoRows_ = true;
     if (!session_->IsAlive()) return;
     try {
         cursor->Finish();

@@ -10,6 +10,7 @@
 #include <halvtiv/ado.hpp>
 
 #include "ado/provider.hpp"
+#include "ado/row_editor.hpp"
 #include "ado/row_spool.hpp"
 
 namespace halvtiv::ado {
@@ -18,6 +19,10 @@ namespace halvtiv::ado {
 ///
 /// It holds one batch and the cursor of the statement that runs now. It lives as long as the recordset and
 /// the fields that were taken from it; when it goes, what is left of the batch runs and errors are ignored.
+///
+/// A recordset for changes is not run before its rows are asked for. Before its first change all rows that
+/// are left are read, so that none comes round again in its new place; and `MoveFirst` reads them to the end,
+/// as they are by then.
 struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Closed, with the whole batch to run.
     RecordsetState(std::shared_ptr<Session> session, std::unique_ptr<Batch> batch, std::int32_t cursorType,
@@ -33,11 +38,26 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     std::span<const ColumnInfo> Columns() const;
     /// Room for what a reader prepares from the columns. There must be a result.
     std::shared_ptr<const RowLayout>& Layout() { return cursor_->Layout(); }
-    bool AtEnd() const noexcept { return atEnd_; }
-    /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end.
+    bool AtEnd() {
+        if (!started_ && !editor_ && !parked_) Start();
+        return atEnd_;
+    }
+    /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end. What has
+    /// been assigned to the row is written first.
     void MoveNext();
-    /// The current row; good until the row changes. Raises -2146825267 at the end.
+    /// The current row; good until the row changes. Raises -2146825267 at the end and on a deleted row.
     RowSource& Row();
+
+    // Changing. Each raises -2146825037 where the rows cannot be changed.
+
+    /// Keeps no rows for `MoveFirst`: who changes row after row goes this way only once.
+    void KeepNoRows() noexcept { kept_.reset(); }
+    /// The current row to assign to; raises -2146825267 when there is none.
+    RowEditor& Edit();
+    void AddNew();
+    /// Writes what has been assigned to the current row; nothing where that is nothing.
+    void Update();
+    void Delete();
 
     // What `Recordset` and its fields are made of beyond that.
 
@@ -50,9 +70,9 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     bool RunNext(std::int32_t* affectedRows = nullptr);
     /// Goes to the first row again.
     void MoveFirst();
-    bool HasNoRows() const noexcept { return hasNoRows_; }
+    bool HasNoRows();
     /// Ends the current statement and runs the others; raises their error, or -2146824584 when it was closed
-    /// with nothing left to run. Closed in any case.
+    /// with nothing left to run. Closed in any case. What has been assigned but not written is given up.
     void Close();
     /// Ends the current statement; a state over the batch's next one, or null when there was none.
     std::shared_ptr<RecordsetState> TakeNext();
@@ -60,25 +80,51 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     ado::Fields& FieldList() noexcept { return fields_; }
     /// The field, made when it is first asked for.
     FieldPtr FieldAt(std::int32_t index);
+    /// Whether values can be assigned to a column.
+    bool IsUpdatable(std::int32_t column) const;
     bool IsReadOnly() const noexcept { return lockType_ <= adLockReadOnly; }
     /// Another number for each row that becomes current.
     std::int64_t RowSerial() const noexcept { return rowSerial_; }
 
 private:
+    /// Runs the query up to its first row.
+    void Start();
     void FinishCursor();
+    std::unique_ptr<RowSpool> NewSpool();
+    /// The row below what has been assigned to it.
+    RowSource& StoredRow();
+    std::int32_t RowWidth() const;
+    /// Writes and keeps the current row; nothing is current after it.
+    void LeaveRow();
+    /// The next row that has been read ahead, or the cursor's.
+    bool Advance();
+    /// Reads the rows that are left, the current one first; it stays current.
+    void ReadAhead();
+    void RequireTarget() const;
+    void GoToFirstOfAll();
 
     std::shared_ptr<Session> session_;
     std::unique_ptr<Batch> batch_;    // null once it has ended
     std::unique_ptr<Cursor> cursor_;  // null while closed
-    std::optional<RowSpool> spool_;   // the rows that have passed, unless forward-only
     std::int32_t cursorType_;
     std::int32_t lockType_;
+    bool started_ = true;  // false while the query is yet to run
+    bool parked_ = false;  // behind a new row, at the end of a query that has not run
     bool atEnd_ = true;
     bool hasNoRows_ = true;
-    bool fromSpool_ = false;   // the current row is one of those kept
-    bool cursorEnded_ = true;  // the cursor has no row behind those kept
+    bool cursorEnded_ = true;  // the cursor has no row behind the current one
     bool onFirstRow_ = false;
     std::int64_t rowSerial_ = 0;
+
+    std::unique_ptr<RowSpool> kept_;  // the rows that have passed, unless forward-only
+    bool replaying_ = false;          // the current row is one of those kept; only without changes
+
+    std::shared_ptr<const ChangeTarget> target_;  // null where rows cannot be changed
+    std::unique_ptr<RowSpool> ahead_;             // rows that come before the cursor's next
+    bool onAhead_ = false;                        // the current row is one of those
+    std::optional<RowEditor> editor_;             // of the current row, once it is assigned to
+    bool deleted_ = false;                        // the current row is
+
     ado::Fields fields_{*this};
     std::vector<std::unique_ptr<Field>> fieldsMade_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include <halvtiv/ado.hpp>
 
@@ -16,37 +17,82 @@ constexpr std::size_t Index(std::int32_t column) noexcept {
     return static_cast<std::size_t>(column);
 }
 
+template <typename Number>
+std::string_view BytesOf(const Number& number) {
+    return {reinterpret_cast<const char*>(&number), sizeof number};
+}
+
+template <typename Number>
+Number NumberIn(std::string_view bytes) {
+    Number number;
+    std::memcpy(&number, bytes.data(), sizeof number);
+    return number;
+}
+
+// What is kept of a value that is not long.
+std::string_view BytesOf(const CellValue& value) {
+    if (value.kind == CellKind::Integer) return BytesOf(value.integer);
+    if (value.kind == CellKind::Double) return BytesOf(value.number);
+    return value.text;
+}
+
+constexpr bool HasBytes(CellKind kind) noexcept {
+    return kind == CellKind::Text || kind == CellKind::Blob;
+}
+
 }  // namespace
 
-// A row in the store: the sizes of its cells, the texts of the columns that are not long, one after another,
-// and then the long ones.
+// A row in the store: what the cells are and how much is kept of each, the values of the columns that are not
+// long, one after another, and then the long ones.
 
-RowSpool::RowSpool(std::span<const ColumnInfo> columns, std::size_t memoryBound)
-    : memoryBound_(memoryBound), sizes_(columns.size()), offsets_(columns.size()) {
-    for (const auto& column : columns) isLong_.push_back((column.attributes & adFldLong) != 0);
+RowSpool::RowSpool(std::span<const ColumnInfo> columns, std::int32_t width,
+                   std::shared_ptr<DeferredValues> deferred, std::size_t memoryBound)
+    : deferred_(std::move(deferred)),
+      memoryBound_(memoryBound),
+      cells_(std::max(columns.size(), Index(width))),
+      offsets_(cells_.size()) {
+    for (const auto& column : columns) {
+        const bool isLong = (column.attributes & adFldLong) != 0;
+        isLong_.push_back(isLong && !IsDeferred(static_cast<std::int32_t>(types_.size())));
+        types_.push_back(column.type);
+    }
+    isLong_.resize(cells_.size());
+    types_.resize(cells_.size());
+}
+
+bool RowSpool::IsDeferred(std::int32_t column) const {
+    return deferred_ && deferred_->Holds(column);
+}
+
+bool RowSpool::IsKeptApart(std::size_t column) const {
+    return isLong_[column] && HasBytes(cells_[column].kind);
 }
 
 void RowSpool::Append(RowSource& row) {
     short_.clear();
-    sizes_.assign(sizes_.size(), -1);
-    for (std::size_t i = 0; i < sizes_.size(); ++i) {
+    for (std::size_t i = 0; i < cells_.size(); ++i) {
         const auto column = static_cast<std::int32_t>(i);
-        if (row.IsNull(column)) continue;
+        auto& cell = cells_[i];
+        cell = {};
         if (isLong_[i]) {
-            sizes_[i] = row.Size(column);
+            if (row.IsNull(column)) continue;
+            cell = {CellKind::Blob, row.Size(column)};
             continue;
         }
-        const auto text = row.Text(column);
-        sizes_[i] = static_cast<std::int64_t>(text.size());
-        short_ += text;
+        const auto value = row.Value(column);
+        cell.kind = value.kind;
+        if (value.kind == CellKind::Null || (HasBytes(value.kind) && IsDeferred(column))) continue;
+        const auto bytes = BytesOf(value);
+        cell.size = static_cast<std::int64_t>(bytes.size());
+        short_ += bytes;
     }
-    Store({reinterpret_cast<const char*>(sizes_.data()), sizes_.size() * sizeof(std::int64_t)});
+    Store({reinterpret_cast<const char*>(cells_.data()), cells_.size() * sizeof(Cell)});
     Store(short_);
     std::vector<std::uint8_t> piece;
-    for (std::size_t i = 0; i < sizes_.size(); ++i) {
+    for (std::size_t i = 0; i < cells_.size(); ++i) {
         if (!isLong_[i]) continue;
         piece.resize(kPieceSize);
-        for (std::int64_t offset = 0; offset < sizes_[i];) {
+        for (std::int64_t offset = 0; offset < cells_[i].size;) {
             const auto count = row.Read(static_cast<std::int32_t>(i), offset, piece);
             if (count == 0) RaiseAdoError(AdoError::Unspecified);
             Store({reinterpret_cast<const char*>(piece.data()), count});
@@ -58,54 +104,70 @@ void RowSpool::Append(RowSource& row) {
 
 bool RowSpool::Next() {
     if (nextRow_ == rowsEnd_) return false;
-    Load(nextRow_, sizes_.data(), sizes_.size() * sizeof(std::int64_t));
-    nextRow_ += sizes_.size() * sizeof(std::int64_t);
+    Load(nextRow_, cells_.data(), cells_.size() * sizeof(Cell));
+    nextRow_ += cells_.size() * sizeof(Cell);
 
     std::uint64_t shortSize = 0;
-    for (std::size_t i = 0; i < sizes_.size(); ++i) {
+    for (std::size_t i = 0; i < cells_.size(); ++i) {
         if (isLong_[i]) continue;
         offsets_[i] = shortSize;
-        shortSize += static_cast<std::uint64_t>(std::max<std::int64_t>(sizes_[i], 0));
+        shortSize += static_cast<std::uint64_t>(cells_[i].size);
     }
     short_.resize(shortSize);
     Load(nextRow_, short_.data(), short_.size());
     nextRow_ += shortSize;
 
-    for (std::size_t i = 0; i < sizes_.size(); ++i) {
+    for (std::size_t i = 0; i < cells_.size(); ++i) {
         if (!isLong_[i]) continue;
         offsets_[i] = nextRow_;
-        nextRow_ += static_cast<std::uint64_t>(std::max<std::int64_t>(sizes_[i], 0));
+        nextRow_ += static_cast<std::uint64_t>(cells_[i].size);
     }
     return true;
 }
 
 bool RowSpool::IsNull(std::int32_t column) {
-    return sizes_[Index(column)] < 0;
+    return cells_[Index(column)].kind == CellKind::Null;
+}
+
+CellValue RowSpool::Value(std::int32_t column) {
+    const auto i = Index(column);
+    const auto kind = cells_[i].kind;
+    CellValue value;
+    value.kind = kind;
+    if (IsKeptApart(i)) {
+        value.text = ReadWholeValue(*this, column, wholeValue_);
+        return value;
+    }
+    const auto bytes = std::string_view(short_).substr(offsets_[i], static_cast<std::size_t>(cells_[i].size));
+    if (kind == CellKind::Integer) value.integer = NumberIn<std::int64_t>(bytes);
+    if (kind == CellKind::Double) value.number = NumberIn<double>(bytes);
+    if (HasBytes(kind)) value.text = bytes;
+    return value;
 }
 
 std::string_view RowSpool::Text(std::int32_t column) {
     const auto i = Index(column);
-    const auto size = static_cast<std::size_t>(Size(column));
-    if (!isLong_[i]) return std::string_view(short_).substr(offsets_[i], size);
-    longText_.resize(size);
-    Load(offsets_[i], longText_.data(), size);
-    return longText_;
+    if (HasBytes(cells_[i].kind) && IsDeferred(column)) return ReadWholeValue(*this, column, wholeValue_);
+    return CellText(Value(column), types_[i], buffer_);
 }
 
 std::int64_t RowSpool::Size(std::int32_t column) {
-    return std::max<std::int64_t>(sizes_[Index(column)], 0);
+    const auto i = Index(column);
+    if (IsKeptApart(i)) return cells_[i].size;
+    if (HasBytes(cells_[i].kind) && IsDeferred(column)) return deferred_->Size(*this, column);
+    return static_cast<std::int64_t>(Text(column).size());
 }
 
 std::size_t RowSpool::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
     const auto i = Index(column);
+    if (HasBytes(cells_[i].kind) && IsDeferred(column)) return deferred_->Read(*this, column, offset, piece);
     const auto left = std::max<std::int64_t>(Size(column) - offset, 0);
     const auto count = std::min(piece.size(), static_cast<std::size_t>(left));
     if (count == 0) return 0;
-    const auto from = offsets_[i] + static_cast<std::uint64_t>(offset);
-    if (isLong_[i]) {
-        Load(from, piece.data(), count);
+    if (IsKeptApart(i)) {
+        Load(offsets_[i] + static_cast<std::uint64_t>(offset), piece.data(), count);
     } else {
-        std::memcpy(piece.data(), short_.data() + from, count);
+        std::memcpy(piece.data(), Text(column).data() + offset, count);
     }
     return count;
 }

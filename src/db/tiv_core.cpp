@@ -3,6 +3,8 @@
 #include <memory>
 #include <utility>
 
+#include "ado/connection_impl.hpp"
+#include "ado/errors.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
@@ -48,6 +50,7 @@ ado::ConnectionPtr clsZorbTivCore::SetDatabaseConnectionString(std::string_view 
         try {
             DisConnect();
             connection_ = std::make_shared<ado::Connection>();
+            ado::ConnectionInside::UseCancelSwitch(*connection_, cancelSwitch_);
             connection_->ConnectionTimeout(kConnectionTimeout);
             connection_->Open(connectionString);
             connection_->CommandTimeout(kNoCommandTimeout);
@@ -90,7 +93,8 @@ std::int32_t clsZorbTivCore::RunCountQuery(std::string_view countSql) const {
             if (!value.IsNull()) count = platform::TextToInt32(value.Text());
         }
         counted.Close();
-    } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): a query that fails is no error here
+    } catch (const ErrorInfo& error) {
+        if (ado::IsCancelled(error)) throw;
     }
     return count;
 }

@@ -5,6 +5,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "ado/errors.hpp"
 #include "documents/field_file.hpp"
 #include "foundation/this_utils.hpp"
 #include "platform/number.hpp"
@@ -126,8 +127,11 @@ void RecordsetRows::AppendBlobCell(TextBuffer& xml, ado::RowSource& row, std::in
     try {
         WriteFieldToFile(row, column, infos_[static_cast<std::size_t>(column)], dataFolder_, fileName);
         written = true;
+    } catch (const ErrorInfo& error) {
+        if (ado::IsCancelled(error)) throw;
+        errors_.SetError(&error);  // the cell tells, and the other cells go on
     } catch (...) {
-        errors_.SetError(nullptr);  // the cell tells, and the other cells go on
+        errors_.SetError(nullptr);
     }
     AppendAttributeText(xml, fileName);
     xml.Append(written ? kFileCellEnd : kErrorCellEnd);

@@ -24,6 +24,14 @@ bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionRe
 bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
 
 // Changing and running free statements.
+bool BuiltIn_AddData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_UpdateData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_UpdateDataEx(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_UpdateDataColAdd(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_DeleteData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_GetBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_SetBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_DeleteBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
 bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
 
 }  // namespace halvtiv

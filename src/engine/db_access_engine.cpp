@@ -78,7 +78,12 @@ ado::ConnectionPtr ZorbDbAccessEngine::SetDatabaseConnection_MDBFile(std::string
     });
 }
 
+void ZorbDbAccessEngine::Cancel() {
+    impl_->core.Cancel();
+}
+
 bool ZorbDbAccessEngine::RunFunction(std::string_view sFunctionXml, std::string& sResultXml) {
+    impl_->core.ForgetCancel();
     bool done = false;
     Succeeds(
         impl_->errors,

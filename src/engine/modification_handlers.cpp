@@ -1,4 +1,6 @@
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "documents/call_inside.hpp"
@@ -18,7 +20,83 @@ ado::RecordsetPtr SkipClosed(ado::RecordsetPtr recordset) {
     return recordset;
 }
 
+std::string RequireParam(const ZorbFunctionCall& call, std::string_view name, const char* message) {
+    std::string value = CallInside::ParamValue(call, name);
+    if (value.empty()) RaiseEngineError(message);
+    return value;
+}
+
+std::string RequireColumnName(const ZorbFunctionCall& call) {
+    return RequireParam(call, "colname", "Invalid Xml - colname not specified.");
+}
+
+/// What a handler does whose work is counted: the count becomes the result's one entry, a negative one is the
+/// core's failure.
+template <typename Work>
+bool Counted(EngineState& engine, const ZorbFunctionCall& call, ZorbFunctionResult& result, Work&& work) {
+    return Succeeds(engine.errors, [&] {
+        const std::int32_t count = work();
+        if (count < 0) engine.core.RaiseLastError();
+        if (!result.AddFunctionResult_Info(CallInside::Guid(call), count)) result.RaiseLastError();
+    });
+}
+
 }  // namespace
+
+bool BuiltIn_AddData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        return engine.core.AddData(RequireSql(call), CallInside::FindBlock(call, "data").get());
+    });
+}
+
+bool BuiltIn_UpdateData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        return engine.core.UpdateData(RequireSql(call), CallInside::FindBlock(call, "data").get());
+    });
+}
+
+bool BuiltIn_UpdateDataEx(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        return engine.core.UpdateDataEx(RequireSql(call), CallInside::FindBlock(call, "data").get());
+    });
+}
+
+bool BuiltIn_UpdateDataColAdd(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        const std::string_view sql = RequireSql(call);
+        const std::string column = RequireParam(call, "col", "Invalid Xml - 'col' parameter missed.");
+        return engine.core.UpdateDataColAdd(sql, column, CallInside::FindBlock(call, "data").get());
+    });
+}
+
+bool BuiltIn_DeleteData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] { return engine.core.DeleteData(RequireSql(call)); });
+}
+
+bool BuiltIn_GetBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        const std::string_view sql = RequireSql(call);
+        const std::string column = RequireColumnName(call);
+        const std::string file = RequireParam(call, "filename", "Invalid Xml - filename not specified.");
+        return engine.core.GetBinaryData(sql, column, file);
+    });
+}
+
+// Without a file the columns are made null, so its name is not asked for.
+bool BuiltIn_SetBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        const std::string_view sql = RequireSql(call);
+        const std::string column = RequireColumnName(call);
+        return engine.core.SetBinaryData(sql, column, CallInside::ParamValue(call, "filename"));
+    });
+}
+
+bool BuiltIn_DeleteBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Counted(engine, call, result, [&] {
+        const std::string_view sql = RequireSql(call);
+        return engine.core.DeleteBinaryData(sql, RequireColumnName(call));
+    });
+}
 
 bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
     return Succeeds(engine.errors, [&] {

@@ -100,6 +100,18 @@ ssize_t ReadSome(int file, char* bytes, std::size_t count) noexcept {
     return got;
 }
 
+// Fills `bytes` from an offset on; `name` is for messages.
+void ReadAt(int file, std::uint64_t offset, char* bytes, std::size_t count, const std::string& name) {
+    while (count > 0) {
+        const ssize_t got = ::pread(file, bytes, count, static_cast<off_t>(offset));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) RaiseRunTimeError(RunTimeError::DeviceIo, name);
+        bytes += got;
+        offset += static_cast<std::uint64_t>(got);
+        count -= static_cast<std::size_t>(got);
+    }
+}
+
 // False, with `errno` set, when not all could be written.
 bool WriteAll(int file, std::string_view bytes) noexcept {
     while (!bytes.empty()) {
@@ -189,6 +201,37 @@ std::string ReadWholeFile(std::string_view path) {
     }
     content.resize(size);
     return content;
+}
+
+struct InputFile::Impl {
+    std::string path;
+    Descriptor file;
+    std::optional<std::uint64_t> size;
+};
+
+InputFile::InputFile(std::string_view path) : impl_(std::make_unique<Impl>()) {
+    impl_->path = CheckedPath(path);
+    impl_->file = OpenFile(impl_->path, O_RDONLY);
+    struct stat status;
+    if (::fstat(impl_->file.Get(), &status) != 0) RaiseFileError(errno, impl_->path);
+    if (S_ISDIR(status.st_mode)) RaiseFileError(EISDIR, impl_->path);
+    if (S_ISREG(status.st_mode)) impl_->size = static_cast<std::uint64_t>(status.st_size);
+}
+
+InputFile::~InputFile() = default;
+
+std::optional<std::uint64_t> InputFile::Size() const noexcept {
+    return impl_->size;
+}
+
+void InputFile::Read(std::uint64_t offset, char* bytes, std::size_t count) {
+    ReadAt(impl_->file.Get(), offset, bytes, count, impl_->path);
+}
+
+std::size_t InputFile::ReadNext(char* bytes, std::size_t count) {
+    const ssize_t got = ReadSome(impl_->file.Get(), bytes, count);
+    if (got < 0) RaiseFileError(errno, impl_->path);
+    return static_cast<std::size_t>(got);
 }
 
 void CreateEmptyFile(std::string_view path) {
@@ -332,14 +375,7 @@ void SpoolFile::Read(std::uint64_t offset, char* bytes, std::size_t count) {
     const std::uint64_t size = Size();
     if (count > size || offset > size - count) RaiseRunTimeError(RunTimeError::DeviceIo, "temporary file");
     if (offset + count > impl_->written) impl_->Flush();
-    while (count > 0) {
-        const ssize_t got = ::pread(impl_->file.Get(), bytes, count, static_cast<off_t>(offset));
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) RaiseRunTimeError(RunTimeError::DeviceIo, "temporary file");
-        bytes += got;
-        offset += static_cast<std::uint64_t>(got);
-        count -= static_cast<std::size_t>(got);
-    }
+    ReadAt(impl_->file.Get(), offset, bytes, count, "temporary file");
 }
 
 std::uint64_t SpoolFile::Size() const noexcept {

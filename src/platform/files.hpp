@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,27 @@ bool FolderExists(std::string_view path) noexcept;
 
 /// The whole content.
 std::string ReadWholeFile(std::string_view path);
+
+/// A file open for reading.
+class InputFile {
+public:
+    explicit InputFile(std::string_view path);
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    /// Its length in bytes as it was when it was opened; nothing for what has none, such as a pipe.
+    std::optional<std::uint64_t> Size() const noexcept;
+    /// Fills `bytes` from `offset` on; raises 57 when the file does not reach that far. For files with a
+    /// size.
+    void Read(std::uint64_t offset, char* bytes, std::size_t count);
+    /// Reads on behind what has been read this way and returns how many bytes came; 0 at the end.
+    std::size_t ReadNext(char* bytes, std::size_t count);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
 
 /// Makes the file, or makes it empty when it exists.
 void CreateEmptyFile(std::string_view path);

@@ -8,8 +8,8 @@
 
 namespace halvtiv::ado {
 
-SqliteBatch::SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText)
-    : session_(std::move(session)), text_(std::move(commandText)) {}
+SqliteBatch::SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText, Purpose purpose)
+    : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
 
 std::optional<StatementResult> SqliteBatch::RunNext() {
     // Behind the last statement there are mostly blanks, which need no parser.
@@ -20,21 +20,35 @@ std::optional<StatementResult> SqliteBatch::RunNext() {
 }
 
 std::optional<StatementResult> SqliteBatch::RunAt(std::size_t position) {
-    auto statement = session_->Acquire(std::string_view(text_).substr(position));
-    if (!statement) return std::nullopt;
-    const auto changesBefore = session_->TotalChanges();
-    const bool hasRow = session_->Step(*statement);
-    position_ = position + statement->Consumed();
-
-    StatementResult result;
-    if (sqlite3_column_count(statement->Handle()) > 0) {
-        statement->RefreshColumns(hasRow);
-        result.rows = std::make_unique<SqliteCursor>(std::move(statement), hasRow);
-    } else {
-        // The database's own count stays as it is when a statement changes nothing.
-        result.affectedRows = session_->TotalChanges() == changesBefore ? 0 : session_->LastChanges();
+    const auto purpose = std::exchange(purpose_, Purpose::Read);
+    const auto text = std::string_view(text_).substr(position);
+    for (;;) {
+        auto statement = session_->Acquire(text, purpose);
+        if (!statement) return std::nullopt;
+        const bool hasRows = sqlite3_column_count(statement->Handle()) > 0;
+        const auto next = position + statement->Consumed();
+        StatementResult result;
+        if (purpose == Purpose::Change && hasRows && sqlite3_stmt_readonly(statement->Handle())) {
+            position_ = next;
+            statement->RefreshColumns(false);
+            result.rows = std::make_unique<SqliteCursor>(std::move(statement));
+            return result;
+        }
+        const auto changesBefore = session_->TotalChanges();
+        const bool hasRow = session_->Step(*statement);
+        if (hasRows && !statement->RefreshColumns(hasRow)) {
+            statement.Discard();  // a query that has only begun to read: it begins again
+            continue;
+        }
+        position_ = next;
+        if (hasRows) {
+            result.rows = std::make_unique<SqliteCursor>(std::move(statement), hasRow);
+        } else {
+            // The database's own count stays as it is when a statement changes nothing.
+            result.affectedRows = session_->TotalChanges() == changesBefore ? 0 : session_->LastChanges();
+        }
+        return result;
     }
-    return result;
 }
 
 }  // namespace halvtiv::ado

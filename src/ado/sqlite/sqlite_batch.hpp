@@ -14,7 +14,7 @@ namespace halvtiv::ado {
 /// one has made.
 class SqliteBatch final : public Batch {
 public:
-    SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText);
+    SqliteBatch(std::shared_ptr<SqliteSession> session, std::string commandText, Purpose purpose);
 
     std::optional<StatementResult> RunNext() override;
 
@@ -23,6 +23,7 @@ private:
 
     std::shared_ptr<SqliteSession> session_;
     std::string text_;
+    Purpose purpose_;           // of the first statement
     std::size_t position_ = 0;  // where the next statement begins
 };
 

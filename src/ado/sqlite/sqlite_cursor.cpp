@@ -7,15 +7,24 @@
 #include <utility>
 
 #include "ado/errors.hpp"
+#include "ado/sqlite/sqlite_blob.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
 
-SqliteCursor::SqliteCursor(SqliteSession::Lease statement, bool hasRow)
-    : statement_(std::move(statement)),
-      columns_(statement_->Columns().data()),
-      firstRowIsDue_(hasRow),
-      ended_(!hasRow) {}
+SqliteCursor::SqliteCursor(SqliteSession::Lease statement)
+    : statement_(std::move(statement)), columns_(statement_->Columns().data()), isFirstStep_(true) {
+    const auto* const plan = statement_->Plan();
+    if (plan && plan->HasDeferred()) {
+        deferred_ = std::make_shared<SqliteDeferredValues>(statement_.SharedOwner(), *plan);
+    }
+}
+
+SqliteCursor::SqliteCursor(SqliteSession::Lease statement, bool hasRow) : SqliteCursor(std::move(statement)) {
+    isFirstStep_ = false;
+    firstRowIsDue_ = hasRow;
+    ended_ = !hasRow;
+}
 
 SqliteCursor::~SqliteCursor() {
     try {
@@ -25,7 +34,13 @@ SqliteCursor::~SqliteCursor() {
     }
 }
 
+std::shared_ptr<const ChangeTarget> SqliteCursor::Target() const {
+    const auto* const plan = statement_->Plan();
+    return plan ? plan->target : nullptr;
+}
+
 void SqliteCursor::Finish() {
+    if (deferred_) deferred_->Release();
     if (std::exchange(ended_, true) || !statement_->Handle()) return;
     // A statement that changes data commits at its end, and may fail there.
     if (sqlite3_stmt_readonly(statement_->Handle())) return;
@@ -37,6 +52,10 @@ bool SqliteCursor::Next() {
     if (ended_) return false;
     ended_ = true;  // holds when the step fails
     ended_ = !statement_.Owner().Step(*statement_);
+    if (std::exchange(isFirstStep_, false)) {
+        statement_->RefreshColumns(!ended_);
+        columns_ = statement_->Columns().data();
+    }
     return !ended_;
 }
 
@@ -51,9 +70,38 @@ bool SqliteCursor::IsNull(std::int32_t column) {
     return sqlite3_value_type(ValueAt(column)) == SQLITE_NULL;
 }
 
+bool SqliteCursor::IsDeferred(std::int32_t column, int kind) const {
+    return deferred_ && (kind == SQLITE_TEXT || kind == SQLITE_BLOB) && deferred_->Holds(column);
+}
+
+CellValue SqliteCursor::Value(std::int32_t column) {
+    auto* const value = ValueAt(column);
+    switch (sqlite3_value_type(value)) {
+        case SQLITE_INTEGER:
+            return {CellKind::Integer, sqlite3_value_int64(value), 0, {}};
+        case SQLITE_FLOAT:
+            return {CellKind::Double, 0, sqlite3_value_double(value), {}};
+        case SQLITE_TEXT: {
+            const auto* bytes = reinterpret_cast<const char*>(sqlite3_value_text(value));
+            if (!bytes) platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
+            return {CellKind::Text, 0, 0, {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))}};
+        }
+        case SQLITE_BLOB: {
+            const auto* bytes = static_cast<const char*>(sqlite3_value_blob(value));
+            return {CellKind::Blob,
+                    0,
+                    0,
+                    {bytes ? bytes : "", static_cast<std::size_t>(sqlite3_value_bytes(value))}};
+        }
+        default:
+            return {};
+    }
+}
+
 std::string_view SqliteCursor::Text(std::int32_t column) {
     auto* const value = ValueAt(column);
     const auto type = columns_[column].type;
+    if (IsDeferred(column, sqlite3_value_type(value))) return ReadWholeValue(*this, column, wholeValue_);
     switch (sqlite3_value_type(value)) {
         case SQLITE_INTEGER:
             return CellTextOfInteger(sqlite3_value_int64(value), type, buffer_);
@@ -77,10 +125,14 @@ std::string_view SqliteCursor::Text(std::int32_t column) {
 }
 
 std::int64_t SqliteCursor::Size(std::int32_t column) {
+    if (IsDeferred(column, sqlite3_value_type(ValueAt(column)))) return deferred_->Size(*this, column);
     return static_cast<std::int64_t>(Text(column).size());
 }
 
 std::size_t SqliteCursor::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
+    if (IsDeferred(column, sqlite3_value_type(ValueAt(column)))) {
+        return deferred_->Read(*this, column, offset, piece);
+    }
     const auto text = Text(column);
     if (offset < 0 || static_cast<std::size_t>(offset) >= text.size()) return 0;
     const auto count = std::min(piece.size(), text.size() - static_cast<std::size_t>(offset));

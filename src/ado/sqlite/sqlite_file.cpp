@@ -61,7 +61,8 @@ std::chrono::milliseconds BusyTimeoutOf(const ConnectionParameters& parameters) 
 }  // namespace
 
 std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameters,
-                                           std::int32_t /*connectionTimeout*/) {
+                                           std::int32_t /*connectionTimeout*/,
+                                           std::shared_ptr<CancelSwitch> cancel) {
     const auto dataSource = parameters.Get("Data Source");
     const auto busyTimeout = BusyTimeoutOf(parameters);
     const bool readOnly = parameters.IsSet("Read Only");
@@ -81,7 +82,7 @@ std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameter
     }
     if (status != SQLITE_OK) RaiseSqliteError(opened, status);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
-    auto session = std::make_shared<SqliteSession>(std::move(database), busyTimeout);
+    auto session = std::make_shared<SqliteSession>(std::move(database), busyTimeout, std::move(cancel));
     // The library reads the file only when it has to; a file that is no database fails here.
     if (const int read = sqlite3_exec(opened, "PRAGMA schema_version", nullptr, nullptr, nullptr);
         read != SQLITE_OK) {

@@ -12,7 +12,8 @@ namespace halvtiv::ado {
 /// changes, "Busy Timeout" is the time in milliseconds to wait for another connection's lock, 5000 at first.
 /// A name is never taken as a URI. The connection time-out has no meaning here.
 std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameters,
-                                           std::int32_t connectionTimeout);
+                                           std::int32_t connectionTimeout,
+                                           std::shared_ptr<CancelSwitch> cancel);
 
 /// Whether an Access database stands at that path, by its first bytes; false where nothing can be read.
 bool IsAccessFile(std::string_view path);

@@ -9,6 +9,7 @@
 
 #include "ado/errors.hpp"
 #include "ado/sqlite/sqlite_batch.hpp"
+#include "ado/sqlite/sqlite_plan.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
@@ -48,25 +49,29 @@ void RaiseSqliteError(sqlite3* database, int code) {
     throw MakeProviderError(KindOf(code, words), words, kSqliteName);
 }
 
-SqliteSession::SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout)
-    : database_(std::move(database)), busyTimeout_(busyTimeout) {
+SqliteSession::SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout,
+                             std::shared_ptr<CancelSwitch> cancel)
+    : database_(std::move(database)), cancel_(std::move(cancel)), busyTimeout_(busyTimeout) {
+    constexpr int kStepsBetweenLooks = 1000;
     sqlite3_busy_handler(database_.get(), WaitForLock, this);
+    sqlite3_progress_handler(database_.get(), kStepsBetweenLooks, StopWhenItMust, this);
 }
 
 SqliteSession::~SqliteSession() {
     Close();
 }
 
-std::unique_ptr<Batch> SqliteSession::Prepare(std::string commandText) {
+std::unique_ptr<Batch> SqliteSession::Prepare(std::string commandText, Purpose purpose) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     if (commandText.find('\0') != std::string::npos) {
         throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.", kSqliteName);
     }
-    return std::make_unique<SqliteBatch>(shared_from_this(), std::move(commandText));
+    return std::make_unique<SqliteBatch>(shared_from_this(), std::move(commandText), purpose);
 }
 
 void SqliteSession::Close() {
     if (!database_) return;
+    ReleaseReaders();
     for (auto* statement : inUse_) statement->Drop();
     inUse_.clear();
     cache_.Clear();
@@ -91,7 +96,7 @@ void SqliteSession::Commit() {
 }
 
 void SqliteSession::Rollback() {
-    Run("ROLLBACK");
+    RunToUndo("ROLLBACK");
 }
 
 void SqliteSession::SetSavepoint(std::int32_t level) {
@@ -103,16 +108,12 @@ void SqliteSession::ReleaseSavepoint(std::int32_t level) {
 }
 
 void SqliteSession::RollbackToSavepoint(std::int32_t level) {
-    Run("ROLLBACK TO " + SavepointName(level));
-    ReleaseSavepoint(level);
+    RunToUndo("ROLLBACK TO " + SavepointName(level));
+    RunToUndo("RELEASE " + SavepointName(level));
 }
 
 void SqliteSession::SetCommandTimeout(std::int32_t seconds) {
     commandTimeout_ = std::chrono::seconds(std::max(seconds, 0));
-    constexpr int kStepsBetweenLooks = 1000;
-    const bool limited = commandTimeout_.count() > 0;
-    sqlite3_progress_handler(database_.get(), limited ? kStepsBetweenLooks : 0,
-                             limited ? StopWhenTimeIsOver : nullptr, this);
 }
 
 SqliteSession::Lease::Lease(std::shared_ptr<SqliteSession> session,
@@ -123,37 +124,65 @@ SqliteSession::Lease::~Lease() {
     if (statement_) session_->Release(std::move(statement_));
 }
 
-SqliteSession::Lease SqliteSession::Acquire(std::string_view text) {
+void SqliteSession::Lease::Discard() noexcept {
+    session_->Forget(*statement_);
+    statement_.reset();
+}
+
+SqliteSession::Lease SqliteSession::Acquire(std::string_view text, Purpose purpose) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     inUse_.reserve(inUse_.size() + 1);
-    auto statement = cache_.Take(text);
-    if (!statement) {
-        // Within the database's own limit on texts, which is below that of int.
-        const auto limit =
-            static_cast<std::size_t>(sqlite3_limit(database_.get(), SQLITE_LIMIT_SQL_LENGTH, -1));
-        if (text.size() > limit) {
-            throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kSqliteName);
-        }
-        const bool isKept = text.size() <= SqliteStatementCache::kLongestText;
-        StartClock();
-        sqlite3_stmt* prepared = nullptr;
-        const char* tail = nullptr;
-        const int status = sqlite3_prepare_v3(database_.get(), text.data(), static_cast<int>(text.size() + 1),
-                                              isKept ? SQLITE_PREPARE_PERSISTENT : 0U, &prepared, &tail);
-        SqliteStatementHandle handle(prepared);
-        if (status != SQLITE_OK) RaiseError(status);
-        if (!handle) return {shared_from_this(), nullptr};
-        const auto consumed = static_cast<std::size_t>(tail - text.data());
-        statement =
-            std::make_unique<SqliteStatement>(std::move(handle), std::string(isKept ? text : ""), consumed);
-    }
+    auto statement = cache_.Take(text, purpose);
+    if (!statement) statement = PrepareFirst(text, purpose);
+    if (!statement) return {shared_from_this(), nullptr};
     inUse_.push_back(statement.get());
     return {shared_from_this(), std::move(statement)};
 }
 
+std::unique_ptr<SqliteStatement> SqliteSession::PrepareFirst(std::string_view text, Purpose purpose) {
+    // Within the database's own limit on texts, which is below that of int.
+    const auto limit = static_cast<std::size_t>(sqlite3_limit(database_.get(), SQLITE_LIMIT_SQL_LENGTH, -1));
+    if (text.size() > limit) {
+        throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kSqliteName);
+    }
+    const bool isKept = text.size() <= SqliteStatementCache::kLongestText;
+    StartClock();
+    const char* tail = nullptr;
+    auto handle = PrepareHandle(text, isKept, &tail);
+    if (!handle) return nullptr;
+    const auto consumed = static_cast<std::size_t>(tail - text.data());
+    auto statement = std::make_unique<SqliteStatement>(std::move(handle), std::string(isKept ? text : ""),
+                                                       consumed, purpose);
+    if (sqlite3_column_count(statement->Handle()) == 0 || !sqlite3_stmt_readonly(statement->Handle())) {
+        return statement;
+    }
+    statement->RefreshColumns(false);
+    auto plan = PlanSqliteQuery(statement->Handle(), text.substr(0, consumed), statement->Columns(), purpose);
+    if (!plan) return statement;
+    sqlite3_stmt* planned = nullptr;
+    sqlite3_prepare_v3(database_.get(), plan->text.c_str(), -1, isKept ? SQLITE_PREPARE_PERSISTENT : 0U,
+                       &planned, nullptr);
+    // A query that does not take the other select list runs as it is.
+    if (planned) statement->Follow(*std::move(plan), SqliteStatementHandle(planned));
+    return statement;
+}
+
+SqliteStatementHandle SqliteSession::PrepareHandle(std::string_view text, bool isKept, const char** tail) {
+    sqlite3_stmt* prepared = nullptr;
+    const int status = sqlite3_prepare_v3(database_.get(), text.data(), static_cast<int>(text.size() + 1),
+                                          isKept ? SQLITE_PREPARE_PERSISTENT : 0U, &prepared, tail);
+    SqliteStatementHandle handle(prepared);
+    if (status != SQLITE_OK) RaiseError(status);
+    return handle;
+}
+
+void SqliteSession::Forget(const SqliteStatement& statement) noexcept {
+    if (statement.Handle()) inUse_.erase(std::find(inUse_.begin(), inUse_.end(), &statement));
+}
+
 void SqliteSession::Release(std::unique_ptr<SqliteStatement> statement) noexcept {
     if (!statement->Handle()) return;
-    inUse_.erase(std::find(inUse_.begin(), inUse_.end(), statement.get()));
+    Forget(*statement);
     sqlite3_reset(statement->Handle());
     try {
         cache_.Keep(std::move(statement));
@@ -162,8 +191,13 @@ void SqliteSession::Release(std::unique_ptr<SqliteStatement> statement) noexcept
     }
 }
 
+void SqliteSession::ReleaseReaders() noexcept {
+    for (auto* reader : readers_) reader->Release();
+}
+
 bool SqliteSession::Step(SqliteStatement& statement) {
     if (!statement.Handle()) RaiseAdoError(AdoError::InvalidConnection);
+    if (!undoing_) StopIfCancelled();
     StartClock();
     const int status = sqlite3_step(statement.Handle());
     if (status == SQLITE_ROW) return true;
@@ -171,10 +205,19 @@ bool SqliteSession::Step(SqliteStatement& statement) {
     RaiseError(status);
 }
 
-void SqliteSession::RaiseError(int status) const {
-    if (!timedOut_) RaiseSqliteError(database_.get(), status);
-    throw MakeProviderError(AdoError::CommandTimeout, MakeAdoError(AdoError::CommandTimeout).Description,
-                            kSqliteName);
+void SqliteSession::RaiseError(int status) {
+    if (timedOut_) {
+        throw MakeProviderError(AdoError::CommandTimeout, MakeAdoError(AdoError::CommandTimeout).Description,
+                                kSqliteName);
+    }
+    const bool wasStopped = (status & 0xff) == SQLITE_INTERRUPT || (status & 0xff) == SQLITE_BUSY;
+    if (wasStopped && cancel_->IsThrown()) RaiseCancelled();
+    RaiseSqliteError(database_.get(), status);
+}
+
+void SqliteSession::RaiseCancelled() {
+    cancel_->Take();
+    throw MakeProviderError(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description, kSqliteName);
 }
 
 void SqliteSession::StartClock() noexcept {
@@ -191,17 +234,28 @@ std::int64_t SqliteSession::LastChanges() const {
 }
 
 void SqliteSession::Run(const std::string& commandText) {
-    const auto statement = Acquire(commandText);
+    const auto statement = Acquire(commandText, Purpose::Read);
     Step(*statement);
 }
 
-bool SqliteSession::IsTimeOver() noexcept {
-    if (commandTimeout_.count() > 0 && Clock::now() >= deadline_) timedOut_ = true;
-    return timedOut_;
+void SqliteSession::RunToUndo(const std::string& commandText) {
+    const bool wasUndoing = std::exchange(undoing_, true);
+    try {
+        Run(commandText);
+    } catch (...) {
+        undoing_ = wasUndoing;
+        throw;
+    }
+    undoing_ = wasUndoing;
 }
 
-int SqliteSession::StopWhenTimeIsOver(void* session) {
-    return static_cast<SqliteSession*>(session)->IsTimeOver() ? 1 : 0;
+bool SqliteSession::MustStop() noexcept {
+    if (commandTimeout_.count() > 0 && Clock::now() >= deadline_) timedOut_ = true;
+    return timedOut_ || (!undoing_ && cancel_->IsThrown());
+}
+
+int SqliteSession::StopWhenItMust(void* session) {
+    return static_cast<SqliteSession*>(session)->MustStop() ? 1 : 0;
 }
 
 // Short waits at first, for locks are mostly held for the time of one commit.
@@ -214,7 +268,7 @@ int SqliteSession::WaitForLock(void* session, int attempt) {
     if (attempt == 0) self.lockAwaitedSince_ = now;
     const auto left =
         self.busyTimeout_ - std::chrono::duration_cast<milliseconds>(now - self.lockAwaitedSince_);
-    if (left.count() <= 0 || self.IsTimeOver()) return 0;
+    if (left.count() <= 0 || self.MustStop()) return 0;
     const auto wait = kWaits[std::min(static_cast<std::size_t>(attempt), kWaits.size() - 1)];
     std::this_thread::sleep_for(std::min(wait, left));
     return 1;

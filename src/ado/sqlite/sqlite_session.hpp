@@ -3,11 +3,13 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "ado/cancel_switch.hpp"
 #include "ado/provider.hpp"
 #include "ado/sqlite/sqlite_statement.hpp"
 
@@ -22,12 +24,14 @@ using SqliteHandle = std::unique_ptr<sqlite3, CloseSqlite>;
 class SqliteSession final : public Session, public std::enable_shared_from_this<SqliteSession> {
 public:
     /// busyTimeout: how long a statement waits for another connection's lock.
-    SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout);
+    SqliteSession(SqliteHandle database, std::chrono::milliseconds busyTimeout,
+                  std::shared_ptr<CancelSwitch> cancel);
     ~SqliteSession() override;
     SqliteSession(const SqliteSession&) = delete;
     SqliteSession& operator=(const SqliteSession&) = delete;
 
-    std::unique_ptr<Batch> Prepare(std::string commandText) override;
+    std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
+    RowChangeResult Change(const RowChange& change) override;
     bool IsAlive() override { return database_ != nullptr; }
     void Close() override;
     bool InTransaction() override;
@@ -52,6 +56,9 @@ public:
         SqliteStatement& operator*() const noexcept { return *statement_; }
         SqliteStatement* operator->() const noexcept { return statement_.get(); }
         SqliteSession& Owner() const noexcept { return *session_; }
+        const std::shared_ptr<SqliteSession>& SharedOwner() const noexcept { return session_; }
+        /// Gives the statement up: it is prepared anew next time.
+        void Discard() noexcept;
 
     private:
         std::shared_ptr<SqliteSession> session_;
@@ -60,9 +67,18 @@ public:
 
     /// The first statement of the text, which a NUL must follow; empty where there are only blanks and
     /// comments. Raises -2146824579 after `Close`.
-    Lease Acquire(std::string_view text);
+    Lease Acquire(std::string_view text, Purpose purpose);
     /// Runs to the next row; false at the end.
     bool Step(SqliteStatement& statement);
+    /// Null after `Close`.
+    sqlite3* Database() const noexcept { return database_.get(); }
+    /// Raises -2147217842 when the running work has been cancelled.
+    void StopIfCancelled() {
+        if (cancel_->IsThrown()) RaiseCancelled();
+    }
+    /// Readers of long values, which keep the database from closing and rows from changing.
+    void AddReader(DeferredValues& reader) { readers_.push_back(&reader); }
+    void RemoveReader(DeferredValues& reader) noexcept { std::erase(readers_, &reader); }
     /// Rows changed since this session was opened, by triggers too.
     std::int64_t TotalChanges() const;
     /// Rows changed by the last INSERT, UPDATE or DELETE.
@@ -72,16 +88,28 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void Release(std::unique_ptr<SqliteStatement> statement) noexcept;
+    void Forget(const SqliteStatement& statement) noexcept;
+    void ReleaseReaders() noexcept;
+    std::unique_ptr<SqliteStatement> PrepareFirst(std::string_view text, Purpose purpose);
+    SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail);
     void Run(const std::string& commandText);
+    /// Runs what undoes work, however often that has been cancelled.
+    void RunToUndo(const std::string& commandText);
+    RowChangeResult RunChange(const RowChange& change, bool inPieces);
+    std::optional<RowChangeResult> ChangeInPieces(const RowChange& change);
+    [[noreturn]] void RaiseCancelled();
     void StartClock() noexcept;
-    bool IsTimeOver() noexcept;
-    [[noreturn]] void RaiseError(int status) const;
-    static int StopWhenTimeIsOver(void* session);
+    bool MustStop() noexcept;
+    [[noreturn]] void RaiseError(int status);
+    static int StopWhenItMust(void* session);
     static int WaitForLock(void* session, int attempt);
 
     SqliteHandle database_;
     SqliteStatementCache cache_;
-    std::vector<SqliteStatement*> inUse_;  // owned by their leases
+    std::vector<SqliteStatement*> inUse_;   // owned by their leases
+    std::vector<DeferredValues*> readers_;  // owned by their cursors
+    std::shared_ptr<CancelSwitch> cancel_;
+    bool undoing_ = false;  // cancelling has no hold on what undoes work
     std::chrono::milliseconds busyTimeout_;
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
     Clock::time_point deadline_{};

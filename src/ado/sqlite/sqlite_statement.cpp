@@ -46,13 +46,19 @@ void FinalizeSqliteStatement::operator()(sqlite3_stmt* statement) const noexcept
     sqlite3_finalize(statement);
 }
 
-SqliteStatement::SqliteStatement(SqliteStatementHandle handle, std::string text, std::size_t consumed)
-    : handle_(std::move(handle)), text_(std::move(text)), consumed_(consumed) {}
+SqliteStatement::SqliteStatement(SqliteStatementHandle handle, std::string text, std::size_t consumed,
+                                 Purpose purpose)
+    : handle_(std::move(handle)), text_(std::move(text)), consumed_(consumed), purpose_(purpose) {}
 
-void SqliteStatement::RefreshColumns(bool hasRow) {
-    const int timesPrepared = 1 + sqlite3_stmt_status(Handle(), SQLITE_STMTSTATUS_REPREPARE, 0);
-    const int count = sqlite3_column_count(Handle());
+int SqliteStatement::TimesPrepared() const noexcept {
+    return 1 + sqlite3_stmt_status(Handle(), SQLITE_STMTSTATUS_REPREPARE, 0);
+}
+
+bool SqliteStatement::RefreshColumns(bool hasRow) {
+    const int timesPrepared = TimesPrepared();
+    const int count = plan_ ? static_cast<int>(columns_.size()) : sqlite3_column_count(Handle());
     if (timesPrepared != timesPrepared_ || static_cast<std::size_t>(count) != columns_.size()) {
+        if (plan_) return false;
         ReadColumns(count);
         timesPrepared_ = timesPrepared;
     }
@@ -63,6 +69,13 @@ void SqliteStatement::RefreshColumns(bool hasRow) {
         SetType(info, {type, 0}, Handle());
         layout_.reset();
     }
+    return true;
+}
+
+void SqliteStatement::Follow(SqlitePlan plan, SqliteStatementHandle planned) {
+    plan_ = std::move(plan);
+    handle_ = std::move(planned);
+    timesPrepared_ = TimesPrepared();
 }
 
 void SqliteStatement::ReadColumns(int count) {
@@ -83,11 +96,12 @@ void SqliteStatement::ReadColumns(int count) {
     }
 }
 
-std::unique_ptr<SqliteStatement> SqliteStatementCache::Take(std::string_view text) {
+std::unique_ptr<SqliteStatement> SqliteStatementCache::Take(std::string_view text, Purpose purpose) {
     if (text.size() > kLongestText) return nullptr;
     const auto hash = std::hash<std::string_view>{}(text);
     const auto found = std::find_if(entries_.rbegin(), entries_.rend(), [&](const Entry& entry) {
-        return entry.hash == hash && entry.statement->Text() == text;
+        return entry.hash == hash && entry.statement->PreparedFor() == purpose &&
+               entry.statement->Text() == text;
     });
     if (found == entries_.rend()) return nullptr;
     auto statement = std::move(found->statement);

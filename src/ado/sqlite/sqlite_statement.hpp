@@ -3,12 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "ado/provider.hpp"
+#include "ado/sqlite/sqlite_plan.hpp"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -25,28 +27,38 @@ class SqliteStatement {
 public:
     /// text is the command text that was prepared, "" where it is not to be kept; consumed is the length of
     /// its first statement.
-    SqliteStatement(SqliteStatementHandle handle, std::string text, std::size_t consumed);
+    SqliteStatement(SqliteStatementHandle handle, std::string text, std::size_t consumed, Purpose purpose);
 
     /// Null after the session has been closed.
     sqlite3_stmt* Handle() const noexcept { return handle_.get(); }
     const std::string& Text() const noexcept { return text_; }
     std::size_t Consumed() const noexcept { return consumed_; }
+    Purpose PreparedFor() const noexcept { return purpose_; }
+    /// Those of the command text, whatever else the plan adds.
     std::span<const ColumnInfo> Columns() const noexcept { return columns_; }
+    /// Null where the query runs as it stands.
+    const SqlitePlan* Plan() const noexcept { return plan_ ? &*plan_ : nullptr; }
     /// A reader's layout of these columns; forgotten when they change.
     std::shared_ptr<const RowLayout>& Layout() noexcept { return layout_; }
 
     /// Brings the columns up to date after the first step of a run: the schema may have changed since the
-    /// last one, and a column without a declared type has that of the first row's value.
-    void RefreshColumns(bool hasRow);
+    /// last one, and a column without a declared type has that of the first row's value. False when a changed
+    /// schema has outdated the plan: the statement must be prepared anew.
+    bool RefreshColumns(bool hasRow);
+    /// Runs a plan instead of the query, whose columns are known by now.
+    void Follow(SqlitePlan plan, SqliteStatementHandle planned);
     /// Frees the statement; the session is closing.
     void Drop() noexcept { handle_.reset(); }
 
 private:
+    int TimesPrepared() const noexcept;
     void ReadColumns(int count);
 
     SqliteStatementHandle handle_;
     std::string text_;
     std::size_t consumed_;
+    Purpose purpose_;
+    std::optional<SqlitePlan> plan_;
     std::vector<ColumnInfo> columns_;
     std::shared_ptr<const RowLayout> layout_;
     std::vector<int> untyped_;  // the columns whose type is that of the first row's value
@@ -61,7 +73,7 @@ public:
     static constexpr std::size_t kLongestText = 8192;
 
     /// The statement of that text, out of the cache; null when there is none.
-    std::unique_ptr<SqliteStatement> Take(std::string_view text);
+    std::unique_ptr<SqliteStatement> Take(std::string_view text, Purpose purpose);
     void Keep(std::unique_ptr<SqliteStatement> statement);
     void Clear() noexcept { entries_.clear(); }
 

@@ -1,0 +1,94 @@
+#include "ado/sql_scanner.hpp"
+
+#include <algorithm>
+
+namespace halvtiv::ado {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n\f\v";
+
+constexpr char LowerAscii(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+constexpr bool IsDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
+
+constexpr bool IsWordCharacter(char c) noexcept {
+    const char lower = LowerAscii(c);
+    return (lower >= 'a' && lower <= 'z') || IsDigit(c) || c == '_' || c == '$' || c == '#' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+constexpr char ClosingQuote(char open) noexcept {
+    return open == '[' ? ']' : open;
+}
+
+}  // namespace
+
+bool SqlToken::IsWord(std::string_view lowerCase) const {
+    return kind == Kind::Word && std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
+                                            [](char left, char right) { return LowerAscii(left) == right; });
+}
+
+std::string SqlToken::Name() const {
+    if (kind != Kind::QuotedName) return std::string(text);
+    const char close = ClosingQuote(text.front());
+    std::string name;
+    for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+        name += text[i];
+        if (text[i] == close) ++i;  // a doubled quote stands for one
+    }
+    return name;
+}
+
+SqlToken SqlScanner::Next() {
+    SkipBlanksAndComments();
+    if (position_ >= text_.size()) return {SqlToken::Kind::End, {}, text_.size()};
+    const std::size_t begin = position_;
+    const char first = text_[begin];
+    auto kind = SqlToken::Kind::Symbol;
+    if (first == '\'') {
+        kind = SqlToken::Kind::String;
+        position_ = EndOfQuoted(begin, first);
+    } else if (first == '"' || first == '`' || first == '[') {
+        kind = SqlToken::Kind::QuotedName;
+        position_ = EndOfQuoted(begin, ClosingQuote(first));
+    } else if (IsWordCharacter(first)) {
+        kind = IsDigit(first) ? SqlToken::Kind::Number : SqlToken::Kind::Word;
+        while (position_ < text_.size() && IsWordCharacter(text_[position_])) ++position_;
+    } else {
+        ++position_;
+    }
+    return {kind, text_.substr(begin, position_ - begin), begin};
+}
+
+void SqlScanner::SkipBlanksAndComments() {
+    for (;;) {
+        position_ = std::min(text_.find_first_not_of(kBlanks, position_), text_.size());
+        const auto rest = text_.substr(position_);
+        if (rest.starts_with("--")) {
+            position_ = std::min(text_.find('\n', position_), text_.size());
+        } else if (rest.starts_with("/*")) {
+            const auto end = text_.find("*/", position_ + 2);
+            position_ = end == std::string_view::npos ? text_.size() : end + 2;
+        } else {
+            return;
+        }
+    }
+}
+
+std::size_t SqlScanner::EndOfQuoted(std::size_t begin, char close) const {
+    for (std::size_t i = begin + 1; i < text_.size(); ++i) {
+        if (text_[i] != close) continue;
+        if (i + 1 < text_.size() && text_[i + 1] == close) {
+            ++i;
+        } else {
+            return i + 1;
+        }
+    }
+    return text_.size();
+}
+
+}  // namespace halvtiv::ado

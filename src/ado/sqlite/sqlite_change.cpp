@@ -1,0 +1,184 @@
+// Changes of single rows, their long values in pieces.
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <list>
+#include <string>
+
+#include <vector>
+
+#include "ado/change_text.hpp"
+#include "ado/errors.hpp"
+#include "ado/sql_scanner.hpp"
+#include "ado/sqlite/sqlite_blob.hpp"
+#include "ado/sqlite/sqlite_session.hpp"
+#include "platform/run_time_error.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+// Smaller values are written with their row: that costs less, and whatever looks at the row sees them.
+constexpr std::int64_t kWrittenInPieces = std::int64_t{1} << 20;
+
+bool IsWrittenInPieces(const Parameter& parameter) {
+    return parameter.source && parameter.value.kind == CellKind::Blob &&
+           parameter.source->Size() > kWrittenInPieces;
+}
+
+std::string PlainName(std::string_view quoted) {
+    return SqlScanner(quoted).Next().Name();
+}
+
+/// The values of a statement in its places; it gives them up again when this object goes.
+class BoundValues {
+public:
+    BoundValues(SqliteSession& session, sqlite3_stmt* statement) : session_(session), statement_(statement) {}
+    ~BoundValues() { sqlite3_clear_bindings(statement_); }
+    BoundValues(const BoundValues&) = delete;
+    BoundValues& operator=(const BoundValues&) = delete;
+
+    void Bind(int place, const Parameter& parameter, bool inPieces) {
+        const int status = inPieces && IsWrittenInPieces(parameter)
+                               ? sqlite3_bind_zeroblob64(
+                                     statement_, place, static_cast<sqlite3_uint64>(parameter.source->Size()))
+                               : BindValue(place, parameter);
+        if (status != SQLITE_OK) RaiseSqliteError(session_.Database(), status);
+    }
+
+private:
+    int BindValue(int place, const Parameter& parameter) {
+        const CellValue& value = parameter.value;
+        switch (value.kind) {
+            case CellKind::Integer:
+                return sqlite3_bind_int64(statement_, place, value.integer);
+            case CellKind::Double:
+                return sqlite3_bind_double(statement_, place, value.number);
+            case CellKind::Text:
+            case CellKind::Blob:
+                return BindText(place, value.kind,
+                                parameter.source ? WholeOf(*parameter.source) : value.text);
+            default:
+                return sqlite3_bind_null(statement_, place);
+        }
+    }
+
+    int BindText(int place, CellKind kind, std::string_view text) {
+        const char* const bytes = text.empty() ? "" : text.data();
+        return kind == CellKind::Text
+                   ? sqlite3_bind_text64(statement_, place, bytes, text.size(), SQLITE_STATIC, SQLITE_UTF8)
+                   : sqlite3_bind_blob64(statement_, place, bytes, text.size(), SQLITE_STATIC);
+    }
+
+    std::string_view WholeOf(ByteSource& source) {
+        const auto size = source.Size();
+        if (size > sqlite3_limit(session_.Database(), SQLITE_LIMIT_LENGTH, -1)) {
+            throw MakeProviderError(AdoError::SqlError, "string or blob too big", kSqliteName);
+        }
+        std::string& whole = wholes_.emplace_back(static_cast<std::size_t>(size), '\0');
+        const std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(whole.data()), whole.size());
+        for (std::size_t read = 0; read < bytes.size();) {
+            session_.StopIfCancelled();
+            const auto piece =
+                bytes.subspan(read, std::min<std::size_t>(bytes.size() - read, kWrittenInPieces));
+            source.Read(static_cast<std::int64_t>(read), piece);
+            read += piece.size();
+        }
+        return whole;
+    }
+
+    SqliteSession& session_;
+    sqlite3_stmt* statement_;
+    std::list<std::string> wholes_;  // the values stay where they are
+};
+
+/// The id of the row that a change leaves; nothing where it is not known.
+std::optional<std::int64_t> RowIdAfter(const RowChange& change, const std::optional<std::int64_t>& newKey) {
+    if (change.kind == RowChange::Kind::Insert) return newKey;
+    const auto& table = *change.table;
+    const bool changesKey = std::any_of(change.values.begin(), change.values.end(), [&](const auto& value) {
+        return value.name == table.keyAlias || value.name == table.key.front().name;
+    });
+    if (!table.keyIsRowId || changesKey) return std::nullopt;
+    return change.conditions.front().value.integer;
+}
+
+}  // namespace
+
+RowChangeResult SqliteSession::Change(const RowChange& change) {
+    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    ReleaseReaders();
+    const bool hasLarge = std::any_of(change.values.begin(), change.values.end(), IsWrittenInPieces);
+    const auto& table = *change.table;
+    const bool inPieces = hasLarge && table.keyIsRowId &&
+                          (change.kind == RowChange::Kind::Insert || RowIdAfter(change, std::nullopt)) &&
+                          MayFillLater(database_.get(), table.schema, table.plainName);
+    if (inPieces) {
+        if (const auto result = ChangeInPieces(change)) return *result;
+    }
+    return RunChange(change, false);
+}
+
+RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces) {
+    const auto written = WriteChange(change, [](std::string& text, std::size_t) { text += '?'; });
+    const auto statement = Acquire(written.text, Purpose::Read);
+    BoundValues values(*this, statement->Handle());
+    int place = 0;
+    for (const auto* parameter : written.parameters) values.Bind(++place, *parameter, inPieces);
+    const auto changesBefore = TotalChanges();
+    Step(*statement);
+    RowChangeResult result;
+    result.affectedRows = TotalChanges() == changesBefore ? 0 : LastChanges();
+    sqlite3_reset(statement->Handle());
+    if (change.kind == RowChange::Kind::Insert && change.table->keyIsRowId) {
+        result.newKey = sqlite3_last_insert_rowid(database_.get());
+    }
+    return result;
+}
+
+// The row and its long values as one change. Nothing where the database does not let a column be filled that
+// way: one with an index on it.
+std::optional<RowChangeResult> SqliteSession::ChangeInPieces(const RowChange& change) {
+    const bool isOutermost = !InTransaction();
+    constexpr std::int32_t kLevel = 0;  // below those that a connection counts
+    if (isOutermost) {
+        Begin();
+    } else {
+        SetSavepoint(kLevel);
+    }
+    const auto undo = [&] {
+        if (isOutermost) {
+            Rollback();
+        } else if (InTransaction()) {
+            RollbackToSavepoint(kLevel);
+        }
+    };
+    RowChangeResult result;
+    try {
+        result = RunChange(change, true);
+        const auto rowId = RowIdAfter(change, result.newKey);
+        if (result.affectedRows > 0) {
+            for (const auto& value : change.values) {
+                if (!IsWrittenInPieces(value)) continue;
+                FillSqliteBlob(*this, *change.table, PlainName(value.name), rowId.value(), *value.source);
+            }
+        }
+    } catch (const ErrorInfo& error) {
+        undo();
+        const bool isIndexed = error.Description.starts_with("cannot open indexed column") ||
+                               error.Description.starts_with("cannot open foreign key column");
+        if (isIndexed) return std::nullopt;
+        throw;
+    } catch (...) {
+        undo();
+        throw;
+    }
+    if (isOutermost) {
+        Commit();
+    } else {
+        ReleaseSavepoint(kLevel);
+    }
+    return result;
+}
+
+}  // namespace halvtiv::ado
