@@ -331,7 +331,8 @@ std::string QuotedSqliteName(std::string_view name) {
         quoted += c;
         if (c == '"') quoted += c;
     }
-    return quoted + '"';
+    quoted += '"';
+    return quoted;
 }
 
 std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_view text,
