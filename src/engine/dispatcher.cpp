@@ -9,19 +9,27 @@ namespace halvtiv {
 
 namespace {
 
-/// The engine's last error as the result's entry for this call.
-void ReportError(const EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+bool HasConnection(EngineState& engine, LostConnection whenLost) {
+    if (engine.core.IsConnectionOK()) return true;
+    if (whenLost == LostConnection::Fail) {
+        RaiseEngineError("The connection was lost during the transaction.");
+    }
+    return engine.ReConnect({});
+}
+
+}  // namespace
+
+void ReportError(const EngineState& engine, const ZorbFunctionCall& call, ZorbFunctionResult& result) {
     const std::string source = engine.errors.Source().value_or(std::string());
     result.AddFunctionResult_Error(CallInside::Guid(call), engine.errors.Number(),
                                    platform::RepairXmlText(engine.errors.Description()),
                                    platform::RepairXmlText(source));
 }
 
-}  // namespace
-
-bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result,
+                            LostConnection whenLost) {
     const bool done = Guarded(engine.errors, false, [&] {
-        if (!engine.core.IsConnectionOK() && !engine.ReConnect({})) return false;
+        if (!HasConnection(engine, whenLost)) return false;
         const std::string& name = CallInside::Name(call);
         const BuiltInHandler handler = FindBuiltInHandler(name);
         if (handler == nullptr) RaiseEngineError("Function not implemented - " + name + ".");
