@@ -26,20 +26,23 @@ Environment:
 
 Exit status:
   0  done
-  1  something failed: the result holds an error, a definition did not load, output was not written
+  1  something failed: the result holds an error, a transaction was not done, a definition did not load,
+     output was not written
   2  nothing was run: wrong usage, an unreadable request, an unknown function, no connection
 
 'halvtiv COMMAND --help' tells more about a command.)";
 
 inline constexpr std::string_view kRunDescription =
-    "Runs the request in an XML file. The file is read by its byte order mark or declaration.";
+    "Runs the request in an XML file: a function call, or a transaction, whose calls are done together or\n"
+    "not at all. The file is read by its byte order mark or declaration.";
 
 inline constexpr std::string_view kCallDescription =
     "Calls a function, built-in or of a definition file, with values from the command line.";
 
 inline constexpr std::string_view kCallFooter = R"(Examples:
   halvtiv call public.getdata sql='select * from customers' --db shop.db
-  halvtiv call orders.bycustomer cust=C042 top=10 --defs shop.xml --db shop.db)";
+  halvtiv call orders.bycustomer cust=C042 top=10 --defs shop.xml --db shop.db
+  halvtiv call products.add --set name=Lamp --set-file photo=lamp.png --defs shop.xml --db shop.db)";
 
 inline constexpr std::string_view kRunFooter = R"(Examples:
   halvtiv run request.xml --db shop.db

@@ -219,10 +219,12 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     call.add_option("NAME", ignoredWord, "The function's name")->type_name("");
     std::vector<std::string> ignored;  // read with their order from the options themselves
     const SetOptions setOptions = {
-        call.add_option("--set", ignored, "A value for a column")
+        call.add_option("--set", ignored,
+                        "A value for a column of the row to write (may be given several times)")
             ->allow_extra_args(false)
             ->type_name("COLUMN=VALUE"),
-        call.add_option("--set-file", ignored, "A file whose content is the value for a column")
+        call.add_option("--set-file", ignored,
+                        "A file whose content is the value (may be given several times)")
             ->allow_extra_args(false)
             ->type_name("COLUMN=PATH")};
     AddSharedOptions(call, options);

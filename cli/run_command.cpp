@@ -3,6 +3,7 @@
 #include <halvtiv/halvtiv.hpp>
 #include <iostream>
 
+#include "call_request.hpp"
 #include "connection.hpp"
 #include "defs_command.hpp"
 #include "formats.hpp"
@@ -33,10 +34,18 @@ private:
     int depth_ = 0;
 };
 
-/// The name of the root element; "" when the text is no XML.
-std::string RootElement(std::string_view xml) {
+/// What a request looks like before it is run.
+struct RequestShape {
+    bool isXml = false;
+    bool isTransaction = false;
+};
+
+RequestShape LookAt(std::string_view requestXml) {
     RootName root;
-    return platform::ReadXmlText(xml, root) ? root.name : std::string();
+    RequestShape shape;
+    shape.isXml = platform::ReadXmlText(requestXml, root);
+    shape.isTransaction = root.name == "transaction";
+    return shape;
 }
 
 Format ChosenFormat(const Options& options) {
@@ -79,22 +88,51 @@ bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>&
     return complete;
 }
 
-ExitStatus Run(const Options& options, const std::string& requestXml) {
-    const std::string root = RootElement(requestXml);
-    if (root == "transaction") {
-        throw CommandError(ExitStatus::NotRun, "Transactions are not available in this version.");
+/// Whether the engine can make a call of one of its own functions of the transaction's first call. Without a
+/// connection, which is gone after this, nothing is run.
+bool FirstCallCompiles(ZorbDbAccessEngine& engine, const std::string& transactionXml) {
+    ZorbTransactionCall transaction;
+    transaction.Parse(transactionXml);
+    const ZorbFunctionCallPtr first = transaction.GetFunction(1);
+    std::string callXml, ignored;
+    if (!first || !first->Save(callXml)) return true;
+    engine.DisConnect();
+    return engine.RunFunction(callXml, ignored);
+}
+
+/// What the engine made of a request.
+struct Answer {
+    bool isDone = false;
+    std::string resultXml;
+    std::string reason;  // the engine's last error
+};
+
+/// Raises `CommandError` when nothing was run.
+Answer RunRequest(ZorbDbAccessEngine& engine, const std::string& requestXml, const RequestShape& shape) {
+    Answer answer;
+    answer.isDone = shape.isTransaction ? engine.RunTransaction(requestXml, answer.resultXml)
+                                        : engine.RunFunction(requestXml, answer.resultXml);
+    answer.reason = engine.GetLastError();
+    if (answer.isDone) return answer;
+    // A transaction ends with a result that has no error entry where a call could not be compiled.
+    const bool isUnknownCall = !answer.resultXml.empty() && !HoldsErrorEntry(answer.resultXml);
+    if (!shape.isTransaction || !shape.isXml || (isUnknownCall && !FirstCallCompiles(engine, requestXml))) {
+        throw CommandError(ExitStatus::NotRun, answer.reason);
     }
+    return answer;
+}
+
+ExitStatus Run(const Options& options, const std::string& requestXml) {
+    const RequestShape shape = LookAt(requestXml);
     Output output(options.output);
     ZorbDbAccessEngine engine;
     bool isGood = LoadDefinitions(engine, options.definitionFiles);
     // What cannot be read is left to the engine, which says why, without opening a database for it.
-    if (!root.empty()) Connect(engine, options.connection);
+    if (shape.isXml) Connect(engine, options.connection);
 
-    std::string resultXml;
-    if (!engine.RunFunction(requestXml, resultXml)) {
-        throw CommandError(ExitStatus::NotRun, engine.GetLastError());
-    }
-    if (const std::string reason = engine.GetLastError(); !reason.empty()) {
+    const auto [isDone, resultXml, reason] = RunRequest(engine, requestXml, shape);
+    isGood = isGood && isDone;
+    if (!reason.empty()) {
         std::cerr << reason << '\n';
         isGood = false;
     }
@@ -106,29 +144,6 @@ ExitStatus Run(const Options& options, const std::string& requestXml) {
     }
     WriteResult(options, resultXml, output);
     return isGood ? ExitStatus::Done : ExitStatus::Failed;
-}
-
-[[noreturn]] void RaiseLastError(const ZorbFunctionCall& call) {
-    throw CommandError(ExitStatus::NotRun, call.GetLastError());
-}
-
-/// The request that the options of `call` describe.
-std::string BuildRequest(const Options& options) {
-    ZorbFunctionCall call;
-    call.FunctionName(options.function);
-    for (const auto& [name, value] : options.parameters) {
-        if (call.AddParam(name, value) < 0) RaiseLastError(call);
-    }
-    if (!options.sets.empty()) {
-        const std::int32_t block = call.AddDataParam("data");
-        for (const SetOption& set : options.sets) {
-            const std::int32_t type = set.isFile ? QORV_COLUMN_FILE : QORV_COLUMN_DATA;
-            if (call.AddSubParam(block, set.column, set.value, type) < 0) RaiseLastError(call);
-        }
-    }
-    std::string xml;
-    if (!call.Save(xml)) RaiseLastError(call);
-    return xml;
 }
 
 }  // namespace

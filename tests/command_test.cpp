@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "call_request.hpp"
+#include "command_error.hpp"
 #include "connection.hpp"
 
 namespace {
@@ -182,6 +184,88 @@ TEST_F(CommandTest, CallBuildsTheRequest) {
     ExpectRefused("call item.byid --set $(printf 'a=\\377') id=9 word=" + options, "ZorbFunctionCall");
 }
 
+TEST(CallRequest, HoldsWhatTheCommandLineGivesInItsOrder) {
+    const char* arguments[] = {
+        "halvtiv", "call",  "--set-file=photo=dir/a=b.png", "--db",       "x.db",   "f",
+        "p=1",     "--set", "name= [Lamp, \"new\"] ",       "--set-file", "plan=p", "--set",
+        "name=",   "p=x=y", "--set=note=<a>\n--set"};
+    const auto parsed = halvtiv::cli::ParseCommandLine(std::size(arguments), arguments);
+    halvtiv::ZorbFunctionCall call;
+    ASSERT_TRUE(call.Parse(halvtiv::cli::BuildRequest(parsed.options))) << call.GetLastError();
+    EXPECT_EQ(call.FunctionName(), "f");
+    ASSERT_EQ(call.ParamCount(), 2);
+    EXPECT_EQ(call.GetParam(1) + "," + call.GetParam(2), "1,x=y");
+    ASSERT_EQ(call.DataParamCount(), 1);
+    EXPECT_EQ(call.GetDataParam(1)->Tag(), "data");
+    std::string items;
+    for (const auto& item : *call.GetDataParam(1)) {
+        items += item->Name + "|" + item->Value + "|" + std::to_string(item->DataType) + ";";
+    }
+    EXPECT_EQ(items, "photo|dir/a=b.png|1;name|[Lamp, \"new\"]|0;plan|p|1;name||0;note|<a>\n--set|0;");
+
+    const char* plain[] = {"halvtiv", "call", "f"};
+    ASSERT_TRUE(call.Parse(BuildRequest(halvtiv::cli::ParseCommandLine(3, plain).options)));
+    EXPECT_EQ(call.ParamCount() + call.DataParamCount(), 0);
+}
+
+TEST_F(CommandTest, TransactionsAreDoneOrSayWhyNot) {
+    const auto write = [this](const std::string& calls) {
+        Write("trans.xml",
+              "<?xml version='1.0'?><!-- --><transaction name='t' guid='T'>" + calls + "</transaction>");
+    };
+    const auto insert = [](const std::string& id) {
+        return Request("public.executesql", "insert into item (id) values (" + id + ")");
+    };
+    const std::string options = "run trans.xml --defs defs.xml --db shop.db --format ";
+    const auto count = [this] {
+        return Run("call public.getdata sql='select count(*) n from item' --db shop.db --format csv").out;
+    };
+    write(insert("1") + Request("public.getdata", "select 5 a"));
+    Outcome outcome = Run(options + "table");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "info: return 1\n\nEntry 2: G1\na\n-\n5\n(1 row)\n");
+    EXPECT_EQ(count(), "n\r\n3\r\n");
+
+    const std::string unknown = Request("no.such.function", "x");
+    const struct {
+        std::string calls;
+        int status;
+        std::string out;  // its beginning
+        std::string err;
+    } rows[] = {
+        {insert("2") + insert("1"), 1, "<result guid=\"T\" name=\"t\"><data guid=\"G1\" type=\"error\">",
+         "UNIQUE"},
+        {insert("2") + unknown, 1, "<result guid=\"T\" name=\"t\"/>", "Function not found"},
+        {unknown + insert("2"), 2, "", "ZorbDbAccessEngine:clsZorbXmlFunctionLibrary:Function not found"},
+        {Request("item.byid", "") + insert("2"), 2, "", "No value provided"},
+        {"<function name='public.executesql' guid='&#39;'/>", 1, "<result guid=\"T\" name=\"t\"/>",
+         "sql parameter missed"},
+        {Request("public.executesql",
+                 "pragma defer_foreign_keys=1;create table c (i references item(id));"
+                 "insert into c values (77)"),
+         1, "<result guid=\"T\" name=\"t\"><data guid=\"G1\" type=\"info\">", "FOREIGN KEY"},
+        {"", 0, "<result guid=\"T\" name=\"t\"/>", ""},
+        {"<function", 2, "", "Failed to load Xml Transaction."},
+    };
+    for (const auto& row : rows) {
+        write(row.calls);
+        outcome = Run(options + "xml");
+        EXPECT_EQ(outcome.status, row.status) << row.calls;
+        EXPECT_TRUE(row.status == 2 ? outcome.out.empty() : outcome.out.starts_with(row.out)) << outcome.out;
+        EXPECT_TRUE(row.err.empty() ? outcome.err.empty() : Contains(outcome.err, row.err)) << outcome.err;
+        EXPECT_EQ(count(), "n\r\n3\r\n") << "all or nothing";
+    }
+
+    halvtiv::ado::Connection writer;
+    writer.Open("Provider=SQLite;Data Source=" + (folder_ / "shop.db").string());
+    writer.Execute("begin immediate");
+    write(insert("2"));
+    outcome = Run("run trans.xml --connection 'Provider=SQLite;Data Source=shop.db;Busy Timeout=50'");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_TRUE(Contains(outcome.err, "database is locked")) << outcome.err;
+}
+
 TEST_F(CommandTest, RequestsAreReadByTheirEncoding) {
     std::string utf16 = "\xFE\xFF";
     for (const char character : Request("public.getdata", "select 5 a"))
@@ -209,8 +293,6 @@ TEST_F(CommandTest, NothingRunsWithoutAGoodRequest) {
     ExpectRefused("call item.byid --defs defs.xml id=one word= --db shop.db", "number of the item");
     ExpectRefused("call item.byid --defs missing.xml id=1 --db shop.db", "missing.xml");
     ExpectRefused("call 'a\xFF' --db shop.db", "");
-    Write("trans.xml", "<transaction name='t'/>");
-    ExpectRefused("run trans.xml --db shop.db", "Transactions are not available in this version.");
 }
 
 TEST_F(CommandTest, NothingRunsWithoutADatabase) {

@@ -18,8 +18,11 @@ _halvtiv() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format | \
-                --set | --set-file) ((i++)) ;;
+            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format) ((i++)) ;;
+            --set | --set-file)
+                ((i++))
+                [[ ${COMP_WORDS[i + 1]} == = ]] && ((i += 2))  # COLUMN=VALUE comes in three words
+                ;;
             -*) ;;
             *)
                 if [[ -z $command ]]; then
@@ -32,6 +35,20 @@ _halvtiv() {
                 ;;
         esac
     done
+
+    local option=${COMP_WORDS[COMP_CWORD - (COMP_CWORD > 2 ? 3 : 0)]}
+    if [[ $current == = ]]; then
+        option=${COMP_WORDS[COMP_CWORD - 2]}
+        previous='='
+        current=''
+    fi
+    if [[ $previous == = ]]; then
+        if [[ $option == --set-file ]]; then
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        fi
+        return
+    fi
 
     case $previous in
         --db | --connection-file | --password-file | --defs | -o | --output)

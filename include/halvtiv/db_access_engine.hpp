@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include <halvtiv/ado.hpp>
+#include <halvtiv/column_data_items.hpp>
 #include <halvtiv/data_exporter.hpp>
 #include <halvtiv/export.hpp>
 
@@ -60,6 +61,18 @@ public:
     /// values. Guarded.
     bool RunFunction(std::string_view sFunctionXml, std::string& sResultXml);
 
+    /// Runs the calls of a transaction in order, all or nothing, and hands over their results, merged into
+    /// one under the transaction's name and GUID, as XML text. The first call that fails ends it: everything
+    /// is rolled back and the text is that call's own result, with its error entry. Also false: a text that
+    /// cannot be read or a database transaction that cannot begin (the result is empty), and a call that
+    /// cannot be compiled (the result is a document without entries).
+    ///
+    /// A lost connection is opened again, where `ReConnectInterval` allows it, before the transaction begins,
+    /// not within it. A commit that fails leaves nothing done but the answer true: ask `GetLastError`. Within
+    /// a transaction that the caller has begun on the connection this one nests, and a run that fails before
+    /// it has begun one rolls back the caller's. Guarded.
+    bool RunTransaction(std::string_view sTransXml, std::string& sResultXml);
+
     /// Stops what runs on the connection: its statement, update or copy of a long value fails with number
     /// -2147217842, and the call ends as after any other failure. From any thread, as the only member;
     /// without a call under way it does nothing. Not guarded.
@@ -82,6 +95,27 @@ public:
     bool AddDataExporter(const IZorbDataExporterPtr& cExporter);
     /// The filter text of a file dialog for all registered exporters. Not guarded.
     std::string GetExportFileFilterString();
+
+    // Calls without XML: the function by its name, a parameter for each item's name and value; null means
+    // none. Each answers whether the function succeeded; its error is the last error. All are guarded.
+
+    /// Runs a function with a "data" block: XML text whose root holds a "col" a column; with a blank text,
+    /// without a block.
+    bool SimpleAddDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                           std::string_view sDataXml);
+    /// The same.
+    bool SimpleUpdateDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                              std::string_view sDataXml);
+    /// Runs a function that reads. sOutput is XML text: the first row, as a "row" of "col"s, in item form,
+    /// the whole entry otherwise; "" when there is no row.
+    bool SimpleGetDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                           std::string& sOutput, bool bItemForm);
+    /// Runs a function of which only the success counts.
+    bool SimpleDeleteDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams);
+    /// Runs any function. sOutput, where given, becomes XML text: row 1 as it stands in the result, or "",
+    /// in item form, the whole entry otherwise; a failure leaves it as it was.
+    bool SimpleExecuteSQL(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                          std::string* sOutput = nullptr, bool bItemForm = false);
 
 private:
     struct Impl;

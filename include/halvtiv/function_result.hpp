@@ -75,6 +75,9 @@ public:
     bool Save(std::string& xml);
     /// `Save` to a file (UTF-8), which appears under its name only when it is complete.
     bool SaveToFile(std::string_view path);
+    /// Appends copies of all entries of another result, which stays as it is. Keys are not compared: where
+    /// both have one, look-ups find the earlier entry. Merging a result with itself doubles its entries.
+    bool MergeResult(ZorbFunctionResult& other);
     /// Replaces the document by an XML text. "Failed to load Xml Param."
     bool Parse(std::string_view xml);
 

@@ -11,3 +11,4 @@
 #include <halvtiv/error_info.hpp>         // IWYU pragma: export
 #include <halvtiv/function_call.hpp>      // IWYU pragma: export
 #include <halvtiv/function_result.hpp>    // IWYU pragma: export
+#include <halvtiv/transaction_call.hpp>   // IWYU pragma: export

@@ -34,6 +34,10 @@ struct ConnectionInside {
     static void UseCancelSwitch(Connection& connection, std::shared_ptr<CancelSwitch> cancel) {
         connection.impl_->cancel = std::move(cancel);
     }
+    /// Whether the database has a transaction open on it, whoever began it.
+    static bool InTransaction(const Connection& connection) {
+        return connection.impl_->IsOpen() && connection.impl_->session->InTransaction();
+    }
 };
 
 }  // namespace halvtiv::ado

@@ -111,6 +111,10 @@ bool clsZorbTivCore::ExecuteSQL(std::string_view sql, std::string_view /*reserve
     });
 }
 
+bool clsZorbTivCore::InTransaction() const {
+    return connection_ && ado::ConnectionInside::InTransaction(*connection_);
+}
+
 bool clsZorbTivCore::BeginTrans() {
     return Succeeds(errors_, [&] { RequireConnection().BeginTrans(); });
 }

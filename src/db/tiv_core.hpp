@@ -18,8 +18,8 @@ namespace halvtiv {
 
 /// Does the engine's database work, over the one connection that it holds.
 ///
-/// Guarded as all classes, but for `IsConnectionOK`, `DisConnect`, `GetDatabaseConnection`, `Cancel` and
-/// `ForgetCancel`. It never reconnects by itself.
+/// Guarded as all classes, but for `IsConnectionOK`, `DisConnect`, `GetDatabaseConnection`,
+/// `InTransaction`, `Cancel` and `ForgetCancel`. It never reconnects by itself.
 class clsZorbTivCore {
 public:
     /// Whether there is a connection and it is not closed.
@@ -79,6 +79,8 @@ public:
     void Cancel() noexcept { cancelSwitch_->Throw(); }
     void ForgetCancel() noexcept { cancelSwitch_->Forget(); }
 
+    /// Whether the database has a transaction open. Not guarded.
+    bool InTransaction() const;
     bool BeginTrans();
     bool CommitTrans();
     bool RollbackTrans();

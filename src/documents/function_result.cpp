@@ -228,6 +228,16 @@ bool ZorbFunctionResult::SaveToFile(std::string_view path) {
     return Succeeds(impl_->errors, [&] { SaveXmlFile(impl_->content->ToText(), path); });
 }
 
+bool ZorbFunctionResult::MergeResult(ZorbFunctionResult& other) {
+    return Succeeds(impl_->errors,
+                    [&] { impl_->content->AppendEntries(other.impl_->content->CopyEntries()); });
+}
+
+bool ResultHandOver::Merge(ZorbFunctionResult& result, ZorbFunctionResult& other) {
+    return Succeeds(result.impl_->errors,
+                    [&] { result.impl_->content->AppendEntries(other.impl_->content->TakeEntries()); });
+}
+
 bool ZorbFunctionResult::Parse(std::string_view xml) {
     return Succeeds(
         impl_->errors,

@@ -49,6 +49,13 @@ public:
     virtual bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) = 0;
     virtual void RemoveEntries(std::string_view guid) = 0;
     virtual void AppendEntry(ResultEntry entry) = 0;
+    /// Appends all of them or, when it fails, none.
+    virtual void AppendEntries(std::vector<ResultEntry> entries) = 0;
+
+    /// The entries, in document order.
+    virtual std::vector<ResultEntry> CopyEntries() const = 0;
+    /// The same for a content that is thrown away afterwards: without a copy where that can be.
+    virtual std::vector<ResultEntry> TakeEntries() = 0;
 
     /// Appends the document's markup to a string that it reserves first.
     virtual void CopyTo(std::string& xml) const = 0;

@@ -5,12 +5,11 @@
 #include <utility>
 
 #include "documents/item_xml.hpp"
+#include "documents/markup_writer.hpp"
 #include "documents/result_content.hpp"
 #include "documents/row_index.hpp"
 #include "platform/number.hpp"
-#include "platform/run_time_error.hpp"
 #include "platform/xml_reader.hpp"
-#include "platform/xml_writer.hpp"
 
 namespace halvtiv {
 
@@ -119,6 +118,43 @@ public:
         } catch (...) {
             children_.pop_back();
             throw;
+        }
+    }
+
+    std::vector<ResultEntry> CopyEntries() const override {
+        std::vector<ResultEntry> entries;
+        for (const Child& child : children_) {
+            if (!child.isEntry) continue;
+            ResultEntry& copy = entries.emplace_back();
+            copy.attributes = child.entry.attributes;
+            copy.content = TextBuffer(child.entry.content.Size());
+            copy.content.Append(child.entry.content);
+        }
+        return entries;
+    }
+
+    std::vector<ResultEntry> TakeEntries() override {
+        std::vector<ResultEntry> entries;
+        entries.reserve(children_.size());
+        byKey_.clear();
+        for (Child& child : children_) {
+            if (child.isEntry) entries.push_back(std::move(child.entry));
+        }
+        children_.remove_if([](const Child& child) { return child.isEntry; });
+        return entries;
+    }
+
+    void AppendEntries(std::vector<ResultEntry> entries) override {
+        if (entries.empty()) return;
+        std::list<Child> added;
+        for (ResultEntry& entry : entries) added.emplace_back().entry = std::move(entry);
+        const auto first = added.begin();
+        children_.splice(children_.end(), added);
+        if (byKey_.empty()) return;
+        try {
+            for (auto child = first; child != children_.end(); ++child) AddToIndex(*child);
+        } catch (...) {
+            byKey_.clear();  // it is made again when somebody looks something up
         }
     }
 
@@ -272,12 +308,7 @@ public:
             entry.attributes.reserve(attributes.size());
             for (const auto& [key, value] : attributes) entry.attributes.emplace_back(key, value);
         } else {
-            TextBuffer& xml = BeginNode();
-            xml.Append('<');
-            xml.Append(name);
-            for (const auto& [key, value] : attributes) AppendAttribute(xml, key, value);
-            xml.Append('>');
-            justOpened_ = true;
+            markup_.StartElement(BeginNode(), name, attributes);
         }
         ++depth_;
     }
@@ -289,35 +320,13 @@ public:
             inEntry_ = false;
             return;
         }
-        TextBuffer& xml = Current();
-        if (std::exchange(justOpened_, false)) {
-            xml.CutTo(xml.Size() - 1);
-            xml.Append("/>");
-        } else {
-            AppendEndTag(xml, name);
-        }
+        markup_.EndElement(Current(), name);
     }
 
-    void Text(std::string_view text) override {
-        if (!platform::AppendXmlElementText(BeginNode(), text)) {
-            platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);
-        }
-    }
-
-    void Comment(std::string_view text) override {
-        TextBuffer& xml = BeginNode();
-        xml.Append("<!--");
-        xml.Append(text);
-        xml.Append("-->");
-    }
-
+    void Text(std::string_view text) override { markup_.Text(BeginNode(), text); }
+    void Comment(std::string_view text) override { markup_.Comment(BeginNode(), text); }
     void ProcessingInstruction(std::string_view target, std::string_view data) override {
-        TextBuffer& xml = BeginNode();
-        xml.Append("<?");
-        xml.Append(target);
-        if (!data.empty()) xml.Append(' ');
-        xml.Append(data);
-        xml.Append("?>");
+        markup_.ProcessingInstruction(BeginNode(), target, data);
     }
 
 private:
@@ -336,14 +345,13 @@ private:
         const bool ofRoot = depth_ == 1;
         if (ofRoot && (content_.children_.empty() || content_.children_.back().isEntry)) NewChild(false);
         if (ofRoot || (depth_ == 2 && inEntry_)) Current().BeginRun();
-        justOpened_ = false;
         return Current();
     }
 
     TextContent& content_;
-    int depth_ = 0;            // elements open
-    bool inEntry_ = false;     // inside a "data" child of the root
-    bool justOpened_ = false;  // nothing came since a start tag
+    MarkupWriter markup_;
+    int depth_ = 0;         // elements open
+    bool inEntry_ = false;  // inside a "data" child of the root
 };
 
 }  // namespace

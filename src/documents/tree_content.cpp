@@ -84,6 +84,37 @@ public:
             RequireRoot().append_buffer(text.data(), text.size(), kTreeOptions, pugi::encoding_utf8));
     }
 
+    void AppendEntries(std::vector<ResultEntry> entries) override {
+        pugi::xml_node root = RequireRoot();
+        const pugi::xml_node last = root.last_child();
+        try {
+            for (ResultEntry& entry : entries) AppendEntry(std::move(entry));
+        } catch (...) {
+            while (root.last_child() != last) root.remove_child(root.last_child());
+            throw;
+        }
+    }
+
+    std::vector<ResultEntry> CopyEntries() const override {
+        std::vector<ResultEntry> entries;
+        for (const pugi::xml_node& element : document_->document_element().children("data")) {
+            ResultEntry& entry = entries.emplace_back();
+            for (const pugi::xml_attribute& attribute : element.attributes()) {
+                entry.attributes.emplace_back(attribute.name(), attribute.value());
+            }
+            for (const pugi::xml_node& child : element.children()) {
+                entry.content.BeginRun();
+                if (!platform::AppendXmlNode(entry.content, child)) {
+                    RaiseRunTimeError(RunTimeError::InvalidArgument);
+                }
+            }
+        }
+        if (!entries.empty()) ToText();  // refuses what is no XML
+        return entries;
+    }
+
+    std::vector<ResultEntry> TakeEntries() override { return CopyEntries(); }
+
     void CopyTo(std::string& xml) const override {
         const TextBuffer text = ToText();
         xml.reserve(xml.size() + text.Size());

@@ -3,12 +3,11 @@
 #include <utility>
 
 #include <halvtiv/connection_string.hpp>
-#include <halvtiv/function_call.hpp>
-#include <halvtiv/function_result.hpp>
 
-#include "documents/result_hand_over.hpp"
-#include "engine/dispatcher.hpp"
 #include "engine/engine_state.hpp"
+#include "engine/function_run.hpp"
+#include "engine/simple_calls.hpp"
+#include "engine/transaction_run.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/clock.hpp"
 
@@ -83,25 +82,11 @@ void ZorbDbAccessEngine::Cancel() {
 }
 
 bool ZorbDbAccessEngine::RunFunction(std::string_view sFunctionXml, std::string& sResultXml) {
-    impl_->core.ForgetCancel();
-    bool done = false;
-    Succeeds(
-        impl_->errors,
-        [&] {
-            ZorbFunctionCall call;
-            ZorbFunctionResult result;
-            const bool parsed = call.Parse(sFunctionXml);
-            sResultXml.clear();  // not before: the caller may give one text for both
-            if (!parsed) call.RaiseLastError();
-            CompileCall(*impl_, call);
-            ExecuteBuiltInFunction(*impl_, call, result);
-            done = true;  // a result that cannot be saved is the engine's last error, no failed call
-            if (!ResultHandOver::Save(result, sResultXml)) result.RaiseLastError();
-        },
-        [&] {
-            if (!done) sResultXml.clear();
-        });
-    return done;
+    return halvtiv::RunFunction(*impl_, sFunctionXml, sResultXml);
+}
+
+bool ZorbDbAccessEngine::RunTransaction(std::string_view sTransXml, std::string& sResultXml) {
+    return halvtiv::RunTransaction(*impl_, sTransXml, sResultXml);
 }
 
 bool ZorbDbAccessEngine::LoadFunctionDefs(std::string_view sFilename, std::string& sLoadLog) {
@@ -138,6 +123,31 @@ bool ZorbDbAccessEngine::AddDataExporter(const IZorbDataExporterPtr& cExporter) 
 
 std::string ZorbDbAccessEngine::GetExportFileFilterString() {
     return impl_->exporters.GetFileFilterString();
+}
+
+bool ZorbDbAccessEngine::SimpleAddDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                                           std::string_view sDataXml) {
+    return SimpleCall(*impl_, sFunction, cParams, sDataXml);
+}
+
+bool ZorbDbAccessEngine::SimpleUpdateDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                                              std::string_view sDataXml) {
+    return SimpleAddDataItem(sFunction, cParams, sDataXml);
+}
+
+bool ZorbDbAccessEngine::SimpleGetDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                                           std::string& sOutput, bool bItemForm) {
+    return SimpleGet(*impl_, sFunction, cParams, sOutput, bItemForm);
+}
+
+bool ZorbDbAccessEngine::SimpleDeleteDataItem(std::string_view sFunction,
+                                              const ZorbColumnDataItems* cParams) {
+    return SimpleCall(*impl_, sFunction, cParams);
+}
+
+bool ZorbDbAccessEngine::SimpleExecuteSQL(std::string_view sFunction, const ZorbColumnDataItems* cParams,
+                                          std::string* sOutput, bool bItemForm) {
+    return SimpleExecute(*impl_, sFunction, cParams, sOutput, bItemForm);
 }
 
 }  // namespace halvtiv

@@ -9,19 +9,28 @@ namespace halvtiv {
 
 namespace {
 
-/// The engine's last error as the result's entry for this call.
-void ReportError(const EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+bool HasConnection(EngineState& engine, RunsIn place) {
+    const bool isConnected = engine.core.IsConnectionOK();
+    if (place == RunsIn::Transaction) {
+        if (!isConnected) RaiseEngineError("The connection was lost during the transaction.");
+        if (!engine.core.InTransaction()) RaiseEngineError("The transaction was ended by one of its calls.");
+    }
+    return isConnected || engine.ReConnect({});
+}
+
+}  // namespace
+
+void ReportError(const EngineState& engine, const ZorbFunctionCall& call, ZorbFunctionResult& result) {
     const std::string source = engine.errors.Source().value_or(std::string());
     result.AddFunctionResult_Error(CallInside::Guid(call), engine.errors.Number(),
                                    platform::RepairXmlText(engine.errors.Description()),
                                    platform::RepairXmlText(source));
 }
 
-}  // namespace
-
-bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result,
+                            RunsIn place) {
     const bool done = Guarded(engine.errors, false, [&] {
-        if (!engine.core.IsConnectionOK() && !engine.ReConnect({})) return false;
+        if (!HasConnection(engine, place)) return false;
         const std::string& name = CallInside::Name(call);
         const BuiltInHandler handler = FindBuiltInHandler(name);
         if (handler == nullptr) RaiseEngineError("Function not implemented - " + name + ".");
