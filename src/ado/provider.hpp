@@ -127,6 +127,7 @@ struct RowChange {
     const ChangeTarget::Table* table = nullptr;
     std::vector<Parameter> values;      ///< what the row gets
     std::vector<Parameter> conditions;  ///< what it must hold
+    bool undoneByCaller = false;        ///< after a failure, the caller undoes more than this change
 };
 
 /// What came of it.
@@ -199,7 +200,7 @@ public:
 
     virtual std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) = 0;
 
-    /// Writes one row of a table, whole or not at all.
+    /// Writes one row of a table, whole or not at all, unless the caller undoes what a failure leaves.
     virtual RowChangeResult Change(const RowChange& change) = 0;
 
     /// False when the database has dropped the connection.

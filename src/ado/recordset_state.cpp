@@ -47,8 +47,19 @@ std::int32_t RecordsetState::RowWidth() const {
     return target_ ? target_->width : static_cast<std::int32_t>(cursor_->Columns().size());
 }
 
-std::unique_ptr<RowSpool> RecordsetState::NewSpool() {
+std::unique_ptr<RowSpool> RecordsetState::NewSpool() const {
     return std::make_unique<RowSpool>(cursor_->Columns(), RowWidth(), cursor_->Deferred());
+}
+
+void RecordsetState::PassOnce(std::vector<std::int32_t> columns) {
+    kept_.reset();
+    if (!target_) return;
+    for (const auto& table : target_->tables) {
+        for (const auto& part : table.key) columns.push_back(part.column);
+    }
+    std::sort(columns.begin(), columns.end());
+    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+    needed_ = std::move(columns);
 }
 
 RowSource& RecordsetState::StoredRow() {
@@ -186,6 +197,7 @@ void RecordsetState::RequireTarget() const {
 void RecordsetState::ReadAhead() {
     if (ahead_) return;
     auto rows = NewSpool();
+    if (needed_) rows->KeepOnly(*needed_);
     if (!cursorEnded_) {
         do {
             rows->Append(*cursor_);
@@ -203,6 +215,7 @@ RowEditor& RecordsetState::Edit() {
         if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
         ReadAhead();
         editor_.emplace(*session_, *target_, cursor_->Columns(), &StoredRow());
+        if (undoneTogether_) editor_->UndoneTogether();
     }
     if (deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
     ++rowSerial_;
@@ -247,6 +260,8 @@ void RecordsetState::FinishCursor() {
     ahead_.reset();
     kept_.reset();
     target_.reset();
+    needed_.reset();
+    undoneTogether_ = false;
     replaying_ = onAhead_ = onFirstRow_ = deleted_ = parked_ = false;
     atEnd_ = hasNoRows_ = cursorEnded_ = started_ = true;
     const auto cursor = std::exchange(cursor_, nullptr);

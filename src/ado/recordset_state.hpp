@@ -50,8 +50,11 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
 
     // Changing. Each raises -2146825037 where the rows cannot be changed.
 
-    /// Keeps no rows for `MoveFirst`: who changes row after row goes this way only once.
-    void KeepNoRows() noexcept { kept_.reset(); }
+    /// For who changes row after row and goes this way only once: keeps no rows for `MoveFirst`. Once the
+    /// rows have been read ahead, only the given columns of them, and the key, have values.
+    void PassOnce(std::vector<std::int32_t> columns);
+    /// Whoever changes rows here undoes all changes after a failure: none needs to be undone by itself.
+    void UndoneTogether() noexcept { undoneTogether_ = true; }
     /// The current row to assign to; raises -2146825267 when there is none.
     RowEditor& Edit();
     void AddNew();
@@ -90,7 +93,7 @@ private:
     /// Runs the query up to its first row.
     void Start();
     void FinishCursor();
-    std::unique_ptr<RowSpool> NewSpool();
+    std::unique_ptr<RowSpool> NewSpool() const;
     /// The row below what has been assigned to it.
     RowSource& StoredRow();
     std::int32_t RowWidth() const;
@@ -119,11 +122,13 @@ private:
     std::unique_ptr<RowSpool> kept_;  // the rows that have passed, unless forward-only
     bool replaying_ = false;          // the current row is one of those kept; only without changes
 
-    std::shared_ptr<const ChangeTarget> target_;  // null where rows cannot be changed
-    std::unique_ptr<RowSpool> ahead_;             // rows that come before the cursor's next
-    bool onAhead_ = false;                        // the current row is one of those
-    std::optional<RowEditor> editor_;             // of the current row, once it is assigned to
-    bool deleted_ = false;                        // the current row is
+    std::shared_ptr<const ChangeTarget> target_;       // null where rows cannot be changed
+    std::optional<std::vector<std::int32_t>> needed_;  // the columns to read ahead; nothing: all
+    bool undoneTogether_ = false;
+    std::unique_ptr<RowSpool> ahead_;  // rows that come before the cursor's next
+    bool onAhead_ = false;             // the current row is one of those
+    std::optional<RowEditor> editor_;  // of the current row, once it is assigned to
+    bool deleted_ = false;             // the current row is
 
     ado::Fields fields_{*this};
     std::vector<std::unique_ptr<Field>> fieldsMade_;

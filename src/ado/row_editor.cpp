@@ -116,6 +116,7 @@ void RowEditor::Update() {
         change.values.push_back(
             MakeParameter(target_.columns[Index(column)].name, edited.cell.View(), edited.source.get()));
     }
+    change.undoneByCaller = undoneTogether_;
     AppendConditions(change, true);
     if (session_.Change(change).affectedRows == 0) RaiseAdoError(AdoError::RowChanged);
     // The key that was added to the row does not follow a change of the column behind it.

@@ -30,6 +30,9 @@ public:
     void AssignSource(std::int32_t column, std::shared_ptr<ByteSource> source);
     void AppendChunk(std::int32_t column, std::span<const std::uint8_t> bytes);
 
+    /// A failure of `Write` need not undo the row's change: the caller does.
+    void UndoneTogether() noexcept { undoneTogether_ = true; }
+
     bool IsNew() const noexcept { return isNew_; }
     /// Whether there is anything that `Write` would write; a new row always has.
     bool HasChanges() const noexcept { return !pending_.empty() || (isNew_ && !written_); }
@@ -70,6 +73,7 @@ private:
     std::span<const ColumnInfo> columns_;
     RowSource* below_;
     bool isNew_;
+    bool undoneTogether_ = false;
     bool written_ = false;    // a new row that is in the database
     bool keyIsKnown_ = true;  // false after a change that may have given the row another key
     EditedCells pending_;     // assigned since the last `Write`

@@ -58,6 +58,7 @@ RowSpool::RowSpool(std::span<const ColumnInfo> columns, std::int32_t width,
     }
     isLong_.resize(cells_.size());
     types_.resize(cells_.size());
+    for (std::size_t i = 0; i < cells_.size(); ++i) columns_.push_back(static_cast<std::int32_t>(i));
 }
 
 bool RowSpool::IsDeferred(std::int32_t column) const {
@@ -70,13 +71,11 @@ bool RowSpool::IsKeptApart(std::size_t column) const {
 
 void RowSpool::Append(RowSource& row) {
     short_.clear();
-    for (std::size_t i = 0; i < cells_.size(); ++i) {
-        const auto column = static_cast<std::int32_t>(i);
-        auto& cell = cells_[i];
-        cell = {};
-        if (isLong_[i]) {
-            if (row.IsNull(column)) continue;
-            cell = {CellKind::Blob, row.Size(column)};
+    stored_.clear();
+    for (const auto column : columns_) {
+        auto& cell = stored_.emplace_back();
+        if (isLong_[Index(column)]) {
+            if (!row.IsNull(column)) cell = {CellKind::Blob, row.Size(column)};
             continue;
         }
         const auto value = row.Value(column);
@@ -86,41 +85,47 @@ void RowSpool::Append(RowSource& row) {
         cell.size = static_cast<std::int64_t>(bytes.size());
         short_ += bytes;
     }
-    Store({reinterpret_cast<const char*>(cells_.data()), cells_.size() * sizeof(Cell)});
+    Store({reinterpret_cast<const char*>(stored_.data()), stored_.size() * sizeof(Cell)});
     Store(short_);
-    std::vector<std::uint8_t> piece;
-    for (std::size_t i = 0; i < cells_.size(); ++i) {
-        if (!isLong_[i]) continue;
-        piece.resize(kPieceSize);
-        for (std::int64_t offset = 0; offset < cells_[i].size;) {
-            const auto count = row.Read(static_cast<std::int32_t>(i), offset, piece);
-            if (count == 0) RaiseAdoError(AdoError::Unspecified);
-            Store({reinterpret_cast<const char*>(piece.data()), count});
-            offset += static_cast<std::int64_t>(count);
-        }
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        if (isLong_[Index(columns_[i])]) StoreLong(row, columns_[i], stored_[i].size);
     }
     rowsEnd_ = nextRow_ = size_;
 }
 
+void RowSpool::StoreLong(RowSource& row, std::int32_t column, std::int64_t size) {
+    std::vector<std::uint8_t> piece(kPieceSize);
+    for (std::int64_t offset = 0; offset < size;) {
+        const auto count = row.Read(column, offset, piece);
+        if (count == 0) RaiseAdoError(AdoError::Unspecified);
+        Store({reinterpret_cast<const char*>(piece.data()), count});
+        offset += static_cast<std::int64_t>(count);
+    }
+}
+
 bool RowSpool::Next() {
     if (nextRow_ == rowsEnd_) return false;
-    Load(nextRow_, cells_.data(), cells_.size() * sizeof(Cell));
-    nextRow_ += cells_.size() * sizeof(Cell);
+    stored_.resize(columns_.size());
+    Load(nextRow_, stored_.data(), stored_.size() * sizeof(Cell));
+    nextRow_ += stored_.size() * sizeof(Cell);
 
     std::uint64_t shortSize = 0;
-    for (std::size_t i = 0; i < cells_.size(); ++i) {
-        if (isLong_[i]) continue;
-        offsets_[i] = shortSize;
-        shortSize += static_cast<std::uint64_t>(cells_[i].size);
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        const auto column = Index(columns_[i]);
+        cells_[column] = stored_[i];
+        if (isLong_[column]) continue;
+        offsets_[column] = shortSize;
+        shortSize += static_cast<std::uint64_t>(stored_[i].size);
     }
     short_.resize(shortSize);
     Load(nextRow_, short_.data(), short_.size());
     nextRow_ += shortSize;
 
-    for (std::size_t i = 0; i < cells_.size(); ++i) {
-        if (!isLong_[i]) continue;
-        offsets_[i] = nextRow_;
-        nextRow_ += static_cast<std::uint64_t>(cells_[i].size);
+    for (const auto kept : columns_) {
+        const auto column = Index(kept);
+        if (!isLong_[column]) continue;
+        offsets_[column] = nextRow_;
+        nextRow_ += static_cast<std::uint64_t>(cells_[column].size);
     }
     return true;
 }

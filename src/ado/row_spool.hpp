@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ado/cell_text.hpp"
@@ -28,6 +29,8 @@ public:
     RowSpool(std::span<const ColumnInfo> columns, std::int32_t width,
              std::shared_ptr<DeferredValues> deferred, std::size_t memoryBound = kMemoryBound);
 
+    /// Keeps only these columns; the others are null in the rows that come out. Before the first row.
+    void KeepOnly(std::vector<std::int32_t> columns) { columns_ = std::move(columns); }
     /// Keeps the row that is current there. Long columns are copied piece by piece.
     void Append(RowSource& row);
     /// Stands before the first row.
@@ -48,13 +51,15 @@ private:
     };
 
     void Store(std::string_view bytes);
+    void StoreLong(RowSource& row, std::int32_t column, std::int64_t size);
     void Load(std::uint64_t offset, void* bytes, std::size_t count);
     bool IsDeferred(std::int32_t column) const;
     /// Whether the cell's bytes lie behind those of the short ones.
     bool IsKeptApart(std::size_t column) const;
 
-    std::vector<std::int32_t> types_;  // of the visible columns
-    std::vector<bool> isLong_;         // not so where they are deferred
+    std::vector<std::int32_t> columns_;  // those that are kept, in the order in which they are
+    std::vector<std::int32_t> types_;    // of the visible columns
+    std::vector<bool> isLong_;           // not so where they are deferred
     std::shared_ptr<DeferredValues> deferred_;
     std::size_t memoryBound_;
     // The store: one run of bytes whose front is in memory and whose rest is in the file.
@@ -65,7 +70,8 @@ private:
     std::uint64_t nextRow_ = 0;
 
     // The row that is read or written.
-    std::vector<Cell> cells_;
+    std::vector<Cell> stored_;            // of the columns that are kept
+    std::vector<Cell> cells_;             // of all
     std::vector<std::uint64_t> offsets_;  // in `short_`, or in the store for a long column
     std::string short_;                   // the values of the columns that are not long
     std::string wholeValue_;              // a long column's, when it is asked for as a whole

@@ -72,6 +72,8 @@ std::int32_t clsZorbTivCore::SetBinaryData(std::string_view sql, std::string_vie
             auto& rows = ado::RecordsetState::Of(recordset);
             Require(!rows.AtEnd(), "Specified data not found.");
             const std::int32_t column = RequireColumn(rows, fieldName);
+            rows.PassOnce({column});
+            rows.UndoneTogether();
             const std::int32_t count = ForEachRow(rows, [&] {
                 if (filePath.empty()) {
                     AssignNull(rows, column);
@@ -95,6 +97,7 @@ std::int32_t clsZorbTivCore::DeleteBinaryData(std::string_view sql, std::string_
         const ado::RecordsetPtr recordset = OpenToChange(sql);
         auto& rows = ado::RecordsetState::Of(recordset);
         const std::int32_t column = RequireColumn(rows, fieldName);
+        rows.PassOnce({column});
         return InOneCommit(RequireConnection(), [&] {
             const std::int32_t count = ForEachRow(rows, [&] {
                 AssignNull(rows, column);

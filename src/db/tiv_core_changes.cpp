@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "ado/errors.hpp"
 #include "db/row_loops.hpp"
@@ -57,7 +58,6 @@ void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view
 ado::RecordsetPtr clsZorbTivCore::OpenToChange(std::string_view sql) const {
     auto recordset = std::make_shared<ado::Recordset>();
     recordset->Open(sql, connection_, ado::adOpenDynamic, ado::adLockOptimistic);
-    ado::RecordsetState::Of(recordset).KeepNoRows();
     return recordset;
 }
 
@@ -121,6 +121,9 @@ std::int32_t clsZorbTivCore::UpdateRows(ado::RecordsetState& rows, const ZorbCol
     if (rows.AtEnd()) return 0;
     if (items == nullptr) platform::RaiseRunTimeError(platform::RunTimeError::ObjectNotSet);
     const Assignments assignments = Match(rows, *items);
+    std::vector<std::int32_t> columns;
+    for (const Assignment& assignment : assignments) columns.push_back(assignment.column);
+    rows.PassOnce(std::move(columns));
     const std::int32_t addTo = addColumn.empty() ? kNoColumn : FindColumn(rows, addColumn);
     return ForEachRow(rows, [&] {
         AssignAll(rows, assignments, addTo);
@@ -168,6 +171,7 @@ std::int32_t clsZorbTivCore::DeleteData(std::string_view sql) {
         const ado::RecordsetPtr recordset = OpenToChange(sql);
         return InOneCommit(RequireConnection(), [&] {
             auto& rows = ado::RecordsetState::Of(recordset);
+            rows.PassOnce({});
             const std::int32_t count = ForEachRow(rows, [&rows] { rows.Delete(); });
             recordset->Close();
             return count;

@@ -108,15 +108,17 @@ std::optional<std::int64_t> RowIdAfter(const RowChange& change, const std::optio
 RowChangeResult SqliteSession::Change(const RowChange& change) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     ReleaseReaders();
-    const bool hasLarge = std::any_of(change.values.begin(), change.values.end(), IsWrittenInPieces);
     const auto& table = *change.table;
-    const bool inPieces = hasLarge && table.keyIsRowId &&
-                          (change.kind == RowChange::Kind::Insert || RowIdAfter(change, std::nullopt)) &&
-                          MayFillLater(database_.get(), table.schema, table.plainName);
-    if (inPieces) {
-        if (const auto result = ChangeInPieces(change)) return *result;
+    const bool rowIdIsKnown =
+        table.keyIsRowId && (change.kind == RowChange::Kind::Insert || RowIdAfter(change, std::nullopt));
+    bool hasLarge = false;
+    bool mayFillLater = rowIdIsKnown;
+    for (const auto& value : change.values) {
+        if (!mayFillLater || !IsWrittenInPieces(value)) continue;
+        hasLarge = true;
+        mayFillLater = MayFillLater(database_.get(), table.schema, table.plainName, PlainName(value.name));
     }
-    return RunChange(change, false);
+    return hasLarge && mayFillLater ? ChangeInPieces(change) : RunChange(change, false);
 }
 
 RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces) {
@@ -136,41 +138,36 @@ RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces)
     return result;
 }
 
-// The row and its long values as one change. Nothing where the database does not let a column be filled that
-// way: one with an index on it.
-std::optional<RowChangeResult> SqliteSession::ChangeInPieces(const RowChange& change) {
+// The row and its long values as one change.
+RowChangeResult SqliteSession::ChangeInPieces(const RowChange& change) {
+    const auto changeAndFill = [&] {
+        const auto result = RunChange(change, true);
+        if (result.affectedRows == 0) return result;
+        const auto rowId = RowIdAfter(change, result.newKey).value();
+        for (const auto& value : change.values) {
+            if (!IsWrittenInPieces(value)) continue;
+            FillSqliteBlob(*this, *change.table, PlainName(value.name), rowId, *value.source);
+        }
+        return result;
+    };
     const bool isOutermost = !InTransaction();
+    // A savepoint makes the database keep what the value replaces a second time.
+    if (!isOutermost && change.undoneByCaller) return changeAndFill();
     constexpr std::int32_t kLevel = 0;  // below those that a connection counts
     if (isOutermost) {
         Begin();
     } else {
         SetSavepoint(kLevel);
     }
-    const auto undo = [&] {
+    RowChangeResult result;
+    try {
+        result = changeAndFill();
+    } catch (...) {
         if (isOutermost) {
-            Rollback();
+            if (InTransaction()) Rollback();
         } else if (InTransaction()) {
             RollbackToSavepoint(kLevel);
         }
-    };
-    RowChangeResult result;
-    try {
-        result = RunChange(change, true);
-        const auto rowId = RowIdAfter(change, result.newKey);
-        if (result.affectedRows > 0) {
-            for (const auto& value : change.values) {
-                if (!IsWrittenInPieces(value)) continue;
-                FillSqliteBlob(*this, *change.table, PlainName(value.name), rowId.value(), *value.source);
-            }
-        }
-    } catch (const ErrorInfo& error) {
-        undo();
-        const bool isIndexed = error.Description.starts_with("cannot open indexed column") ||
-                               error.Description.starts_with("cannot open foreign key column");
-        if (isIndexed) return std::nullopt;
-        throw;
-    } catch (...) {
-        undo();
         throw;
     }
     if (isOutermost) {

@@ -347,8 +347,17 @@ std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_v
     return purpose == Purpose::Change ? planner.PlanJoin(text) : std::nullopt;
 }
 
-bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table) {
+bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table,
+                  const std::string& column) {
     const std::array names{schema, table};
+    const std::array allNames{schema, table, column};
+    SchemaQuery lookers(
+        database,
+        "select 1 from pragma_index_list(?2, ?1) as l, pragma_index_info(l.name, ?1) as i where i.name = ?3 "
+        "collate nocase union all select 1 from pragma_foreign_key_list(?2, ?1) where \"from\" = ?3 collate "
+        "nocase",
+        allNames);
+    if (lookers.Next()) return false;
     const auto source = QuotedSqliteName(schema) + ".sqlite_schema";
     SchemaQuery triggers(database,
                          ("select 1 from " + source +
@@ -360,7 +369,7 @@ bool MayFillLater(sqlite3* database, const std::string& schema, const std::strin
     if (triggers.Next()) return false;
     const auto facts = FactsOf(database, schema, table);
     if (std::any_of(facts.columns.begin(), facts.columns.end(),
-                    [](const TableColumn& column) { return column.isGenerated; })) {
+                    [](const TableColumn& other) { return other.isGenerated; })) {
         return false;
     }
     SchemaQuery texts(

@@ -38,8 +38,9 @@ std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_v
 /// A name as it stands in a statement.
 std::string QuotedSqliteName(std::string_view name);
 
-/// Whether a long value may be written into a row after the row itself: nothing looks at the column while it
+/// Whether a column's long value may be written into a row after the row itself: nothing looks at it while it
 /// does not hold its value yet.
-bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table);
+bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table,
+                  const std::string& column);
 
 }  // namespace halvtiv::ado

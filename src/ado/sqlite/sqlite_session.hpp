@@ -96,7 +96,7 @@ private:
     /// Runs what undoes work, however often that has been cancelled.
     void RunToUndo(const std::string& commandText);
     RowChangeResult RunChange(const RowChange& change, bool inPieces);
-    std::optional<RowChangeResult> ChangeInPieces(const RowChange& change);
+    RowChangeResult ChangeInPieces(const RowChange& change);
     [[noreturn]] void RaiseCancelled();
     void StartClock() noexcept;
     bool MustStop() noexcept;
