@@ -201,6 +201,11 @@ public:
     std::int64_t ActualSize();
     /// The value in the current record. Raises -2146825267 when there is none.
     Variant Value();
+    /// Whether that value is null.
+    bool IsNull();
+    /// What `Value().Text()` gives, without a copy: what reads whole tables reads them this way. Valid until
+    /// the next call on this recordset or its fields.
+    std::string_view Text();
     /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
     /// value is read from its start again after the record has changed.
     Bytes GetChunk(std::int64_t length);

@@ -66,6 +66,14 @@ Variant Field::Value() {
     return ValueOfCellText(row.Text(index_), Type());
 }
 
+bool Field::IsNull() {
+    return RowOf(*owner_).IsNull(index_);
+}
+
+std::string_view Field::Text() {
+    return RowOf(*owner_).Text(index_);
+}
+
 Bytes Field::GetChunk(std::int64_t length) {
     auto& row = RowOf(*owner_);
     if (length < 0) platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);

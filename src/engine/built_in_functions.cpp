@@ -15,8 +15,8 @@ struct BuiltIn {
 
 constexpr std::array kBuiltIns{
     BuiltIn{"public.getdata", BuiltIn_GetData},
-    BuiltIn{"public.getdatatofile", nullptr},
-    BuiltIn{"public.getdatatoexportfile", nullptr},
+    BuiltIn{"public.getdatatofile", BuiltIn_GetDataToFile},
+    BuiltIn{"public.getdatatoexportfile", BuiltIn_GetDataToExportFile},
     BuiltIn{"public.adddata", nullptr},
     BuiltIn{"public.updatedata", nullptr},
     BuiltIn{"public.deletedata", nullptr},
