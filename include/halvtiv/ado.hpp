@@ -203,8 +203,8 @@ public:
     Variant Value();
     /// Whether that value is null.
     bool IsNull();
-    /// What `Value().Text()` gives, without a copy: what reads whole tables reads them this way. Valid until
-    /// the next call on this recordset or its fields.
+    /// That value as text in the formats of `Variant::Text`, without a copy: the way to read whole tables.
+    /// Valid until the next call on this recordset or its fields.
     std::string_view Text();
     /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
     /// value is read from its start again after the record has changed.

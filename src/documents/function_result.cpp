@@ -259,8 +259,9 @@ bool ZorbFunctionResult::AddFunctionResult_ExportFile(std::string_view guid, ado
                               std::string table(exportOption);
                               if (exporter->ExportData(recordset, file, table, folder) >= 0) return;
                               exporter->RaiseLastError();
-                              // It has failed, even though it does not say why.
-                              Raise("Export failed.");
+                              // It has failed, even though it does not raise why.
+                              std::string words = exporter->GetLastError();
+                              Raise(words.empty() ? "Export failed." : std::move(words));
                           });
     });
 }
