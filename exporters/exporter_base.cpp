@@ -42,7 +42,8 @@ std::int32_t ExporterBase::ExportData(ado::RecordsetPtr& rsSrc, std::string& sFi
     lastError_.reset();
     const std::int64_t expected = std::exchange(expectedRows_, -1);
     try {
-        const ado::RecordsetPtr rows = rsSrc;  // stays, whatever an updater does
+        // Stays, whatever an updater does with the caller's.
+        const ado::RecordsetPtr rows = rsSrc;  // NOLINT(performance-unnecessary-copy-initialization)
         if (!rows) {
             Raise(ErrorNumber::ObjectNotSet, "Object variable or With block variable not set.");
         }

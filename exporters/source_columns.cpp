@@ -104,7 +104,7 @@ std::string BinaryCell(const SourceColumn& column, std::int64_t row, const std::
     if (dataFolder.empty()) return "(skipped)";
     std::string number = std::to_string(row);
     if (number.size() < kDigits) number.insert(0, kDigits - number.size(), '0');
-    const std::string name = column.name + "." + number;
+    std::string name = column.name + "." + number;
     if (name.find_first_of(std::string_view("/\\\0", 3)) != std::string::npos) RaiseFileError(EINVAL, name);
     FileWriter file(dataFolder + name);
     for (;;) {

@@ -189,7 +189,8 @@ private:
     bool Date(std::int64_t row, std::size_t column, ado::Field& field) {
         const ado::Variant value = field.Value();
         const DateTime* const date = value.AsDateTime();
-        const std::optional<double> serial = date != nullptr ? DateSerial(*date) : std::nullopt;
+        if (date == nullptr) return false;
+        const std::optional<double> serial = DateSerial(*date);
         if (!serial) return false;
         Measure(row, column, "2000-01-01 00:00:00");
         Number(row, column, *serial, FormatOf(*date));
