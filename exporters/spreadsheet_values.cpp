@@ -58,9 +58,8 @@ std::optional<double> DateSerial(const DateTime& value) {
     const double time = (value.Hour * 3600 + value.Minute * 60 + value.Second + value.Nanosecond / 1e9);
     std::int64_t day = 0;
     if (value.Which != DateTime::Parts::Time) {
-        if (value.Year < 1900) return std::nullopt;
         day = DaysSince1970(value) + kDaysTo1970;
-        if (day < kFirstOfMarch1900) --day;  // spreadsheets believe in a 29 February 1900
+        if (day < kFirstOfMarch1900) return std::nullopt;
     }
     return static_cast<double>(day) + time / kSecondsPerDay;
 }

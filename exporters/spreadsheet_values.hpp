@@ -18,7 +18,8 @@ std::optional<double> ExactDecimal(std::string_view text);
 /// The number of a double's text; nothing for one that is not finite.
 std::optional<double> FiniteDouble(std::string_view text);
 
-/// Days since the end of 1899, the fraction being the time of day; nothing before 1900.
+/// Days since 30 December 1899, the fraction being the time of day; nothing before 1 March 1900: some
+/// programs believe in a 29 February 1900, and before it they disagree.
 std::optional<double> DateSerial(const DateTime& value);
 
 /// A name that a sheet may have, as near to the wanted one as possible: at most 31 characters, none of

@@ -36,6 +36,19 @@ fs::path TemporaryBeside(const fs::path& target) {
     return FolderOf(target) / ("." + name + "." + CreateGUIDString(1) + ".tmp");
 }
 
+/// Whether a name leads to a file that is open already, such as redirected standard output: whoever opened it
+/// would not see another file in its place.
+bool LeadsToOpenFile(fs::path path) {
+    constexpr int kMostLinks = 40;
+    std::error_code error;
+    for (int links = 0; links < kMostLinks; ++links) {
+        if (fs::weakly_canonical(FolderOf(path), error).string().starts_with("/proc/")) return true;
+        if (!fs::is_symlink(path, error)) return false;
+        path = FolderOf(path) / fs::read_symlink(path, error);
+    }
+    return false;
+}
+
 }  // namespace
 
 TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) {
@@ -45,7 +58,7 @@ TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) 
     if (fs::is_directory(earlier) || name_.ends_with('/')) RaiseFileError(EISDIR, name_);
     target_ = name_;
     const bool exists = fs::exists(earlier);
-    if (exists && !fs::is_regular_file(earlier)) {
+    if (exists && (!fs::is_regular_file(earlier) || LeadsToOpenFile(target_))) {
         written_ = target_;
         return;
     }

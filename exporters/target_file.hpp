@@ -15,8 +15,8 @@ namespace halvtiv::exporters {
 /// the run-time errors of files.
 class TargetFile {
 public:
-    /// Makes the file, empty. A name that stands for no regular file, such as that of a pipe, is written
-    /// straight.
+    /// Makes the file, empty. A name that stands for no regular file, such as that of a pipe, or for one that
+    /// is open already, such as standard output, is written straight.
     explicit TargetFile(std::string_view fileName);
     ~TargetFile();
     TargetFile(const TargetFile&) = delete;

@@ -32,8 +32,8 @@ constexpr const char* kTable =
     " (1, '北京 \"x\", y', 'a' || char(13, 10) || 'b', 0.1, 12.5, 9007199254740993, 1, '2024-02-29', "
     "'13:05:00',"
     "  '2024-02-29 12:00:00', x'00FF010A'),"
-    " (2, 'مرحبا 😀', '', -1e300, 1234567890123456, 9007199254740992, 0, '1899-12-31', '00:00:00',"
-    "  '1900-01-01 18:00:00.5', x''),"
+    " (2, 'مرحبا 😀', '', -1e300, 1234567890123456, 9007199254740992, 0, '1900-02-28', '00:00:00',"
+    "  '1900-03-01 18:00:00.5', x''),"
     " (3, null, null, null, null, null, null, null, null, null, null),"
     " (4, 'tab' || char(9), '=1+1', 2, 0.25, -5, 1, 'soon', '06:00:00.25', '9999-12-31 00:00:00', null)";
 
@@ -158,7 +158,7 @@ TEST_F(ExportTest, AWorkbookHoldsTypedCells) {
         {"n:1", "s:北京 \"x\", y", "s:a\r\nb", "n:0.1", "n:12.5", "s:9007199254740993", "b:1",
          "n:45351 yyyy-mm-dd", "n:0.5451388888888888 hh:mm:ss", "n:45351.5 yyyy-mm-dd hh:mm:ss"},
         {"n:2", "s:مرحبا 😀", "", "n:-1E+300", "s:1234567890123456", "n:9007199254740992", "b:0",
-         "s:1899-12-31", "n:0 hh:mm:ss", "n:1.750005787037037 yyyy-mm-dd hh:mm:ss.000"},
+         "s:1900-02-28", "n:0 hh:mm:ss", "n:61.75000578703704 yyyy-mm-dd hh:mm:ss.000"},
         {"n:3"},
         {"n:4", "s:tab\t", "s:=1+1", "n:2", "n:0.25", "n:-5", "b:1", "s:soon",
          "n:0.2500028935185185 hh:mm:ss.000", "n:2958465 yyyy-mm-dd hh:mm:ss"}};
@@ -182,10 +182,10 @@ TEST_F(OfficeTest, ASpreadsheetProgramReadsAWorkbook) {
     if (rows.empty()) GTEST_SKIP() << "no LibreOffice; scripts/check-office installs it";
     const Table expected{
         {"id", "Name", "note", "price", "amount", "big", "ok", "day", "at", "made"},
-        {"1", "北京 \"x\", y", "a\r\nb", "0.1", "12.5", "9007199254740993", "TRUE", "2024-02-29", "13:05:00",
+        {"1", "北京 \"x\", y", "a\nb", "0.1", "12.5", "9007199254740993", "TRUE", "2024-02-29", "13:05:00",
          "2024-02-29 12:00:00"},
-        {"2", "مرحبا 😀", "", "-1E+300", "1234567890123456", "9.00719925474099E+15", "FALSE", "1899-12-31",
-         "00:00:00", "1900-01-01 18:00:00.500"},
+        {"2", "مرحبا 😀", "", "-1E+300", "1234567890123456", "9.00719925474099E+015", "FALSE", "1900-02-28",
+         "00:00:00", "1900-03-01 18:00:00.500"},
         {"3", "", "", "", "", "", "", "", "", ""},
         {"4", "tab\t", "=1+1", "2", "0.25", "-5", "TRUE", "soon", "06:00:00.250", "9999-12-31 00:00:00"}};
     EXPECT_EQ(rows, expected);
@@ -218,7 +218,7 @@ TEST_F(ExportTest, JsonLinesKeepEachValueAsItIs) {
          "29\","
          "\"photo\":\"AP8BCg==\"}\n"
          "{\"id\":2,\"big\":9007199254740992,\"price\":-1e+300,\"amount\":1234567890123456,\"ok\":false,"
-         "\"day\":\"1899-12-31\",\"photo\":\"\"}\n"
+         "\"day\":\"1900-02-28\",\"photo\":\"\"}\n"
          "{\"id\":3,\"big\":null,\"price\":null,\"amount\":null,\"ok\":null,\"day\":null,\"photo\":null}\n"},
         {"select Name as \"n\"\"\", '' as \"n\"\"\", note as \"n\"\"#2\" from t where id = 1",
          "{\"n\\\"\":\"北京 \\\"x\\\", y\",\"n\\\"#2\":\"\",\"n\\\"#2#2\":\"a\\r\\nb\"}\n"},
@@ -367,6 +367,13 @@ TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
     EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1);
     EXPECT_TRUE(std::filesystem::is_symlink(folder_.PathOf("link.csv")));
     EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> open(
+        std::fopen(folder_.PathOf("target.csv").c_str(), "r+"), &std::fclose);
+    std::string path = "/proc/self/fd/" + std::to_string(::fileno(open.get())), table;
+    ado::RecordsetPtr rows = Query("select 2 as b");
+    EXPECT_EQ(exporters::NewCsvExporter()->ExportData(rows, path, table), 1);
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\nb\r\n2\r\n")
+        << "added to what is open";
     EXPECT_THAT(folder_.FilesIn(), ElementsAre("folder", "link.csv", "source.db", "target.csv"));
 }
 
