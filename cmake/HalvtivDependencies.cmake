@@ -6,6 +6,9 @@ find_package(SQLite3 REQUIRED)
 find_package(Iconv REQUIRED)    # definition files in any encoding
 pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)  # letter case, display width
 
+if(HALVTIV_BUILD_EXPORTERS)
+    pkg_check_modules(xlsxwriter REQUIRED IMPORTED_TARGET xlsxwriter)  # spreadsheets
+endif()
 if(HALVTIV_BUILD_CLI)
     find_package(CLI11 REQUIRED)
 endif()

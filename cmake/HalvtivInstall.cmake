@@ -16,4 +16,11 @@ configure_file(cmake/halvtiv.pc.in halvtiv.pc @ONLY)
 install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-config-version.cmake
     DESTINATION ${HALVTIV_CMAKE_FOLDER})
+if(HALVTIV_BUILD_EXPORTERS)
+    install(TARGETS halvtiv_exporters EXPORT halvtiv-exporters-targets)
+    install(DIRECTORY exporters/include/halvtiv_exporters DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(EXPORT halvtiv-exporters-targets NAMESPACE halvtiv:: DESTINATION ${HALVTIV_CMAKE_FOLDER})
+    configure_file(cmake/halvtiv-exporters.pc.in halvtiv-exporters.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/halvtiv-exporters.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/halvtiv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -206,6 +206,11 @@ public:
     /// by `Recordset::Update`. Raises -2146824867 where the column cannot hold the value, -2146825037 where
     /// the column or the recordset cannot be changed.
     void Value(const Variant& value);
+    /// Whether that value is null.
+    bool IsNull();
+    /// That value as text in the formats of `Variant::Text`, without a copy: the way to read whole tables.
+    /// Valid until the next call on this recordset or its fields.
+    std::string_view Text();
     /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
     /// value is read from its start again after the record has changed.
     Bytes GetChunk(std::int64_t length);

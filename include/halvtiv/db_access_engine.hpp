@@ -93,6 +93,9 @@ public:
 
     /// Registers an exporter, at the end of the list. "No exporter specified." Guarded.
     bool AddDataExporter(const IZorbDataExporterPtr& cExporter);
+    /// Sets what exporters report their progress to: each gets it before it runs. Null, the default:
+    /// exporters keep the one that they have. Not guarded.
+    void SetProgressUpdater(IProgressUpdaterPtr cProgUpdater);
     /// The filter text of a file dialog for all registered exporters. Not guarded.
     std::string GetExportFileFilterString();
 

@@ -9,6 +9,7 @@
 
 #include <halvtiv/ado.hpp>
 #include <halvtiv/column_data_items.hpp>
+#include <halvtiv/data_exporter.hpp>
 #include <halvtiv/export.hpp>
 
 namespace halvtiv {
@@ -70,6 +71,19 @@ public:
     /// file could not be written says so by its type "error" and the last error, and the rest goes on.
     bool AddFunctionResult_Data(std::string_view guid, ado::RecordsetPtr& recordset,
                                 std::string_view dataFolder);
+    /// Writes the same records to an XML file of their own, in constant memory, and appends an entry that
+    /// names it. The file's root is the "data" element with header and rows. It appears under its name only
+    /// when it is complete; run-time errors 53, 57, 61, 70, 75 or 76 say why it could not be written, and
+    /// what stays of a failure is the entry without a file name.
+    bool AddFunctionResult_DataFile(std::string_view guid, ado::RecordsetPtr& recordset,
+                                    std::string_view fileName, std::string_view dataFolder);
+    /// Has an exporter write the records, and appends an entry that names the file. exportOption is what the
+    /// exporter gets as its table name. When it answers a negative number, the error that its
+    /// `RaiseLastError` raises becomes the last error and the entry stays without a file name. 91 for no
+    /// recordset or no exporter.
+    bool AddFunctionResult_ExportFile(std::string_view guid, ado::RecordsetPtr& recordset,
+                                      const IZorbDataExporterPtr& exporter, std::string_view fileName,
+                                      std::string_view exportOption, std::string_view dataFolder);
 
     /// Writes the document as XML text.
     bool Save(std::string& xml);

@@ -75,6 +75,14 @@ void Field::AppendChunk(const Bytes& data) {
     owner_->Edit().AppendChunk(index_, data);
 }
 
+bool Field::IsNull() {
+    return RowOf(*owner_).IsNull(index_);
+}
+
+std::string_view Field::Text() {
+    return RowOf(*owner_).Text(index_);
+}
+
 Bytes Field::GetChunk(std::int64_t length) {
     auto& row = RowOf(*owner_);
     if (length < 0) platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);

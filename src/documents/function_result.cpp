@@ -5,6 +5,7 @@
 #include <halvtiv/data_types.hpp>
 
 #include "ado/recordset_state.hpp"
+#include "documents/data_file.hpp"
 #include "documents/item_xml.hpp"
 #include "documents/recordset_rows.hpp"
 #include "documents/result_content.hpp"
@@ -13,6 +14,7 @@
 #include "foundation/guarded.hpp"
 #include "foundation/this_utils.hpp"
 #include "platform/number.hpp"
+#include "platform/run_time_error.hpp"
 
 namespace halvtiv {
 
@@ -90,6 +92,26 @@ struct ZorbFunctionResult::Impl {
             throw;
         }
         content->AppendEntry(std::move(entry));
+    }
+
+    /// Appends an entry that names a file. write(entry, folder) makes the file; where it fails, the entry
+    /// stays without a name.
+    template <typename Write>
+    void AppendFile(std::string_view guid, std::string_view fileName, std::string_view dataFolder,
+                    Write&& write) {
+        const std::string folder = AddPathSeparator(dataFolder);
+        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_FILE, folder);
+        ResultEntry named =
+            NewEntry(guid, QORV_OUTPUT_FILE,
+                     folder);  // first: a name that no document can carry leaves no file behind
+        AppendSingleRow(named, ZorbColumnDataItem{"file", std::string(fileName), QORV_COLUMN_FILE, {}});
+        try {
+            write(std::as_const(entry), folder);
+        } catch (...) {
+            content->AppendEntry(std::move(entry));
+            throw;
+        }
+        content->AppendEntry(std::move(named));
     }
 };
 
@@ -210,6 +232,38 @@ bool ZorbFunctionResult::AddFunctionResult_Data(std::string_view guid, ado::Reco
                                                 std::string_view dataFolder) {
     // A cell's file that could not be written is recorded, too, although this succeeds.
     return Succeeds(impl_->errors, [&] { impl_->AppendRecords(guid, recordset, dataFolder); });
+}
+
+bool ZorbFunctionResult::AddFunctionResult_DataFile(std::string_view guid, ado::RecordsetPtr& recordset,
+                                                    std::string_view fileName, std::string_view dataFolder) {
+    return Succeeds(impl_->errors, [&] {
+        impl_->AppendFile(
+            guid, fileName, dataFolder, [&](const ResultEntry& entry, const std::string& folder) {
+                WriteDataFile(fileName, entry, ado::RecordsetState::Of(recordset), folder, impl_->errors);
+            });
+    });
+}
+
+bool ZorbFunctionResult::AddFunctionResult_ExportFile(std::string_view guid, ado::RecordsetPtr& recordset,
+                                                      const IZorbDataExporterPtr& exporter,
+                                                      std::string_view fileName,
+                                                      std::string_view exportOption,
+                                                      std::string_view dataFolder) {
+    return Succeeds(impl_->errors, [&] {
+        impl_->AppendFile(guid, fileName, dataFolder,
+                          [&](const ResultEntry& /*entry*/, const std::string& folder) {
+                              if (!recordset || !exporter) {
+                                  platform::RaiseRunTimeError(platform::RunTimeError::ObjectNotSet);
+                              }
+                              std::string file(fileName);
+                              std::string table(exportOption);
+                              if (exporter->ExportData(recordset, file, table, folder) >= 0) return;
+                              exporter->RaiseLastError();
+                              // It has failed, even though it does not raise why.
+                              std::string words = exporter->GetLastError();
+                              Raise(words.empty() ? "Export failed." : std::move(words));
+                          });
+    });
 }
 
 bool ZorbFunctionResult::Save(std::string& xml) {

@@ -10,13 +10,13 @@ namespace {
 
 struct BuiltIn {
     std::string_view name;
-    BuiltInHandler handler;  // null: the name is reserved, and a call of it answers as not implemented
+    BuiltInHandler handler;
 };
 
 constexpr std::array kBuiltIns{
     BuiltIn{"public.getdata", BuiltIn_GetData},
-    BuiltIn{"public.getdatatofile", nullptr},
-    BuiltIn{"public.getdatatoexportfile", nullptr},
+    BuiltIn{"public.getdatatofile", BuiltIn_GetDataToFile},
+    BuiltIn{"public.getdatatoexportfile", BuiltIn_GetDataToExportFile},
     BuiltIn{"public.adddata", BuiltIn_AddData},
     BuiltIn{"public.updatedata", BuiltIn_UpdateData},
     BuiltIn{"public.deletedata", BuiltIn_DeleteData},

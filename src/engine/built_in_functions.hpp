@@ -21,6 +21,8 @@ std::span<const std::string_view> BuiltInNames();
 
 // Reading.
 bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_GetDataToFile(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
+bool BuiltIn_GetDataToExportFile(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
 bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result);
 
 // Changing and running free statements.

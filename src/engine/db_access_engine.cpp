@@ -121,6 +121,10 @@ bool ZorbDbAccessEngine::AddDataExporter(const IZorbDataExporterPtr& cExporter) 
     });
 }
 
+void ZorbDbAccessEngine::SetProgressUpdater(IProgressUpdaterPtr cProgUpdater) {
+    impl_->progressUpdater = std::move(cProgUpdater);
+}
+
 std::string ZorbDbAccessEngine::GetExportFileFilterString() {
     return impl_->exporters.GetFileFilterString();
 }

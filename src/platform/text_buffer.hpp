@@ -54,6 +54,12 @@ public:
     /// Cuts the text back to a size it had since the last `BeginRun`.
     void CutTo(std::size_t size) noexcept { used_ = size - before_; }
 
+    /// Empties the text and keeps the memory of its last piece.
+    void Clear() noexcept {
+        pieces_.clear();
+        used_ = run_ = before_ = 0;
+    }
+
     /// The bytes of one run, or of a part of one.
     std::string_view View(std::size_t position, std::size_t count) const noexcept;
 

@@ -1,0 +1,205 @@
+#include <sqlite3.h>
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+
+#include <halvtiv/data_types.hpp>
+
+#include <halvtiv_exporters/exporters.hpp>
+
+#include "errors.hpp"
+#include "exporter_base.hpp"
+#include "sqlite_database.hpp"
+#include "target_file.hpp"
+
+namespace halvtiv::exporters {
+
+namespace {
+
+constexpr std::array<std::string_view, 3> kTypes{"sqlite", "sqlite3", "db"};
+
+std::string WithSize(const char* type, std::int64_t size, const char* unbounded) {
+    constexpr std::int64_t kLargest = 65535;  // what is declared larger has no bound of its own
+    if (size <= 0 || size > kLargest) return unbounded;
+    return std::string(type) + "(" + std::to_string(size) + ")";
+}
+
+/// The declared type that is read as the same type again.
+std::string DeclaredType(const SourceColumn& column) {
+    switch (column.type) {
+        case ado::adSmallInt:
+            return "SMALLINT";
+        case ado::adTinyInt:
+        case ado::adUnsignedTinyInt:
+            return "TINYINT";
+        case ado::adCurrency:
+            return "MONEY";
+        case ado::adDBDate:
+            return "DATE";
+        case ado::adDBTime:
+            return "TIME";
+        case ado::adGUID:
+            return "UNIQUEIDENTIFIER";
+        case ado::adBinary:
+            return WithSize("BINARY", column.field->DefinedSize(), "BLOB");
+        case ado::adVarBinary:
+            return WithSize("VARBINARY", column.field->DefinedSize(), "BLOB");
+        case ado::adChar:
+        case ado::adWChar:
+            return WithSize("CHAR", column.field->DefinedSize(), "TEXT");
+        case ado::adLongVarChar:
+        case ado::adLongVarWChar:
+            return "CLOB";
+        default:
+            break;
+    }
+    switch (column.kind) {
+        case ColumnKind::Integer:
+            return "INTEGER";
+        case ColumnKind::Double:
+            return "DOUBLE";
+        case ColumnKind::Decimal:
+            return "NUMERIC";
+        case ColumnKind::Boolean:
+            return "BOOLEAN";
+        case ColumnKind::DateTime:
+            return "DATETIME";
+        case ColumnKind::Bytes:
+            return "BLOB";
+        default:
+            return WithSize("VARCHAR", column.field->DefinedSize(), "TEXT");
+    }
+}
+
+template <typename Number>
+std::optional<Number> Parse(std::string_view text) {
+    Number value{};
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || stop != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+/// The table that is filled.
+class TargetTable {
+public:
+    TargetTable(SqliteDatabase& database, const ExportTask& task)
+        : database_(database),
+          table_(task.tableName.empty() ? "data" : task.tableName),
+          names_(DistinctNames(task.columns, NameCase::IsIgnored)) {
+        std::string definitions;
+        std::string names;
+        std::string places;
+        for (std::size_t index = 0; index < names_.size(); ++index) {
+            const char* const comma = index == 0 ? "" : ", ";
+            const std::string name = QuotedName(names_[index]);
+            definitions += comma + name + " " + DeclaredType(task.columns[index]);
+            names += comma + name;
+            places += comma + std::string("?");
+        }
+        const std::string table = QuotedName(table_);
+        database_.Run("create table if not exists " + table + " (" + definitions + ")");
+        if (task.clearTable) database_.Run("delete from " + table);
+        insert_.emplace(database_, "insert into " + table + " (" + names + ") values (" + places + ")");
+        for (const std::string& name : names_) keepsDigits_.push_back(KeepsDigits(name));
+    }
+
+    void Add(const std::vector<SourceColumn>& columns) {
+        for (std::size_t index = 0; index < columns.size(); ++index) Bind(index, columns[index]);
+        insert_->Run();
+    }
+
+private:
+    /// Whether the column takes a number's text as it is, instead of making a number of it.
+    bool KeepsDigits(const std::string& name) const {
+        const char* declared = nullptr;
+        sqlite3_table_column_metadata(database_.Handle(), nullptr, table_.c_str(), name.c_str(), &declared,
+                                      nullptr, nullptr, nullptr, nullptr);
+        const std::string type = AsciiLower(declared != nullptr ? declared : "");
+        const auto has = [&type](const char* part) { return type.find(part) != std::string::npos; };
+        return !has("int") && (type.empty() || has("char") || has("clob") || has("text") || has("blob"));
+    }
+
+    void Bind(std::size_t index, const SourceColumn& column) {
+        const std::string_view text = column.field->Text();
+        if (text.empty() && column.field->IsNull()) return insert_->BindNull(index);
+        switch (column.kind) {
+            case ColumnKind::Integer:
+            case ColumnKind::Decimal:
+                if (const auto value = Parse<std::int64_t>(text)) return insert_->BindInteger(index, *value);
+                RequireExact(index, text);
+                break;
+            case ColumnKind::Double:
+                if (const auto value = Parse<double>(text)) return insert_->BindDouble(index, *value);
+                break;
+            case ColumnKind::Boolean:
+                if (text == "True" || text == "False") {
+                    return insert_->BindInteger(index, text == "True" ? 1 : 0);
+                }
+                break;
+            case ColumnKind::Bytes:
+                return insert_->BindBytes(index, text);
+            default:
+                break;
+        }
+        insert_->BindText(index, text);
+    }
+
+    void RequireExact(std::size_t index, std::string_view number) const {
+        constexpr std::size_t kMostDigits = 15;
+        if (keepsDigits_[index] || SignificantDigits(number) <= kMostDigits) return;
+        Raise(ErrorNumber::Own, "The column \"" + names_[index] + "\" would round " + std::string(number) +
+                                    "; a TEXT column keeps all digits.");
+    }
+
+    SqliteDatabase& database_;
+    std::string table_;
+    std::vector<std::string> names_;
+    std::optional<SqliteInsert> insert_;
+    std::vector<bool> keepsDigits_;
+};
+
+class SqliteExporter final : public ExporterBase {
+public:
+    SqliteExporter() : ExporterBase(Format{"SQLite database", kTypes}) {}
+
+protected:
+    std::int64_t Write(ExportTask& task) override {
+        const std::string path = NativePath(task.fileName);
+        std::error_code ignored;
+        if (std::filesystem::exists(path, ignored)) {
+            SqliteDatabase database(path);
+            return Fill(database, task);
+        }
+        TargetFile target(task.fileName);
+        SqliteDatabase database(target.Path().string());
+        database.Run("pragma journal_mode = off");  // what fails half-way is not kept
+        const std::int64_t rows = Fill(database, task);
+        database.Close();
+        target.Commit();
+        return rows;
+    }
+
+private:
+    // Closing the database without a commit rolls back.
+    std::int64_t Fill(SqliteDatabase& database, const ExportTask& task) {
+        database.Run("begin immediate");
+        std::int64_t rows = 0;
+        {
+            TargetTable table(database, task);
+            rows = ForEachRow(task, [&](std::int64_t /*row*/) { table.Add(task.columns); });
+        }
+        database.Run("commit");
+        return rows;
+    }
+};
+
+}  // namespace
+
+IZorbDataExporterPtr NewSqliteExporter() {
+    return std::make_shared<SqliteExporter>();
+}
+
+}  // namespace halvtiv::exporters

@@ -1,0 +1,265 @@
+#include <locale.h>
+#include <xlsxwriter.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include <halvtiv_exporters/exporters.hpp>
+
+#include "errors.hpp"
+#include "exporter_base.hpp"
+#include "spreadsheet_values.hpp"
+#include "target_file.hpp"
+#include "utf8.hpp"
+#include "zip_member.hpp"
+
+namespace halvtiv::exporters {
+
+namespace {
+
+constexpr std::array<std::string_view, 1> kTypes{"xlsx"};
+constexpr std::int64_t kMostRows = 1048575;  // beside the header
+constexpr std::size_t kMostColumns = 16384;
+constexpr std::size_t kMostCharacters = 32767;
+constexpr std::int64_t kRowsMeasured = 1000;  // for the columns' widths
+
+/// While it lives, this thread writes numbers with a point, whatever locale the program has set.
+class PointLocale {
+public:
+    PointLocale() : plain_(::newlocale(LC_NUMERIC_MASK, "C", nullptr)) {
+        if (plain_ != nullptr) earlier_ = ::uselocale(plain_);
+    }
+    ~PointLocale() {
+        if (plain_ == nullptr) return;
+        ::uselocale(earlier_);
+        ::freelocale(plain_);
+    }
+    PointLocale(const PointLocale&) = delete;
+    PointLocale& operator=(const PointLocale&) = delete;
+
+private:
+    locale_t plain_;
+    locale_t earlier_ = nullptr;
+};
+
+[[noreturn]] void RaiseWorkbookError(lxw_error error, int systemError, const std::string& name) {
+    if (error == LXW_ERROR_MEMORY_MALLOC_FAILED) throw std::bad_alloc();
+    if (systemError != 0) RaiseFileError(systemError, name);
+    Raise(ErrorNumber::DeviceIo, std::string(lxw_strerror(error)) + " (" + name + ")");
+}
+
+/// The workbook's one sheet, row by row.
+class Sheet {
+public:
+    Sheet(const TargetFile& target, const std::string& name, const std::vector<SourceColumn>& columns)
+        : name_(target.Name()), path_(target.Path().string()), widths_(columns.size(), 0) {
+        std::string folder = target.Path().parent_path().string();
+        lxw_workbook_options options{};
+        options.constant_memory = LXW_TRUE;
+        options.tmpdir = folder.data();  // where there is room for the file there may be for its parts
+        book_.reset(workbook_new_opt(path_.c_str(), &options));
+        if (!book_) throw std::bad_alloc();
+        errno = 0;
+        sheet_ = workbook_add_worksheet(book_.get(), name.c_str());
+        if (sheet_ == nullptr) RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_);
+        dateFormat_ = NewFormat("yyyy-mm-dd");
+        timeFormat_ = NewFormat("hh:mm:ss");
+        bothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss");
+        finerTimeFormat_ = NewFormat("hh:mm:ss.000");
+        finerBothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss.000");
+        lxw_format* const bold = workbook_add_format(book_.get());
+        format_set_bold(bold);
+        worksheet_freeze_panes(sheet_, 1, 0);
+        for (std::size_t index = 0; index < columns.size(); ++index) {
+            Text(0, index, columns[index].name, columns[index], bold);
+        }
+    }
+
+    void Cell(std::int64_t row, std::size_t column, const SourceColumn& source,
+              const std::string& dataFolder) {
+        if (source.kind == ColumnKind::Bytes) {
+            if (!source.field->IsNull()) Text(row, column, BinaryCell(source, row, dataFolder), source);
+            return;
+        }
+        const std::string_view text = source.field->Text();
+        if (text.empty() || (source.kind != ColumnKind::Text && Typed(row, column, source, text))) return;
+        Text(row, column, source.kind == ColumnKind::DateTime ? source.field->Text() : text, source);
+    }
+
+    void Finish() {
+        for (std::size_t column = 0; column < widths_.size(); ++column) {
+            constexpr std::size_t kNarrow = 8;
+            constexpr std::size_t kWide = 60;
+            const auto at = static_cast<lxw_col_t>(column);
+            const auto width = static_cast<double>(std::clamp(widths_[column], kNarrow, kWide) + 1);
+            worksheet_set_column(sheet_, at, at, width, nullptr);
+        }
+        // A part that does not fit on the disk is not noticed by itself.
+        if (std::fflush(sheet_->optimize_tmpfile) != 0 || std::ferror(sheet_->optimize_tmpfile) != 0) {
+            RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_);
+        }
+        const auto rowsSize = static_cast<std::uint64_t>(std::max(std::ftell(sheet_->optimize_tmpfile), 0L));
+        constexpr std::uint64_t kMostInPlainZip = 0xF0000000U;
+        book_->options.use_zip64 = rowsSize > kMostInPlainZip ? LXW_TRUE : LXW_FALSE;
+        errno = 0;
+        if (const lxw_error error = workbook_close(book_.release()); error != LXW_NO_ERROR) {
+            RaiseWorkbookError(error, errno, name_);
+        }
+        if (ZipMemberSize(path_, "xl/worksheets/sheet1.xml") < rowsSize) RaiseFileError(ENOSPC, name_);
+    }
+
+private:
+    struct FreeBook {
+        void operator()(lxw_workbook* book) const { lxw_workbook_free(book); }
+    };
+
+    lxw_format* NewFormat(const char* pattern) {
+        lxw_format* const format = workbook_add_format(book_.get());
+        format_set_num_format(format, pattern);
+        return format;
+    }
+
+    void Measure(std::int64_t row, std::size_t column, std::string_view text) {
+        if (row <= kRowsMeasured) widths_[column] = std::max(widths_[column], DisplayWidth(text));
+    }
+
+    void Check(lxw_error error) const {
+        if (error != LXW_NO_ERROR) RaiseWorkbookError(error, 0, name_);
+    }
+
+    void Number(std::int64_t row, std::size_t column, double value, lxw_format* format = nullptr) {
+        Check(worksheet_write_number(sheet_, static_cast<lxw_row_t>(row), static_cast<lxw_col_t>(column),
+                                     value, format));
+    }
+
+    void Text(std::int64_t row, std::size_t column, std::string_view text, const SourceColumn& source,
+              lxw_format* format = nullptr) {
+        if (text.size() > kMostCharacters && Utf16Length(text) > kMostCharacters) {
+            Raise(ErrorNumber::Own, "Row " + std::to_string(row) + " of column \"" + source.name +
+                                        "\" has more than 32,767 characters, the most a cell can hold.");
+        }
+        if (IsUtf8(text)) {
+            text_ = text;
+        } else {
+            text_ = RepairedUtf8(text);
+        }
+        for (std::size_t at = 0; (at = text_.find('\0', at)) != std::string::npos;) {
+            text_.replace(at, 1, "\xEF\xBF\xBD");  // texts end at a NUL here
+        }
+        Measure(row, column, text_);
+        Check(worksheet_write_string(sheet_, static_cast<lxw_row_t>(row), static_cast<lxw_col_t>(column),
+                                     text_.c_str(), format));
+    }
+
+    /// Writes a value as what its column holds; false when a cell cannot hold it as that.
+    bool Typed(std::int64_t row, std::size_t column, const SourceColumn& source, std::string_view text) {
+        switch (source.kind) {
+            case ColumnKind::Integer:
+                return Number(row, column, text, ExactInteger(text));
+            case ColumnKind::Decimal:
+                return Number(row, column, text, ExactDecimal(text));
+            case ColumnKind::Double:
+                return Number(row, column, text, FiniteDouble(text));
+            case ColumnKind::Boolean:
+                if (text != "True" && text != "False") return false;
+                Measure(row, column, text);
+                Check(worksheet_write_boolean(sheet_, static_cast<lxw_row_t>(row),
+                                              static_cast<lxw_col_t>(column), text == "True" ? 1 : 0,
+                                              nullptr));
+                return true;
+            default:
+                return Date(row, column, *source.field);
+        }
+    }
+
+    bool Number(std::int64_t row, std::size_t column, std::string_view text, std::optional<double> value) {
+        if (!value) return false;
+        Measure(row, column, text);
+        Number(row, column, *value);
+        return true;
+    }
+
+    bool Date(std::int64_t row, std::size_t column, ado::Field& field) {
+        const ado::Variant value = field.Value();
+        const DateTime* const date = value.AsDateTime();
+        if (date == nullptr) return false;
+        const std::optional<double> serial = DateSerial(*date);
+        if (!serial) return false;
+        Measure(row, column, "2000-01-01 00:00:00");
+        Number(row, column, *serial, FormatOf(*date));
+        return true;
+    }
+
+    lxw_format* FormatOf(const DateTime& date) const {
+        const bool isFiner = date.Nanosecond != 0;
+        switch (date.Which) {
+            case DateTime::Parts::Date:
+                return dateFormat_;
+            case DateTime::Parts::Time:
+                return isFiner ? finerTimeFormat_ : timeFormat_;
+            default:
+                return isFiner ? finerBothFormat_ : bothFormat_;
+        }
+    }
+
+    std::string name_;
+    std::string path_;
+    std::vector<std::size_t> widths_;
+    std::unique_ptr<lxw_workbook, FreeBook> book_;
+    lxw_worksheet* sheet_ = nullptr;
+    lxw_format* dateFormat_ = nullptr;
+    lxw_format* timeFormat_ = nullptr;
+    lxw_format* bothFormat_ = nullptr;
+    lxw_format* finerTimeFormat_ = nullptr;
+    lxw_format* finerBothFormat_ = nullptr;
+    std::string text_;  // ends in NUL, as the library wants it
+};
+
+class XlsxExporter final : public ExporterBase {
+public:
+    XlsxExporter() : ExporterBase(Format{"XLSX workbook", kTypes}) {}
+
+protected:
+    std::int64_t Write(ExportTask& task) override {
+        if (task.columns.size() > kMostColumns) {
+            Raise(ErrorNumber::Own,
+                  "A sheet can hold 16,384 columns; there are " + std::to_string(task.columns.size()) + ".");
+        }
+        RequireRoom(task.expectedRows);
+        TargetFile target(task.fileName);
+        if (target.IsStraight()) RaiseFileError(EINVAL, target.Name());
+        const PointLocale locale;
+        Sheet sheet(target, SheetName(task.tableName), task.columns);
+        const std::int64_t rows = ForEachRow(task, [&](std::int64_t row) {
+            RequireRoom(row);
+            for (std::size_t column = 0; column < task.columns.size(); ++column) {
+                sheet.Cell(row, column, task.columns[column], task.dataFolder);
+            }
+        });
+        sheet.Finish();
+        target.Commit();
+        return rows;
+    }
+
+private:
+    static void RequireRoom(std::int64_t rows) {
+        if (rows > kMostRows) {
+            Raise(ErrorNumber::Own, "A sheet can hold 1,048,575 rows and a header; there are more.");
+        }
+    }
+};
+
+}  // namespace
+
+IZorbDataExporterPtr NewXlsxExporter() {
+    return std::make_shared<XlsxExporter>();
+}
+
+}  // namespace halvtiv::exporters

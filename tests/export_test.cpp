@@ -1,0 +1,548 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <halvtiv_exporters/exporters.hpp>
+
+#include "support.hpp"
+
+namespace halvtiv {
+namespace {
+
+using test::Entries;
+using test::ErrorOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using Table = std::vector<std::vector<std::string>>;
+
+constexpr const char* kTable =
+    "create table t (id INTEGER PRIMARY KEY, Name VARCHAR(40), note CLOB, price DOUBLE, amount NUMERIC,"
+    " big BIGINT, ok BOOLEAN, day DATE, at TIME, made DATETIME, photo BLOB);"
+    "insert into t values"
+    " (1, '北京 \"x\", y', 'a' || char(13, 10) || 'b', 0.1, 12.5, 9007199254740993, 1, '2024-02-29', "
+    "'13:05:00',"
+    "  '2024-02-29 12:00:00', x'00FF010A'),"
+    " (2, 'مرحبا 😀', '', -1e300, 1234567890123456, 9007199254740992, 0, '1900-02-28', '00:00:00',"
+    "  '1900-03-01 18:00:00.5', x''),"
+    " (3, null, null, null, null, null, null, null, null, null, null),"
+    " (4, 'tab' || char(9), '=1+1', 2, 0.25, -5, 1, 'soon', '06:00:00.25', '9999-12-31 00:00:00', null)";
+
+/// Many rows without a table.
+constexpr const char* kMany =
+    "with recursive n(i) as (select 1 union all select i + 1 from n where i < 20000)"
+    " select i, 'some text ' || i as s from n";
+
+class ExportTest : public testing::Test {
+protected:
+    ado::RecordsetPtr Query(std::string_view sql) { return connection_->Execute(sql); }
+
+    /// The number of rows that an export answers.
+    std::int32_t Export(const IZorbDataExporterPtr& exporter, std::string_view sql, const std::string& file,
+                        std::string table = "t", const std::string& dataFolder = {}) {
+        ado::RecordsetPtr rows = Query(sql);
+        std::string path = folder_.PathOf(file);
+        return exporter->ExportData(rows, path, table, dataFolder);
+    }
+
+    /// What Python reads in an exported file.
+    Table ReadBack(const std::string& kind, const std::string& file) {
+        const std::string command = std::string(HALVTIV_PYTHON) + " '" + HALVTIV_READ_EXPORT + "' " + kind +
+                                    " '" + folder_.PathOf(file) + "'";
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(::popen(command.c_str(), "r"), &::pclose);
+        Table rows{{}};
+        std::string cell;
+        for (int byte = std::fgetc(pipe.get()); byte != EOF; byte = std::fgetc(pipe.get())) {
+            if (byte == 0x1E) {
+                rows.emplace_back();
+            } else if (byte == 0x1F) {
+                rows.back().push_back(std::exchange(cell, {}));
+            } else {
+                cell += static_cast<char>(byte);
+            }
+        }
+        rows.pop_back();
+        return rows;
+    }
+
+    /// Names and texts of a query's result.
+    Table RowsOf(const ado::ConnectionPtr& connection, std::string_view sql) {
+        const ado::RecordsetPtr rows = connection->Execute(sql);
+        Table table{{}};
+        for (std::int32_t at = 0; at < rows->Fields().Count(); ++at) {
+            table[0].push_back(rows->Fields().Item(at)->Name());
+        }
+        for (; !rows->IsEOF(); rows->MoveNext()) {
+            table.emplace_back();
+            for (std::int32_t at = 0; at < rows->Fields().Count(); ++at) {
+                const ado::Variant value = rows->Fields().Item(at)->Value();
+                table.back().push_back(value.IsNull() ? "" : value.Text());
+            }
+        }
+        return table;
+    }
+
+    test::TemporaryFolder folder_;
+    ado::ConnectionPtr connection_ = test::MakeDatabase(folder_.PathOf("source.db"), kTable);
+};
+
+TEST_F(ExportTest, PythonReadsInCsvWhatTheDatabaseHolds) {
+    const std::string columns = "id, Name, note, price, amount, big, ok, day, at, made";
+    const std::string sql = "select " + columns + " from t order by id";
+    const Table expected = RowsOf(connection_, sql);
+    ASSERT_EQ(Export(exporters::NewCsvExporter(), sql, "t.csv"), 4);
+    EXPECT_EQ(ReadBack("csv", "t.csv"), expected);
+    for (const auto& [exporter, file] :
+         {std::pair(exporters::NewTsvExporter(), "t.txt"), std::pair(exporters::NewCsvExporter(), "t.TSV")}) {
+        ASSERT_EQ(Export(exporter, sql, file), 4);
+        EXPECT_EQ(ReadBack("tsv", file), expected) << file;
+    }
+    const std::pair<const char*, const char*> cases[] = {
+        {"select 'a,b' as \"x\"\"y\", 1.5 as n", "\"x\"\"y\",n\r\n\"a,b\",1.5\r\n"},
+        {"select null as n", "n\r\n\"\"\r\n"},
+        {"select '' as e, null as n, 'z' as z", "e,n,z\r\n\"\",,z\r\n"},
+        {"select '12345678' || char(10) as a, '1234567\"' as b, cast(x'41FF42' as text) as c",
+         "a,b,c\r\n\"12345678\n\",\"1234567\"\"\",A\xEF\xBF\xBD"
+         "B\r\n"},
+        {"select 1 as a, 2 as b where 0", "a,b\r\n"}};
+    for (const auto& [query, text] : cases) {
+        EXPECT_GE(Export(exporters::NewCsvExporter(), query, "c.csv"), 0) << query;
+        EXPECT_EQ(test::ReadFile(folder_.PathOf("c.csv")), text) << query;
+    }
+}
+
+TEST_F(ExportTest, BinaryColumnsGoToFilesBesideTheTable) {
+    const std::string data = folder_.PathOf("data");
+    std::filesystem::create_directory(data);
+    for (const auto& [type, exporter] :
+         {std::pair("csv", exporters::NewCsvExporter()), std::pair("xlsx", exporters::NewXlsxExporter())}) {
+        const std::string prefix = std::string(type) == "xlsx" ? "s:" : "";
+        ASSERT_EQ(Export(exporter, "select photo as Photo, id from t order by id", "p", "t", data), 4)
+            << exporter->GetLastError();
+        Table rows = ReadBack(type, "p");
+        if (!prefix.empty()) rows.erase(rows.begin());
+        EXPECT_EQ(rows[1][0], prefix + "Photo.000001");
+        EXPECT_EQ(rows[2][0], prefix + "Photo.000002");
+        EXPECT_EQ(rows[3][0], "") << "a null has no file";
+        EXPECT_THAT(folder_.FilesIn("data"), ElementsAre("Photo.000001", "Photo.000002"));
+        EXPECT_EQ(test::ReadFile(data + "/Photo.000001"), std::string("\0\xFF\1\n", 4));
+        EXPECT_EQ(test::ReadFile(data + "/Photo.000002"), "");
+        ASSERT_EQ(Export(exporter, "select id, photo from t where id = 1", "p"), 1);
+        rows = ReadBack(type, "p");
+        EXPECT_EQ(rows.back().back(), prefix + "(skipped)");
+        ASSERT_EQ(Export(exporter, "select photo as \"../photo\", id from t", "p2", "t", data), -1);
+        EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Number, 75);
+    }
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data", "p", "source.db"));
+}
+
+TEST_F(ExportTest, AWorkbookHoldsTypedCells) {
+    const auto exporter = exporters::NewXlsxExporter();
+    ASSERT_EQ(
+        Export(exporter, "select id, Name, note, price, amount, big, ok, day, at, made from t order by id",
+               "t.xlsx", "a/b: 北京 and more than 31 characters"),
+        4)
+        << exporter->GetLastError();
+    const Table expected{
+        {"a_b_ 北京 and more than 31 charac", "A2"},
+        {"S:id", "S:Name", "S:note", "S:price", "S:amount", "S:big", "S:ok", "S:day", "S:at", "S:made"},
+        {"n:1", "s:北京 \"x\", y", "s:a\r\nb", "n:0.1", "n:12.5", "s:9007199254740993", "b:1",
+         "n:45351 yyyy-mm-dd", "n:0.5451388888888888 hh:mm:ss", "n:45351.5 yyyy-mm-dd hh:mm:ss"},
+        {"n:2", "s:مرحبا 😀", "", "n:-1E+300", "s:1234567890123456", "n:9007199254740992", "b:0",
+         "s:1900-02-28", "n:0 hh:mm:ss", "n:61.75000578703704 yyyy-mm-dd hh:mm:ss.000"},
+        {"n:3"},
+        {"n:4", "s:tab\t", "s:=1+1", "n:2", "n:0.25", "n:-5", "b:1", "s:soon",
+         "n:0.2500028935185185 hh:mm:ss.000", "n:2958465 yyyy-mm-dd hh:mm:ss"}};
+    EXPECT_EQ(ReadBack("xlsx", "t.xlsx"), expected);
+
+    for (const auto& [wanted, name] : {std::pair("'quoted'", "_quoted_"), std::pair("History", "History_"),
+                                       std::pair("", "Sheet1"), std::pair("[]:*?/\\", "_______")}) {
+        ASSERT_EQ(Export(exporter, "select 1 as a", "n.xlsx", wanted), 1) << wanted;
+        EXPECT_EQ(ReadBack("xlsx", "n.xlsx")[0][0], name);
+    }
+}
+
+using OfficeTest = ExportTest;
+
+TEST_F(OfficeTest, ASpreadsheetProgramReadsAWorkbook) {
+    ASSERT_EQ(
+        Export(exporters::NewXlsxExporter(),
+               "select id, Name, note, price, amount, big, ok, day, at, made from t order by id", "t.xlsx"),
+        4);
+    const Table rows = ReadBack("office", "t.xlsx");
+    if (rows.empty()) GTEST_SKIP() << "no LibreOffice; scripts/check-office installs it";
+    const Table expected{
+        {"id", "Name", "note", "price", "amount", "big", "ok", "day", "at", "made"},
+        {"1", "北京 \"x\", y", "a\nb", "0.1", "12.5", "9007199254740993", "TRUE", "2024-02-29", "13:05:00",
+         "2024-02-29 12:00:00"},
+        {"2", "مرحبا 😀", "", "-1E+300", "1234567890123456", "9.00719925474099E+015", "FALSE", "1900-02-28",
+         "00:00:00", "1900-03-01 18:00:00.500"},
+        {"3", "", "", "", "", "", "", "", "", ""},
+        {"4", "tab\t", "=1+1", "2", "0.25", "-5", "TRUE", "soon", "06:00:00.250", "9999-12-31 00:00:00"}};
+    EXPECT_EQ(rows, expected);
+}
+
+TEST_F(ExportTest, WhatASheetCannotHoldIsAnErrorAndTheOldFileStays) {
+    const auto exporter = exporters::NewXlsxExporter();
+    test::WriteFile(folder_.PathOf("old.xlsx"), "old");
+    const std::pair<const char*, const char*> cases[] = {
+        {"select 1 as n, printf('%.*c', 32768, 'x') as \"long\"", "Row 1 of column \"long\""},
+        {"with recursive n(i) as (select 1 union all select i + 1 from n where i < 1048576) select i from n",
+         "1,048,575 rows"}};
+    for (const auto& [sql, message] : cases) {
+        EXPECT_EQ(Export(exporter, sql, "old.xlsx"), -1);
+        EXPECT_THAT(exporter->GetLastError(), HasSubstr(message));
+    }
+    exporter->DataCount(1048576);
+    EXPECT_EQ(Export(exporter, "select 1 as n", "old.xlsx"), -1) << "known before the first row";
+    EXPECT_EQ(Export(exporter, "select printf('%.*c', 32767, 'x') as most", "most.xlsx"), 1)
+        << "the number of rows counts for one export: " << exporter->GetLastError();
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("old.xlsx")), "old");
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("most.xlsx", "old.xlsx", "source.db"));
+}
+
+TEST_F(ExportTest, JsonLinesKeepEachValueAsItIs) {
+    const auto exporter = exporters::NewJsonLinesExporter();
+    const std::pair<const char*, const char*> cases[] = {
+        {"select id, big, price, amount, ok, day, photo from t where id < 4 order by id",
+         "{\"id\":1,\"big\":9007199254740993,\"price\":0.1,\"amount\":12.5,\"ok\":true,\"day\":\"2024-02-"
+         "29\","
+         "\"photo\":\"AP8BCg==\"}\n"
+         "{\"id\":2,\"big\":9007199254740992,\"price\":-1e+300,\"amount\":1234567890123456,\"ok\":false,"
+         "\"day\":\"1900-02-28\",\"photo\":\"\"}\n"
+         "{\"id\":3,\"big\":null,\"price\":null,\"amount\":null,\"ok\":null,\"day\":null,\"photo\":null}\n"},
+        {"select Name as \"n\"\"\", '' as \"n\"\"\", note as \"n\"\"#2\" from t where id = 1",
+         "{\"n\\\"\":\"北京 \\\"x\\\", y\",\"n\\\"#2\":\"\",\"n\\\"#2#2\":\"a\\r\\nb\"}\n"},
+        {"select char(1, 92) as a, 9e999 as i, cast(x'61FF' as text) as u, x'0102' as two, x'010203' as "
+         "three",
+         "{\"a\":\"\\u0001\\\\\",\"i\":\"inf\",\"u\":\"a\xEF\xBF\xBD\",\"two\":\"AQI=\",\"three\":\"AQID\"}"
+         "\n"}};
+    for (const auto& [sql, text] : cases) {
+        EXPECT_GT(Export(exporter, sql, "t.jsonl"), 0) << exporter->GetLastError();
+        EXPECT_EQ(test::ReadFile(folder_.PathOf("t.jsonl")), text);
+    }
+}
+
+TEST_F(ExportTest, ATableOfADatabaseIsMadeFilledAndReplaced) {
+    const auto exporter = exporters::NewSqliteExporter();
+    const std::string sql = "select *, 7 as \"ID\" from t order by id";
+    ASSERT_EQ(Export(exporter, sql, "out.db", "The \"T\""), 4) << exporter->GetLastError();
+    const auto out = test::MakeDatabase(folder_.PathOf("out.db"));
+    const Table copy = RowsOf(out, "select * from \"The \"\"T\"\"\"");
+    Table expected = RowsOf(connection_, sql);
+    expected[0].back() = "ID#2";
+    EXPECT_EQ(copy, expected);
+    const ado::RecordsetPtr made = out->Execute("select * from \"The \"\"T\"\"\"");
+    const ado::RecordsetPtr source = Query("select * from t");
+    for (std::int32_t at = 0; at < source->Fields().Count(); ++at) {
+        EXPECT_EQ(made->Fields().Item(at)->Type(), source->Fields().Item(at)->Type()) << at;
+    }
+    made->Close();
+    source->Close();
+
+    out->Execute("create table d (b TEXT, a INTEGER, c NUMERIC default 5); insert into d values ('x', 1, 1)")
+        ->Close();
+    ASSERT_EQ(Export(exporter, "select 2 as A, '1.50' as b", "out.db", "d"), 1) << exporter->GetLastError();
+    EXPECT_EQ(RowsOf(out, "select * from d"), (Table{{"b", "a", "c"}, {"x", "1", "1"}, {"1.50", "2", "5"}}));
+    exporter->ClearTableBeforeExport(true);
+    EXPECT_EQ(Export(exporter, "select 3 as a, 4 as nope", "out.db", "d"), -1);
+    EXPECT_THAT(exporter->GetLastError(), HasSubstr("no column named nope"));
+    EXPECT_EQ(RowsOf(out, "select * from d").size(), 3U) << "emptied and filled, or neither";
+    ASSERT_EQ(Export(exporter, "select 3 as a", "out.db", "d"), 1);
+    EXPECT_EQ(RowsOf(out, "select a from d"), (Table{{"a"}, {"3"}}));
+    ASSERT_EQ(Export(exporter, "select id, Name from t", "source.db", "t2"), 4)
+        << "into the file that is read: " << exporter->GetLastError();
+    test::WriteFile(folder_.PathOf("no.db"), "this is no database, however long one looks at it");
+    EXPECT_EQ(Export(exporter, sql, "no.db"), -1);
+    EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Source, "SQLite");
+}
+
+TEST_F(ExportTest, ExportersAreFoundByTypeAndByFileName) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"a.csv", "csv"},           {"A.CSV", "csv"},     {"a.tsv", "tsv"},      {"a.tab", "tsv"},
+        {"dir.csv/a.xlsx", "xlsx"}, {"a.jsonl", "jsonl"}, {"a.ndjson", "jsonl"}, {"a.sqlite", "sqlite"},
+        {"a.DB", "sqlite"},         {"b\\a.csv", "csv"}};
+    for (const auto& [file, type] : cases) {
+        const IZorbDataExporterPtr exporter = exporters::ExporterForFile(file);
+        ASSERT_NE(exporter, nullptr) << file;
+        EXPECT_EQ(exporter->ExportTypeString(), type);
+    }
+    for (const char* file : {"", "csv", "a.pdf", "a.csv/b", "a."}) {
+        EXPECT_EQ(exporters::ExporterForFile(file), nullptr) << file;
+    }
+    ZorbDbAccessEngine engine;
+    exporters::AddAllExporters(engine);
+    EXPECT_EQ(engine.GetExportFileFilterString(),
+              "CSV file(*.CSV)|*.csv|Tab-separated file(*.TSV)|*.tsv|XLSX workbook(*.XLSX)|*.xlsx|"
+              "JSON lines(*.JSONL)|*.jsonl|SQLite database(*.SQLITE)|*.sqlite");
+}
+
+/// Does something after a number of reported rows, and remembers the reports.
+class Updater : public IProgressUpdater {
+public:
+    explicit Updater(std::function<void()> action = [] {}) : action_(std::move(action)) {}
+    void UpdateProgress(std::int64_t done, std::int64_t total) override {
+        reports.emplace_back(done, total);
+        if (done >= 10000) action_();
+    }
+    std::vector<std::pair<std::int64_t, std::int64_t>> reports;
+
+private:
+    std::function<void()> action_;
+};
+
+TEST_F(ExportTest, AnExportThatEndsHalfWayLeavesTheOldFile) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    for (const IZorbDataExporterPtr& exporter : exporters::AllExporters()) {
+        const std::string type = exporter->ExportTypeString();
+        SCOPED_TRACE(type);
+        const std::string name = "old." + type;
+        ASSERT_EQ(Export(exporter, "select 'old' as s, 1 as i", name), 1);
+        const std::string old = test::ReadFile(folder_.PathOf(name));
+        const auto files = folder_.FilesIn();
+
+        exporter->SetProgressUpdater(std::make_shared<Updater>([] { throw std::runtime_error("stop it"); }));
+        EXPECT_EQ(Export(exporter, kMany, name), -1);
+        EXPECT_EQ(exporter->GetLastError(), "stop it(ERR#: -2147467259)");
+        exporter->SetProgressUpdater(nullptr);
+
+        rlimit limit{};
+        ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+        const rlimit low{64 * 1024, limit.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
+        EXPECT_EQ(Export(exporter, kMany, name), -1);
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+        EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Number, type == "sqlite" ? -2147467259 : 61)
+            << exporter->GetLastError();
+        EXPECT_EQ(folder_.FilesIn(), files);
+
+        const pid_t child = ::fork();
+        if (child == 0) {
+            exporter->SetProgressUpdater(std::make_shared<Updater>([] { ::raise(SIGKILL); }));
+            const auto connection = test::MakeDatabase(":memory:");
+            ado::RecordsetPtr rows = connection->Execute(kMany);
+            std::string path = folder_.PathOf(name), table = "t";
+            exporter->ExportData(rows, path, table);
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        EXPECT_EQ(test::ReadFile(folder_.PathOf(name)), old);
+        EXPECT_EQ(Export(exporter, kMany, name), 20000) << exporter->GetLastError();
+    }
+}
+
+TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
+    std::filesystem::create_directory(folder_.PathOf("folder"));
+    std::filesystem::create_symlink("target.csv", folder_.PathOf("link.csv"));
+    test::WriteFile(folder_.PathOf("target.csv"), "old");
+    for (const IZorbDataExporterPtr& exporter : exporters::AllExporters()) {
+        const bool isDatabase = exporter->ExportTypeString() == "sqlite";
+        for (const auto& [file, number] : {std::pair("missing/x", 76), std::pair("", 76),
+                                           std::pair("folder", 75), std::pair("folder/", 75)}) {
+            ado::RecordsetPtr rows = Query("select 1 as a, 2 as b");
+            std::string path = *file == '\0' ? file : folder_.PathOf(file), table = "t";
+            EXPECT_EQ(exporter->ExportData(rows, path, table), -1);
+            EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Number, number)
+                << exporter->GetLastError() << isDatabase;
+        }
+        ado::RecordsetPtr none;
+        std::string path = folder_.PathOf("none"), table;
+        EXPECT_EQ(exporter->ExportData(none, path, table), -1);
+        EXPECT_THAT(exporter->GetLastError(), testing::EndsWith("(ERR#: 91)"));
+        none = std::make_shared<ado::Recordset>();
+        EXPECT_EQ(exporter->ExportData(none, path, table), -1);
+        EXPECT_THAT(exporter->GetLastError(), testing::EndsWith("(ERR#: -2146824584)"));
+    }
+    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_.PathOf("link.csv")));
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> open(
+        std::fopen(folder_.PathOf("target.csv").c_str(), "r+"), &std::fclose);
+    std::string path = "/proc/self/fd/" + std::to_string(::fileno(open.get())), table;
+    ado::RecordsetPtr rows = Query("select 2 as b");
+    EXPECT_EQ(exporters::NewCsvExporter()->ExportData(rows, path, table), 1);
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\nb\r\n2\r\n")
+        << "added to what is open";
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("folder", "link.csv", "source.db", "target.csv"));
+}
+
+class EngineFilesTest : public ExportTest {
+protected:
+    void SetUp() override {
+        ASSERT_NE(engine_.SetDatabaseConnection_MDBFile(folder_.PathOf("source.db"), "", ""), nullptr);
+        exporters::AddAllExporters(engine_);
+    }
+    std::vector<std::string> Run(std::string_view function, test::Params params) {
+        std::string xml;
+        EXPECT_TRUE(engine_.RunFunction(test::Request(function, params), xml)) << engine_.GetLastError();
+        return Entries(xml);
+    }
+
+    ZorbDbAccessEngine engine_;
+};
+
+TEST_F(EngineFilesTest, ADataFileHoldsTheRowsAndTheResultItsName) {
+    const std::string file = folder_.PathOf("out.xml");
+    const std::string data = folder_.PathOf("d");
+    std::filesystem::create_directory(data);
+    EXPECT_THAT(Run("public.getdatatofile", {{"sql", "select id, Name, photo from t where id < 3"},
+                                             {"filename", file},
+                                             {"datafolder", data}}),
+                ElementsAre("K file[file=" + file + "(file)]"));
+    EXPECT_EQ(
+        test::ReadFile(file),
+        "<data guid=\"K\" type=\"file\" datafolder=\"" + data +
+            "\\\"><row index=\"0\"><col name=\"id\" value=\"integer\"/><col name=\"name\" value=\"text\"/>"
+            "<col name=\"photo\" value=\"binary\" type=\"file\"/></row><row index=\"1\"><col name=\"id\" "
+            "value=\"1\"/><col name=\"name\" value=\"北京 &quot;x&quot;, y\"/><col name=\"photo\" "
+            "value=\"photo.000001\" type=\"file\"/></row><row index=\"2\"><col name=\"id\" value=\"2\"/>"
+            "<col name=\"name\" value=\"مرحبا 😀\"/><col name=\"photo\" value=\"photo.000002\" type=\"file\"/>"
+            "</row></data>");
+    EXPECT_EQ(test::ReadFile(data + "/photo.000001"), std::string("\0\xFF\1\n", 4));
+
+    EXPECT_THAT(Run("public.getdatatofile", {{"sql", kMany}, {"filename", file}}),
+                ElementsAre("K file[file=" + file + "(file)]"));
+    const std::vector<std::string> rows = Entries("<r>" + test::ReadFile(file) + "</r>");
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(std::count(rows[0].begin(), rows[0].end(), '|'), 20000);
+    EXPECT_THAT(rows[0], testing::EndsWith("|i=20000 s=some text 20000]"));
+}
+
+TEST_F(EngineFilesTest, ADataFileThatFailsLeavesNothingBehind) {
+    const std::string old = folder_.PathOf("old.xml");
+    test::WriteFile(old, "old");
+    const struct {
+        std::string sql, file, error;
+    } cases[] = {
+        {"", old, "-1 description=ZorbDbAccessEngine:Invalid Xml - sql parameter missed."},
+        {"select 1 as a", "", "-1 description=ZorbDbAccessEngine:Invalid Xml - filename not specified."},
+        {"select 1 as a", folder_.PathOf("no/x.xml"), "76 "},
+        {"select 1 as a", folder_.PathOf(""), "75 "},
+        {kMany, "/dev/full", "61 "},
+        {"select * from nope", old, "-2147217865 "},
+        {"create table u (a)", old, "-2146824584 "},
+        {"select abs(-9223372036854775807 - id) as a, id as b from t order by id", old, "-2147217900 "}};
+    for (const auto& [sql, file, error] : cases) {
+        EXPECT_THAT(Run("public.getdatatofile", {{"sql", sql}, {"filename", file}}),
+                    ElementsAre(StartsWith("K error[number=" + error)));
+    }
+    EXPECT_EQ(test::ReadFile(old), "old");
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("old.xml", "source.db"));
+
+    ZorbFunctionResult result;
+    ado::RecordsetPtr rows = Query("select 1 as a");
+    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, folder_.PathOf("a\x01z"), "c:\\out"));
+    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, folder_.PathOf("no/x"), "c:\\out"));
+    EXPECT_EQ(result.GetResultDataXml("k"), R"(<data guid="k" type="file" datafolder="c:\out\"/>)");
+    rows = nullptr;
+    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, old, ""));
+    EXPECT_THAT(result.GetLastError(), testing::EndsWith("(ERR#: 91)"));
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("old.xml", "source.db"));
+}
+
+TEST_F(EngineFilesTest, AnExportIsAskedForByItsType) {
+    const std::string file = folder_.PathOf("out.bin");
+    const auto updater = std::make_shared<Updater>();
+    engine_.SetProgressUpdater(updater);
+    EXPECT_THAT(
+        Run("public.getdatatoexportfile",
+            {{"sql", kMany}, {"sqlcount", "select 20000"}, {"filename", file}, {"exporttype", "CSV"}}),
+        ElementsAre("K file[file=" + file + "(file)]"));
+    EXPECT_EQ(ReadBack("csv", "out.bin").back(), (std::vector<std::string>{"20000", "some text 20000"}));
+    EXPECT_THAT(updater->reports,
+                ElementsAre(std::pair(5000, 20000), std::pair(10000, 20000), std::pair(15000, 20000),
+                            std::pair(20000, 20000), std::pair(20000, 20000)));
+    std::filesystem::remove(file);
+
+    const auto export_ = [&](const char* sql, const char* type, const char* clear) {
+        return Run("public.getdatatoexportfile", {{"sql", sql},
+                                                  {"filename", file},
+                                                  {"exporttype", type},
+                                                  {"tablename", "x"},
+                                                  {"cleardata", clear}})
+            .front();
+    };
+    const char* batch =
+        "create table if not exists u (a); select count(*) as n from t; select 1 as a, 2 as b;"
+        "insert into u values (9)";
+    for (const char* clear : {"1", "0", "", "abc", "0"}) {
+        EXPECT_EQ(export_(batch, "sqlite", clear), "K file[file=" + file + "(file)]");
+    }
+    EXPECT_EQ(RowsOf(test::MakeDatabase(file), "select * from x").size(), 3U)
+        << "emptied by abc, then added to";
+    EXPECT_EQ(RowsOf(connection_, "select * from u").size(), 6U) << "the rest of the batch runs";
+
+    const std::pair<std::pair<const char*, const char*>, const char*> failing[] = {
+        {{"select 1 as a, 2 as b", ""},
+         "-1 description=ZorbDbAccessEngine:Invalid Xml - Export Type not specified."},
+        {{"select 1 as a, 2 as b", "pdf"},
+         "-1 description=ZorbDbAccessEngine:Corresponding Data Exporter not installed - pdf."},
+        {{"select 1 as one", "csv"}, "91 "},
+        {{"select 1 as a, 'nope' as nope", "sqlite"},
+         "-2147217900 description=ZorbDbAccessEngine:ZorbFunctionResult:table x has no column named nope"}};
+    for (const auto& [what, error] : failing) {
+        EXPECT_THAT(export_(what.first, what.second, "0"),
+                    StartsWith(std::string("K error[number=") + error));
+    }
+}
+
+/// Fails in one of the ways in which a client's exporter may.
+class FailingExporter : public IZorbDataExporter {
+public:
+    bool MatchExportType(std::string_view type) override {
+        way_ = type;
+        return type != "csv";
+    }
+    std::string GetLastError() override { return "its own words"; }
+    void RaiseLastError() override {
+        if (way_ == "negative") throw ErrorInfo(-77, "its own words", "exporter");
+    }
+    std::int32_t ExportData(ado::RecordsetPtr& rows, std::string& /*file*/, std::string& /*table*/,
+                            std::string /*folder*/) override {
+        if (way_ == "throws") throw std::runtime_error("its own words");
+        if (way_ == "anything") throw 42;
+        if (way_ == "takes") rows.reset();
+        return way_ == "takes" ? 0 : -2;
+    }
+
+private:
+    std::string way_;
+};
+
+TEST_F(EngineFilesTest, AnExporterThatFailsLeavesTheEngineUsable) {
+    ZorbDbAccessEngine engine;
+    ASSERT_NE(engine.SetDatabaseConnection_MDBFile(folder_.PathOf("source.db"), "", ""), nullptr);
+    ASSERT_TRUE(engine.AddDataExporter(std::make_shared<FailingExporter>()));
+    const std::pair<const char*, const char*> cases[] = {
+        {"negative",
+         "K error[number=-77 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words source=exp"},
+        {"silent", "K error[number=-1 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
+        {"throws",
+         "K error[number=-2147467259 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
+        {"anything", "K error[number=-2147467259 description="},
+        {"takes", "K file[file=x(file)]"}};
+    for (const auto& [way, entry] : cases) {
+        std::string xml;
+        EXPECT_TRUE(engine.RunFunction(
+            test::Request("public.getdatatoexportfile",
+                          {{"sql", "select id, Name from t"}, {"filename", "x"}, {"exporttype", way}}),
+            xml));
+        EXPECT_THAT(Entries(xml), ElementsAre(StartsWith(entry))) << way;
+        EXPECT_TRUE(engine.RunFunction(test::Request("public.getdata", {{"sql", "select 1 as a"}}), xml));
+        EXPECT_THAT(Entries(xml), ElementsAre("K data[a=integer|a=1]"));
+    }
+}
+
+}  // namespace
+}  // namespace halvtiv
