@@ -252,4 +252,35 @@ TEST(FunctionDefLibraryTest, OneTextMayServeForDefinitionsAndReport) {
     EXPECT_THAT(text, HasSubstr("> a: Success. (0 parameters)"));
 }
 
+TEST(FunctionDefTest, ADatabaseMayHaveABodyOfItsOwn) {
+    clsZorbFunctionDef definition;
+    ASSERT_TRUE(
+        definition.Parse("<d name='f'><paramdef><param name='n' type='integer' value='x'/></paramdef>"
+                         "<function name='public.getdata' provider='PostgreSQL, MariaDB'>"
+                         "<param name='sql' value='server %n%'/></function>"
+                         "<function name='public.executesql'><param name='sql' value='rest %n%'/>"
+                         "</function></d>"))
+        << definition.GetLastError();
+    EXPECT_EQ(definition.FunctionBase(), "public.executesql");
+    const std::pair<const char*, const char*> cases[] = {{"mariadb", "public.getdata server 7"},
+                                                         {"POSTGRESQL", "public.getdata server 7"},
+                                                         {"SQLite", "public.executesql rest 7"},
+                                                         {"", "public.executesql rest 7"}};
+    for (const auto& [database, expected] : cases) {
+        ZorbFunctionCall call;
+        call.FunctionName("f");
+        call.AddParam("n", "7");
+        ASSERT_TRUE(definition.CompileFunction(call, database)) << definition.GetLastError();
+        EXPECT_EQ(call.FunctionName() + " " + call.GetParamByName("sql"), expected) << database;
+    }
+    const std::vector<std::string_view> names{"public.getdata"};
+    clsZorbFunctionDefLibrary library(names);
+    std::string report;
+    EXPECT_TRUE(
+        library.LoadFunctionDefsXml("<l><functiondef name='f'><function name='public.getdata'/>"
+                                    "<function name='nope' provider='SQLite'/></functiondef></l>",
+                                    report));
+    EXPECT_THAT(report, HasSubstr("Invalid base function - nope."));
+}
+
 }  // namespace halvtiv

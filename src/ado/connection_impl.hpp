@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include <halvtiv/ado.hpp>
@@ -33,6 +34,10 @@ struct ConnectionInside {
     /// Gives a connection that is yet to be opened the switch by which other threads stop what runs on it.
     static void UseCancelSwitch(Connection& connection, std::shared_ptr<CancelSwitch> cancel) {
         connection.impl_->cancel = std::move(cancel);
+    }
+    /// The database's name; "" where it is not open.
+    static std::string_view DatabaseName(const Connection& connection) {
+        return connection.impl_->session ? connection.impl_->session->DatabaseName() : std::string_view();
     }
     /// Whether the database has a transaction open on it, whoever began it.
     static bool InTransaction(const Connection& connection) {

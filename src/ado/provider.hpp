@@ -203,6 +203,9 @@ public:
     /// Writes one row of a table, whole or not at all, unless the caller undoes what a failure leaves.
     virtual RowChangeResult Change(const RowChange& change) = 0;
 
+    /// The kind of database, by the name that definitions use: "SQLite", "PostgreSQL", "MariaDB",
+    /// "SQLServer", "Access", or what the driver calls it.
+    virtual std::string_view DatabaseName() const = 0;
     /// False when the database has dropped the connection.
     virtual bool IsAlive() = 0;
     /// Ends the connection: cursors and batches of it raise -2146824579 from then on.

@@ -111,6 +111,10 @@ bool clsZorbTivCore::ExecuteSQL(std::string_view sql, std::string_view /*reserve
     });
 }
 
+std::string_view clsZorbTivCore::DatabaseName() const {
+    return connection_ ? ado::ConnectionInside::DatabaseName(*connection_) : std::string_view();
+}
+
 bool clsZorbTivCore::InTransaction() const {
     return connection_ && ado::ConnectionInside::InTransaction(*connection_);
 }

@@ -19,7 +19,7 @@ namespace halvtiv {
 /// Does the engine's database work, over the one connection that it holds.
 ///
 /// Guarded as all classes, but for `IsConnectionOK`, `DisConnect`, `GetDatabaseConnection`,
-/// `InTransaction`, `Cancel` and `ForgetCancel`. It never reconnects by itself.
+/// `DatabaseName`, `InTransaction`, `Cancel` and `ForgetCancel`. It never reconnects by itself.
 class clsZorbTivCore {
 public:
     /// Whether there is a connection and it is not closed.
@@ -79,6 +79,9 @@ public:
     void Cancel() noexcept { cancelSwitch_->Throw(); }
     void ForgetCancel() noexcept { cancelSwitch_->Forget(); }
 
+    /// What the connection leads to: "SQLite", "PostgreSQL", "MariaDB", "SQLServer", ...; "" without an open
+    /// one. Not guarded.
+    std::string_view DatabaseName() const;
     /// Whether the database has a transaction open. Not guarded.
     bool InTransaction() const;
     bool BeginTrans();

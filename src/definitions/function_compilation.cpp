@@ -103,14 +103,15 @@ void Substitute(const ZorbColumnDataItems& items, const Substitutions& substitut
 
 }  // namespace
 
-void clsZorbFunctionDef::Compile(ZorbFunctionCall& call) {
+void clsZorbFunctionDef::Compile(ZorbFunctionCall& call, std::string_view database) {
     if (call.FunctionName() != functionName_) {
         Raise("function name not match - \"" + call.FunctionName() + "\" and \"" + functionName_ + "\".");
     }
     const Substitutions substitutions = CheckValues(call, paramDefs_);
-    call.FunctionName(FunctionBase());
-    MergeParams(call, functionBody_);
-    MergeDataParams(call, functionBody_);
+    const ZorbFunctionCall& body = BodyFor(database);
+    call.FunctionName(body.FunctionName());
+    MergeParams(call, body);
+    MergeDataParams(call, body);
     Substitute(CallInside::Params(call), substitutions);
     for (const ZorbColumnDataItemsPtr& block : CallInside::Blocks(call)) Substitute(*block, substitutions);
 }

@@ -1,5 +1,6 @@
 #include "definitions/function_def.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include <pugixml.hpp>
@@ -21,12 +22,31 @@ namespace {
     throw OwnError("clsZorbFunctionDef", std::move(message));
 }
 
-/// The first child element of that name with a "name" that is not empty.
-pugi::xml_node NamedChild(const pugi::xml_node& parent, const char* elementName) {
-    for (const pugi::xml_node child : parent.children(elementName)) {
-        if (!GetXmlAttribute(child, "name").empty()) return child;
+bool IsBody(const pugi::xml_node& node) {
+    return !GetXmlAttribute(node, "name").empty();
+}
+
+/// The body for every database that has none of its own: the first without a "provider", else the first.
+pugi::xml_node UsualBody(const pugi::xml_node& root) {
+    pugi::xml_node first;
+    for (const pugi::xml_node child : root.children("function")) {
+        if (!IsBody(child)) continue;
+        if (!child.attribute("provider")) return child;
+        if (!first) first = child;
     }
-    return {};
+    return first;
+}
+
+/// Names between blanks and commas, lower-cased.
+std::vector<std::string> NamesIn(std::string_view list) {
+    constexpr std::string_view kBetween = " ,";
+    std::vector<std::string> names;
+    for (std::size_t begin = list.find_first_not_of(kBetween); begin != std::string_view::npos;) {
+        const std::size_t end = std::min(list.find_first_of(kBetween, begin), list.size());
+        names.push_back(platform::ToLower(list.substr(begin, end - begin)));
+        begin = list.find_first_not_of(kBetween, end);
+    }
+    return names;
 }
 
 std::string MarkupOf(const pugi::xml_node& node) {
@@ -34,6 +54,15 @@ std::string MarkupOf(const pugi::xml_node& node) {
     if (!platform::AppendXmlNode(xml, node))
         platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);
     return xml.ToString();
+}
+
+void ReadBody(ZorbFunctionCall& body, const std::string& xml) {
+    if (body.Parse(xml)) return;
+    try {
+        body.RaiseLastError();
+    } catch (const ErrorInfo& error) {
+        Raise("Invalid function body(" + error.Description + ").");
+    }
 }
 
 std::string_view Trimmed(std::string_view text) {
@@ -46,14 +75,31 @@ bool clsZorbFunctionDef::Parse(std::string_view xml) {
     return Succeeds(errors_, [&] { Read(xml); });
 }
 
-bool clsZorbFunctionDef::CompileFunction(ZorbFunctionCall& call) {
-    return Succeeds(errors_, [&] { Compile(call); });
+bool clsZorbFunctionDef::CompileFunction(ZorbFunctionCall& call, std::string_view database) {
+    return Succeeds(errors_, [&] { Compile(call, database); });
 }
 
 void clsZorbFunctionDef::Reset() {
     functionName_.clear();
     paramDefs_.Reset();
     functionBody_.Reset();
+    otherBodies_.clear();
+}
+
+std::vector<std::string> clsZorbFunctionDef::FunctionBases() const {
+    std::vector<std::string> bases{FunctionBase()};
+    for (const OtherBody& body : otherBodies_) bases.push_back(body.call.FunctionName());
+    return bases;
+}
+
+const ZorbFunctionCall& clsZorbFunctionDef::BodyFor(std::string_view database) const {
+    const std::string name = platform::ToLower(database);
+    for (const OtherBody& body : otherBodies_) {
+        if (std::find(body.databases.begin(), body.databases.end(), name) != body.databases.end()) {
+            return body.call;
+        }
+    }
+    return functionBody_;
 }
 
 void clsZorbFunctionDef::Read(std::string_view xml) {
@@ -77,15 +123,15 @@ void clsZorbFunctionDef::Read(std::string_view xml) {
         }
     }
 
-    const pugi::xml_node body = NamedChild(root, "function");
+    const pugi::xml_node body = UsualBody(root);
     if (!body) Raise("No function body defined.");
     functionBodyText_ = MarkupOf(body);
-    if (!functionBody_.Parse(functionBodyText_)) {
-        try {
-            functionBody_.RaiseLastError();
-        } catch (const ErrorInfo& error) {
-            Raise("Invalid function body(" + error.Description + ").");
-        }
+    ReadBody(functionBody_, functionBodyText_);
+    for (const pugi::xml_node other : root.children("function")) {
+        if (!IsBody(other) || !other.attribute("provider")) continue;
+        OtherBody& read = otherBodies_.emplace_back();
+        read.databases = NamesIn(GetXmlAttribute(other, "provider"));
+        ReadBody(read.call, MarkupOf(other));
     }
 }
 

@@ -114,8 +114,8 @@ std::shared_ptr<clsZorbFunctionDef> clsZorbFunctionDefLibrary::AddDefinition(std
         message = "Failed. (" + std::string(definition->LastErrorWords()) + ")";
         definition->RaiseLastError();
     }
-    const std::string base = definition->FunctionBase();
-    if (!IsBuildInFunction(base)) {
+    for (const std::string& base : definition->FunctionBases()) {
+        if (IsBuildInFunction(base)) continue;
         message = "Failed. (Invalid base function - " + base + ".)";
         Raise("Invalid base function - ", base, ".");
     }
@@ -141,12 +141,12 @@ void clsZorbFunctionDefLibrary::Replace(const std::string& name,
     definitions_.splice(definitions_.end(), added);
 }
 
-bool clsZorbFunctionDefLibrary::CompileFunction(ZorbFunctionCall& call) {
+bool clsZorbFunctionDefLibrary::CompileFunction(ZorbFunctionCall& call, std::string_view database) {
     return Succeeds(errors_, [&] {
         const std::string name = call.FunctionName();
         const std::shared_ptr<clsZorbFunctionDef> definition = GetItemByName(name);
         if (!definition) Raise("Function not found - ", name, ".");
-        if (!definition->CompileFunction(call)) definition->RaiseLastError();
+        if (!definition->CompileFunction(call, database)) definition->RaiseLastError();
     });
 }
 

@@ -36,9 +36,9 @@ public:
     /// Loads one definition and returns it; null when it failed. message says in either case what came of it.
     std::shared_ptr<clsZorbFunctionDef> LoadFunctionDefXml(std::string_view xml, std::string& message);
 
-    /// Turns a call of a defined function, in place, into a call of a built-in one. "Function not found -
-    /// NAME."
-    bool CompileFunction(ZorbFunctionCall& call);
+    /// Turns a call of a defined function, in place, into a call of a built-in one, with the body for that
+    /// database. "Function not found - NAME."
+    bool CompileFunction(ZorbFunctionCall& call, std::string_view database = {});
 
     /// "Specified function not found - NAME."
     bool RemoveItem(std::string_view name);

@@ -42,7 +42,7 @@ bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFun
 
 void CompileCall(EngineState& engine, ZorbFunctionCall& call) {
     if (engine.library.IsBuildInFunction(CallInside::Name(call))) return;
-    if (!engine.library.CompileFunction(call)) engine.library.RaiseLastError();
+    if (!engine.library.CompileFunction(call, engine.core.DatabaseName())) engine.library.RaiseLastError();
 }
 
 }  // namespace halvtiv

@@ -32,6 +32,7 @@ public:
 
     std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
     RowChangeResult Change(const RowChange& change) override;
+    std::string_view DatabaseName() const override { return "SQLite"; }
     bool IsAlive() override { return database_ != nullptr; }
     void Close() override;
     bool InTransaction() override;
