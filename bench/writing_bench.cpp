@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "process_memory.hpp"
 #include "ratios.hpp"
 #include "sample_table.hpp"
 
@@ -136,7 +138,8 @@ struct LongValue {
 
     LongValue() {
         Run(database.get(),
-            "create table p(id integer primary key, name text, photo blob); insert into p(id) values (1)");
+            "create table p(id integer primary key, name text, photo blob); insert into p(id) values (1);"
+            "create table w(id text primary key, photo blob) without rowid; insert into w(id) values (1)");
         std::vector<std::uint32_t> block(1 << 18);
         std::uint32_t number = 1;
         std::ofstream file(in, std::ios::binary);
@@ -159,6 +162,12 @@ struct LongValue {
     LongValue(const LongValue&) = delete;
     LongValue& operator=(const LongValue&) = delete;
 };
+
+std::string FileRequest(std::string_view function, std::string_view table, std::string_view file) {
+    return Call(function, SqlParam("select * from " + std::string(table)) +
+                              "<param name=\"colname\" value=\"photo\"/><param name=\"filename\" value=\"" +
+                              std::string(file) + "\"/>");
+}
 
 constexpr int kPiece = 1 << 16;
 
@@ -186,10 +195,7 @@ void FileInByHand(benchmark::State& state) {
 void FileInByEngine(benchmark::State& state) {
     const LongValue& value = LongValue::Shared();
     const auto engine = value.table.Engine();
-    const std::string request = Call("public.setbinarydata", SqlParam("select * from p") +
-                                                                 "<param name=\"colname\" value=\"photo\"/>"
-                                                                 "<param name=\"filename\" value=\"" +
-                                                                 value.in + "\"/>");
+    const std::string request = FileRequest("public.setbinarydata", "p", value.in);
     for (auto _ : state) RunCounted(*engine, request, 1);
 }
 
@@ -214,12 +220,25 @@ void FileOutByEngine(benchmark::State& state) {
     const LongValue& value = LongValue::Shared();
     Run(value.database.get(), "update p set photo = zeroblob(" + std::to_string(kFileSize) + ")");
     const auto engine = value.table.Engine();
-    const std::string request = Call("public.getbinarydata", SqlParam("select * from p") +
-                                                                 "<param name=\"colname\" value=\"photo\"/>"
-                                                                 "<param name=\"filename\" value=\"" +
-                                                                 value.out + "\"/>");
+    const std::string request = FileRequest("public.getbinarydata", "p", value.out);
     for (auto _ : state) RunCounted(*engine, request, 1);
     Require(std::filesystem::file_size(value.out) == static_cast<std::uintmax_t>(kFileSize), "file out");
+}
+
+void LongValueMemory(benchmark::State& state) {
+    const LongValue& value = LongValue::Shared();
+    const auto engine = value.table.Engine();
+    const auto peakOf = [&](std::string_view table) {
+        const std::int64_t in =
+            PeakOf([&] { RunCounted(*engine, FileRequest("public.setbinarydata", table, value.in), 1); });
+        const std::int64_t out =
+            PeakOf([&] { RunCounted(*engine, FileRequest("public.getbinarydata", table, value.out), 1); });
+        return static_cast<double>(std::max(in, out));
+    };
+    for (auto _ : state) {
+        state.counters["in_place_mib"] = peakOf("p") / (1 << 20);
+        state.counters["whole_per_size"] = peakOf("w") / static_cast<double>(kFileSize);
+    }
 }
 
 BENCHMARK(UpdateByHand)->Name("writing/update by hand")->Unit(benchmark::kMillisecond);
@@ -233,6 +252,8 @@ BENCHMARK(FileInByEngine)->Name("writing/file in")->Unit(benchmark::kMillisecond
 BENCHMARK(FileOutByHand)->Name("writing/file out by hand")->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(FileOutByEngine)->Name("writing/file out")->Unit(benchmark::kMillisecond)->Iterations(2);
 
+BENCHMARK(LongValueMemory)->Name("writing/memory")->Unit(benchmark::kMillisecond)->Iterations(1);
+
 const Promised kUpdate({"100,000 rows updated, against UPDATE by key", "writing/update",
                         "writing/update by hand", "", 2.5});
 const Promised kDelete({"100,000 rows deleted, against DELETE by key", "writing/delete",
@@ -243,6 +264,10 @@ const Promised kIn({"a 256 MB file into a column, against by hand", "writing/fil
                     "writing/file in by hand", "", 1.5});
 const Promised kOut({"a 256 MB column into a file, against by hand", "writing/file out",
                      "writing/file out by hand", "", 1.5});
+const Promised kInPlace({"the same in and out, peak memory in MiB", "writing/memory", "", "in_place_mib",
+                         32});
+const Promised kWhole({"in and out of a table without row ids, peak memory against the file",
+                       "writing/memory", "", "whole_per_size", 2.2});
 
 }  // namespace
 
