@@ -137,7 +137,7 @@ RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces)
 }
 
 // The row and its long values as one change. Nothing where the database does not let a column be filled that
-// way: one with an index on it.
+// way, one with an index on it, or where the bytes that stand in for the value violate a constraint.
 std::optional<RowChangeResult> SqliteSession::ChangeInPieces(const RowChange& change) {
     const bool isOutermost = !InTransaction();
     constexpr std::int32_t kLevel = 0;  // below those that a connection counts
@@ -147,9 +147,10 @@ std::optional<RowChangeResult> SqliteSession::ChangeInPieces(const RowChange& ch
         SetSavepoint(kLevel);
     }
     const auto undo = [&] {
+        if (!InTransaction()) return;  // the database has undone it, and all around it
         if (isOutermost) {
             Rollback();
-        } else if (InTransaction()) {
+        } else {
             RollbackToSavepoint(kLevel);
         }
     };
@@ -165,9 +166,10 @@ std::optional<RowChangeResult> SqliteSession::ChangeInPieces(const RowChange& ch
         }
     } catch (const ErrorInfo& error) {
         undo();
-        const bool isIndexed = error.Description.starts_with("cannot open indexed column") ||
-                               error.Description.starts_with("cannot open foreign key column");
-        if (isIndexed) return std::nullopt;
+        const bool needsWhole = error.Number == static_cast<std::int32_t>(AdoError::ConstraintViolation) ||
+                                error.Description.starts_with("cannot open indexed column") ||
+                                error.Description.starts_with("cannot open foreign key column");
+        if (needsWhole) return std::nullopt;
         throw;
     } catch (...) {
         undo();
