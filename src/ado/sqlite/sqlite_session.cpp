@@ -273,7 +273,8 @@ bool SqliteSession::MustStop() noexcept {
 }
 
 int SqliteSession::StopWhenItMust(void* session) {
-    return static_cast<SqliteSession*>(session)->MustStop() ? 1 : 0;
+    auto& self = *static_cast<SqliteSession*>(session);
+    return !self.wholeStep_ && self.MustStop() ? 1 : 0;
 }
 
 // Short waits at first, for locks are mostly held for the time of one commit.

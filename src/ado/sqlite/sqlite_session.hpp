@@ -112,7 +112,8 @@ private:
     std::vector<SqliteStatement*> inUse_;           // owned by their leases
     std::vector<DeferredValues*> readers_;          // owned by their cursors
     std::shared_ptr<CancelSwitch> cancel_;
-    bool undoing_ = false;  // cancelling has no hold on what undoes work
+    bool undoing_ = false;    // cancelling has no hold on what undoes work
+    bool wholeStep_ = false;  // the running statement is not stopped half-way
     std::chrono::milliseconds busyTimeout_;
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
     Clock::time_point deadline_{};
