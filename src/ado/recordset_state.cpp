@@ -133,7 +133,12 @@ void RecordsetState::LeaveRow() {
     atEnd_ = true;  // holds when one of these fails
     // A row that was added before the query has run comes out of the query.
     const bool isKept = kept_ && !replaying_ && !deleted_ && (!wasNew || started_);
-    if (isKept) kept_->Append(editor_ ? static_cast<RowSource&>(*editor_) : StoredRow());
+    if (isKept && wasNew) {
+        if (!added_) added_ = NewSpool();
+        added_->Append(*editor_);
+    } else if (isKept) {
+        kept_->Append(editor_ ? static_cast<RowSource&>(*editor_) : StoredRow());
+    }
     editor_.reset();
     deleted_ = false;
 }
@@ -176,6 +181,10 @@ void RecordsetState::MoveFirst() {
 void RecordsetState::GoToFirstOfAll() {
     if (!atEnd_) LeaveRow();
     while (Advance()) LeaveRow();
+    if (added_) {
+        for (added_->Rewind(); added_->Next();) kept_->Append(*added_);
+        added_.reset();
+    }
     ahead_ = std::move(kept_);
     kept_ = NewSpool();
     ahead_->Rewind();
@@ -183,6 +192,7 @@ void RecordsetState::GoToFirstOfAll() {
     atEnd_ = !Advance();
     onFirstRow_ = !atEnd_;
     ++rowSerial_;
+    if (atEnd_) RaiseAdoError(AdoError::NoCurrentRecord);
 }
 
 bool RecordsetState::IsUpdatable(std::int32_t column) const {
@@ -259,6 +269,7 @@ void RecordsetState::FinishCursor() {
     editor_.reset();
     ahead_.reset();
     kept_.reset();
+    added_.reset();
     target_.reset();
     needed_.reset();
     undoneTogether_ = false;

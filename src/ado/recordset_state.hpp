@@ -119,8 +119,9 @@ private:
     bool onFirstRow_ = false;
     std::int64_t rowSerial_ = 0;
 
-    std::unique_ptr<RowSpool> kept_;  // the rows that have passed, unless forward-only
-    bool replaying_ = false;          // the current row is one of those kept; only without changes
+    std::unique_ptr<RowSpool> kept_;   // the rows that have passed, unless forward-only
+    std::unique_ptr<RowSpool> added_;  // the new ones among them, which stand behind all others
+    bool replaying_ = false;           // the current row is one of those kept; only without changes
 
     std::shared_ptr<const ChangeTarget> target_;       // null where rows cannot be changed
     std::optional<std::vector<std::int32_t>> needed_;  // the columns to read ahead; nothing: all

@@ -97,8 +97,11 @@ void RowEditor::Insert() {
     }
     const auto result = session_.Change(change);
     written_ = true;
-    const auto& key = change.table->key;
-    for (const auto& part : key) {
+    if (result.affectedRows == 0) {  // a trigger or a conflict clause has left the row out
+        keyIsKnown_ = false;
+        return;
+    }
+    for (const auto& part : change.table->key) {
         if (pending_.contains(part.column)) continue;
         if (result.newKey) {
             values_[part.column] = {{CellKind::Integer, *result.newKey, 0, {}}, nullptr};
@@ -119,9 +122,11 @@ void RowEditor::Update() {
     change.undoneByCaller = undoneTogether_;
     AppendConditions(change, true);
     if (session_.Change(change).affectedRows == 0) RaiseAdoError(AdoError::RowChanged);
-    // The key that was added to the row does not follow a change of the column behind it.
+    // The key that was added to the row follows a change of the column that is its other name.
     for (const auto& [column, edited] : pending_) {
-        if (target_.columns[Index(column)].name == change.table->keyAlias) keyIsKnown_ = false;
+        if (target_.columns[Index(column)].name != change.table->keyAlias) continue;
+        keyIsKnown_ = edited.cell.kind == CellKind::Integer;
+        values_[change.table->key.front().column] = {edited.cell, nullptr};
     }
 }
 
@@ -139,6 +144,8 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
     if (!keyIsKnown_) RaiseAdoError(AdoError::RowChanged);
     for (const auto& part : change.table->key) {
         change.conditions.push_back(MakeParameter(part.name, WrittenValue(part.column)));
+        // The row that an outer join did not find; others may have no value there.
+        if (change.conditions.back().value.kind == CellKind::Null) RaiseAdoError(AdoError::RowChanged);
     }
     if (!withOldValues) return;
     for (const auto& [column, edited] : pending_) {

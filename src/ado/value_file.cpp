@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "ado/errors.hpp"
 #include "ado/spooled_bytes.hpp"
 #include "platform/files.hpp"
 
@@ -34,14 +35,15 @@ private:
 
 void CopyValueToFile(RowSource& row, std::int32_t column, std::string_view path,
                      const CopyProgress& progress) {
-    platform::CreateEmptyFile(path);
     const std::int64_t size = row.Size(column);
+    // The reader of a pipe would take an empty file for the whole value.
+    if (size <= 0 || !platform::StreamExists(path)) platform::CreateEmptyFile(path);
     if (size <= 0) return;
     platform::OutputFile file(path);
     std::vector<std::uint8_t> piece(kPieceSize);
     for (std::int64_t written = 0; written < size;) {
         const std::size_t count = row.Read(column, written, piece);
-        if (count == 0) break;
+        if (count == 0) RaiseAdoError(AdoError::Unspecified);  // never half a value
         file.Write({reinterpret_cast<const char*>(piece.data()), count});
         written += static_cast<std::int64_t>(count);
         if (progress) progress(written, size);

@@ -179,6 +179,14 @@ bool FolderExists(std::string_view path) noexcept try {
     return false;
 }
 
+bool StreamExists(std::string_view path) noexcept try {
+    if (path.find('\0') != std::string_view::npos) return false;
+    const auto status = StatusOf(NativePath(path));
+    return status && !S_ISREG(status->st_mode) && !S_ISDIR(status->st_mode);
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
 std::string ReadWholeFile(std::string_view path) {
     const std::string native = CheckedPath(path);
     const Descriptor file = OpenFile(native, O_RDONLY);

@@ -18,6 +18,8 @@ std::string NativePath(std::string_view path);
 bool FileExists(std::string_view path) noexcept;
 /// Whether a folder stands at exactly that path.
 bool FolderExists(std::string_view path) noexcept;
+/// Whether something that only passes bytes on stands there: a pipe or a device.
+bool StreamExists(std::string_view path) noexcept;
 
 /// The whole content.
 std::string ReadWholeFile(std::string_view path);

@@ -128,7 +128,15 @@ RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces)
     int place = 0;
     for (const auto* parameter : written.parameters) values.Bind(++place, *parameter, inPieces);
     const auto changesBefore = TotalChanges();
-    Step(*statement);
+    // Stopped half-way, it would take the whole transaction with it.
+    wholeStep_ = InTransaction();
+    try {
+        Step(*statement);
+    } catch (...) {
+        wholeStep_ = false;
+        throw;
+    }
+    wholeStep_ = false;
     RowChangeResult result;
     result.affectedRows = TotalChanges() == changesBefore ? 0 : LastChanges();
     sqlite3_reset(statement->Handle());

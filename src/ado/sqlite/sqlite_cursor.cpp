@@ -53,7 +53,14 @@ bool SqliteCursor::Next() {
     ended_ = true;  // holds when the step fails
     ended_ = !statement_.Owner().Step(*statement_);
     if (std::exchange(isFirstStep_, false)) {
-        statement_->RefreshColumns(!ended_);
+        const bool isCurrent = statement_->RefreshColumns(!ended_);
+        const auto target = isCurrent ? nullptr : Target();
+        if (target && sqlite3_column_count(statement_->Handle()) != target->width) {
+            ended_ = true;
+            throw MakeProviderError(AdoError::Unspecified,
+                                    "The table has been altered since the recordset was opened.",
+                                    kSqliteName);
+        }
         columns_ = statement_->Columns().data();
     }
     return !ended_;

@@ -75,6 +75,7 @@ void SqliteSession::Close() {
     for (auto* statement : inUse_) statement->Drop();
     inUse_.clear();
     cache_.Clear();
+    schemaProbe_.reset();
     database_.reset();
 }
 
@@ -133,6 +134,9 @@ SqliteSession::Lease SqliteSession::Acquire(std::string_view text, Purpose purpo
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     inUse_.reserve(inUse_.size() + 1);
     auto statement = cache_.Take(text, purpose);
+    // What is opened for changes may write before it has read anything, and a plan may not fit any more.
+    const bool dependsOnSchema = purpose == Purpose::Change || (statement && statement->Plan());
+    if (dependsOnSchema && SchemaHasChanged()) statement.reset();
     if (!statement) statement = PrepareFirst(text, purpose);
     if (!statement) return {shared_from_this(), nullptr};
     inUse_.push_back(statement.get());
@@ -233,6 +237,20 @@ std::int64_t SqliteSession::LastChanges() const {
     return sqlite3_changes64(database_.get());
 }
 
+bool SqliteSession::SchemaHasChanged() {
+    if (!schemaProbe_) {
+        constexpr std::string_view kProbe = "SELECT 1 FROM main.sqlite_schema LIMIT 0";
+        schemaProbe_ =
+            std::make_unique<SqliteStatement>(PrepareHandle(kProbe, true, nullptr), "", 0, Purpose::Read);
+    }
+    const int timesPrepared = schemaProbe_->TimesPrepared();
+    Step(*schemaProbe_);
+    sqlite3_reset(schemaProbe_->Handle());
+    if (schemaProbe_->TimesPrepared() == timesPrepared) return false;
+    cache_.ForgetPlans();
+    return true;
+}
+
 void SqliteSession::Run(const std::string& commandText) {
     const auto statement = Acquire(commandText, Purpose::Read);
     Step(*statement);
@@ -255,7 +273,8 @@ bool SqliteSession::MustStop() noexcept {
 }
 
 int SqliteSession::StopWhenItMust(void* session) {
-    return static_cast<SqliteSession*>(session)->MustStop() ? 1 : 0;
+    auto& self = *static_cast<SqliteSession*>(session);
+    return !self.wholeStep_ && self.MustStop() ? 1 : 0;
 }
 
 // Short waits at first, for locks are mostly held for the time of one commit.

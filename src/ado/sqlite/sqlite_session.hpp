@@ -93,6 +93,8 @@ private:
     void ReleaseReaders() noexcept;
     std::unique_ptr<SqliteStatement> PrepareFirst(std::string_view text, Purpose purpose);
     SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail);
+    /// Whether the schema has changed since this was asked last; what had been made for it is forgotten then.
+    bool SchemaHasChanged();
     void Run(const std::string& commandText);
     /// Runs what undoes work, however often that has been cancelled.
     void RunToUndo(const std::string& commandText);
@@ -107,10 +109,12 @@ private:
 
     SqliteHandle database_;
     SqliteStatementCache cache_;
-    std::vector<SqliteStatement*> inUse_;   // owned by their leases
-    std::vector<DeferredValues*> readers_;  // owned by their cursors
+    std::unique_ptr<SqliteStatement> schemaProbe_;  // reads nothing but notices a changed schema
+    std::vector<SqliteStatement*> inUse_;           // owned by their leases
+    std::vector<DeferredValues*> readers_;          // owned by their cursors
     std::shared_ptr<CancelSwitch> cancel_;
-    bool undoing_ = false;  // cancelling has no hold on what undoes work
+    bool undoing_ = false;    // cancelling has no hold on what undoes work
+    bool wholeStep_ = false;  // the running statement is not stopped half-way
     std::chrono::milliseconds busyTimeout_;
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
     Clock::time_point deadline_{};

@@ -50,8 +50,10 @@ public:
     /// Frees the statement; the session is closing.
     void Drop() noexcept { handle_.reset(); }
 
-private:
+    /// How often it has been prepared: again whenever the schema has changed.
     int TimesPrepared() const noexcept;
+
+private:
     void ReadColumns(int count);
 
     SqliteStatementHandle handle_;
@@ -76,6 +78,12 @@ public:
     std::unique_ptr<SqliteStatement> Take(std::string_view text, Purpose purpose);
     void Keep(std::unique_ptr<SqliteStatement> statement);
     void Clear() noexcept { entries_.clear(); }
+    /// Drops what was prepared for changes or follows a plan: a changed schema may ask for another one.
+    void ForgetPlans() noexcept {
+        std::erase_if(entries_, [](const Entry& entry) {
+            return entry.statement->PreparedFor() == Purpose::Change || entry.statement->Plan();
+        });
+    }
 
 private:
     struct Entry {

@@ -1,0 +1,342 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "db/tiv_core.hpp"
+#include "support.hpp"
+
+namespace halvtiv {
+namespace {
+
+using test::ReadFile;
+using test::WriteFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+struct Item {
+    const char* name;
+    std::string value;
+    std::int32_t type = 0;
+};
+
+/// Calls of the functions that change rows, and what is in the tables after them.
+class ChangesTest : public testing::Test {
+protected:
+    static constexpr const char* kCore = "ZorbDbAccessEngine:clsZorbTivCore:";
+
+    ChangesTest() {
+        engine_.SetDatabaseConnectionString("Provider=SQLite;Create=1;Data Source=" +
+                                            folder_.PathOf("data.db"));
+        Sql("pragma synchronous = off");
+    }
+
+    /// The returned number, or the error's number and words.
+    std::string Run(std::string_view function, test::Params params,
+                    const std::vector<Item>* items = nullptr) {
+        ZorbFunctionCall call;
+        call.FunctionName(std::string("public.") + std::string(function));
+        call.FunctionGUID("K");
+        for (const auto& [name, value] : params) call.AddParam(name, value);
+        if (items) {
+            const auto block = call.AddDataParam("data");
+            for (const Item& item : *items) call.AddSubParam(block, item.name, item.value, item.type);
+        }
+        std::string request, xml;
+        EXPECT_TRUE(call.Save(request) && engine_.RunFunction(request, xml)) << engine_.GetLastError();
+        ZorbFunctionResult result;
+        EXPECT_TRUE(result.Parse(xml));
+        const auto cells = result.GetResultDataItem("K", 0);
+        if (!cells) return xml;
+        if (const auto cell = cells->GetItemByName("return")) return cell->Value;
+        return cells->GetItemValueByName("number") + " " + cells->GetItemValueByName("description");
+    }
+    std::string Run(std::string_view function, test::Params params, const std::vector<Item>& items) {
+        return Run(function, params, &items);
+    }
+    std::string Add(const std::vector<Item>& items) { return Run("adddata", {{"sql", "t"}}, items); }
+    std::string Put(const std::string& file, const char* column = "b", const char* sql = "select * from t") {
+        return Run("setbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
+    }
+    std::string Get(const std::string& file, const char* column = "b", const char* sql = "select * from t") {
+        return Run("getbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
+    }
+    void Sql(std::string_view sql) { engine_.GetDatabaseConnection()->Execute(sql)->NextRecordset(); }
+    /// The first column of all rows, joined.
+    std::string Value(std::string_view sql) {
+        std::string texts;
+        const auto rows = engine_.GetDatabaseConnection()->Execute(sql);
+        for (; !rows->IsEOF(); rows->MoveNext()) {
+            const auto value = rows->Fields().Item(0)->Value();
+            texts += (texts.empty() ? "" : "|") + (value.IsNull() ? "null" : value.Text());
+        }
+        return texts;
+    }
+    std::string File(const std::string& name, std::string_view content) {
+        WriteFile(folder_.PathOf(name), content);
+        return folder_.PathOf(name);
+    }
+    static std::string Content(std::size_t size) {
+        std::string content(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 251);
+        return content;
+    }
+
+    test::TemporaryFolder folder_;
+    ZorbDbAccessEngine engine_;
+};
+
+TEST_F(ChangesTest, EachFunctionSaysWhatItMisses) {
+    const std::string prefix = "-1 ZorbDbAccessEngine:Invalid Xml - ";
+    for (const char* function : {"adddata", "updatedata", "updatedataex", "updatedatacoladd", "deletedata",
+                                 "executesql", "getbinarydata", "setbinarydata", "deletebinarydata"}) {
+        EXPECT_EQ(Run(function, {{"SQL", ""}}), prefix + "sql parameter missed.") << function;
+    }
+    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}}), prefix + "'col' parameter missed.");
+    for (const char* function : {"getbinarydata", "setbinarydata", "deletebinarydata"}) {
+        EXPECT_EQ(Run(function, {{"sql", "t"}}), prefix + "colname not specified.") << function;
+    }
+    EXPECT_EQ(Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}}), prefix + "filename not specified.");
+    for (const char* function : {"adddata", "updatedata", "updatedataex", "deletedata"}) {
+        const auto outcome = Run(function, {{"sql", "select * from nope"}}, {{"a", "1"}});
+        EXPECT_EQ(outcome, std::string("-2147217865 ") + kCore + "no such table: nope") << function;
+    }
+}
+
+TEST_F(ChangesTest, AnEmptyValueIsLeftOutOfANewRowAndEmptiesAnOldOne) {
+    Sql("create table t (id integer primary key, a text default 'd', b blob default x'01', c integer)");
+    const std::string bytes = File("f", "xyz");
+    const std::vector<Item> empty{{"a", ""}, {"b", "", 1}, {"c", "5"}};
+    EXPECT_EQ(Add(empty), "1");
+    EXPECT_EQ(Add({{"nope", "x"}}), "1");
+    EXPECT_EQ(Add({{"A", "x"}, {"nope", "1"}, {"c", "9", 2}, {"c", "8"}, {"b", bytes, 1}, {"a", "second"}}),
+              "1");
+    EXPECT_EQ(Value("select a || '-' || hex(b) || '-' || ifnull(c, '') from t"), "d-01-5|d-01-|x-78797A-");
+    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id < 3"}}, empty), "2");
+    EXPECT_EQ(Value("select ifnull(a, '') || '-' || hex(b) || '-' || ifnull(c, '') from t"),
+              "--5|--5|x-78797A-");
+    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id > 9"}}, {{"a", "q"}}), "0");
+    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"nope", "x"}}), "3") << "rows are counted";
+    EXPECT_EQ(Run("updatedataex", {{"sql", "select * from t where id > 9"}}, {{"id", "10"}, {"a", "new"}}),
+              "1");
+    EXPECT_EQ(Run("updatedataex", {{"sql", "select a from t where id > 2"}}, {{"id", "11"}, {"a", "two"}}),
+              "2");
+    EXPECT_EQ(Value("select id || a from t where a <> ''"), "3two|10two")
+        << "a column that is not selected is ignored";
+    EXPECT_EQ(Run("updatedata", {{"sql", "select id as a, c from t where id = 10"}}, {{"a", "12"}}), "1");
+    EXPECT_EQ(Run("deletedata", {{"sql", "select * from t where c = 77"}}), "0");
+    EXPECT_EQ(Run("deletedata", {{"sql", "select * from t where id in (1, 12)"}}), "2");
+    EXPECT_EQ(Value("select id from t"), "2|3");
+    EXPECT_THAT(Run("updatedata", {{"sql", "t"}}), HasSubstr("91 ")) << "no block";
+    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id > 9"}}), "0");
+    for (const char* function : {"adddata", "updatedataex"}) {
+        EXPECT_EQ(Run(function, {{"sql", "select * from t where id > 9"}}),
+                  std::string("-1 ") + kCore + "Invalid data parametner to added.");
+    }
+}
+
+TEST_F(ChangesTest, OnlyAnAdditionExplainsADuplicate) {
+    Sql("create table t (id integer primary key, a text unique check (a <> 'unique'))");
+    EXPECT_EQ(Add({{"a", "x"}}), "1");
+    const std::string plain = std::string("-2147217873 ") + kCore;
+    const std::string explained =
+        plain + "The field you input that required unique has already been existed.";
+    EXPECT_EQ(Add({{"a", "x"}}), explained);
+    EXPECT_EQ(Run("updatedataex", {{"sql", "select * from t where id = 9"}}, {{"a", "x"}}), explained);
+    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "select * from t where id = 9"}, {"col", "a"}}, {{"a", "x"}}),
+              explained);
+    EXPECT_THAT(Add({{"a", "unique"}}), HasSubstr(plain + "CHECK constraint failed"));
+    EXPECT_EQ(Add({{"id", "2"}, {"a", "y"}}), "1");
+    for (const char* function : {"updatedata", "updatedataex"}) {
+        EXPECT_EQ(Run(function, {{"sql", "select * from t where id = 2"}}, {{"a", "x"}}),
+                  plain + "UNIQUE constraint failed: t.a");
+    }
+    // Rows before the failing one stay changed, and no transaction stays open.
+    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t order by id"}}, {{"a", "z"}}),
+              plain + "UNIQUE constraint failed: t.a");
+    EXPECT_EQ(test::ErrorOf([&] { engine_.GetDatabaseConnection()->CommitTrans(); }).Number, -2147168242);
+    EXPECT_EQ(Value("select a from t order by id"), "z|y");
+}
+
+TEST_F(ChangesTest, AdditionKeepsToTheColumnsType) {
+    struct Case {
+        const char* type;
+        const char* value;  ///< an SQL literal
+        std::vector<const char*> added;
+        const char* sum;
+    };
+    const std::vector<const char*> tenTimes(10, "0.1");
+    for (const Case& expected : {Case{"integer", "5", {" -7 ", "", "+2"}, "0"},
+                                 {"integer", "9223372036854775806", {"1"}, "9223372036854775807"},
+                                 {"integer", "9223372036854775807", {"1"}, "6 Overflow."},
+                                 {"integer", "-9223372036854775807", {"-2"}, "6 Overflow."},
+                                 {"smallint", "32767", {"1"}, "-2146824867 "},
+                                 {"integer", "1", {"x"}, "13 Type mismatch."},
+                                 {"integer", "1", {"1.5"}, "2"},
+                                 {"integer", "null", {"5", "5"}, "10"},
+                                 {"integer", "null", {"", ""}, "null"},
+                                 {"numeric(18,2)", "0", tenTimes, "1"},
+                                 {"numeric(30,2)", "900719925474.91", {"0.01"}, "900719925474.92"},
+                                 {"money", "-1.05", {"1.06", "-0.01"}, "0"},
+                                 {"double", "1.5", {"1e3", " .25"}, "1001.75"},
+                                 {"double", "1.7e308", {"1.7e308"}, "6 Overflow."},
+                                 {"text", "'ab'", {"cd", "1"}, "abcd1"},
+                                 {"text", "'12'", {""}, "12"},
+                                 {"text", "'ab'", {""}, "13 Type mismatch."},
+                                 {"date", "'2024-02-28'", {"2"}, "2024-03-01"},
+                                 {"datetime", "'2024-02-28 12:00:00'", {"0.5"}, "2024-02-29 00:00:00"}}) {
+        SCOPED_TRACE(std::string(expected.type) + " " + expected.value);
+        Sql("drop table if exists t");
+        Sql(std::string("create table t (id integer primary key, Nümber ") + expected.type +
+            ", other integer)");
+        Sql(std::string("insert into t values (1, ") + expected.value + ", 1)");
+        std::string outcome;
+        for (const char* text : expected.added) {
+            outcome = Run("updatedatacoladd", {{"sql", "t"}, {"col", "nÜMBER"}},
+                          {{"NÜMBER", text}, {"other", "7"}});
+        }
+        if (outcome != "1") {
+            EXPECT_THAT(outcome, testing::MatchesRegex("-?[0-9]+ ZorbDbAccessEngine:clsZorbTivCore:.*"));
+            outcome.erase(outcome.find(kCore), std::string_view(kCore).size());
+            EXPECT_THAT(outcome, testing::StartsWith(expected.sum));
+            EXPECT_EQ(Value("select other from t"), "1") << "all of the row or nothing";
+            continue;
+        }
+        EXPECT_EQ(Value("select * from (select nümber from t)"), expected.sum);
+        EXPECT_EQ(Value("select other from t"), "7");
+    }
+    Sql("drop table t");
+    Sql("create table t (id integer primary key, n integer)");
+    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}, {"col", "n"}}, {{"n", "3"}}), "1")
+        << "added as a new row";
+    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}, {"col", "none"}}, {{"n", "4"}}), "1");
+    EXPECT_EQ(Value("select n from t"), "4");
+}
+
+TEST_F(ChangesTest, FilesGoIntoColumnsAndOutAgainByteForByte) {
+    Sql("create table t (id integer primary key, b blob, m memo, v varbinary(5000000), f binary(5000000))");
+    Sql("insert into t (id) values (1)");
+    const std::string out = folder_.PathOf("out");
+    for (const std::size_t size : {1U, 4095U, 4096U, 4097U, 1048575U, 1048576U, 1048577U, 4200000U}) {
+        const std::string content = Content(size);
+        const std::string in = File("in", content);
+        for (const char* column : {"b", "m", "v", "f"}) {
+            ASSERT_EQ(Put(in, column), "1") << size;
+            ASSERT_EQ(Get(out, column), "1") << size;
+            EXPECT_TRUE(ReadFile(out) == content) << column << " " << size;
+        }
+        EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", in, 1}, {"v", in, 1}}), "1");
+        EXPECT_EQ(Value("select length(b) || ' ' || length(v) from t"),
+                  std::to_string(size) + " " + std::to_string(size));
+    }
+    const std::string empty = File("empty", "");
+    for (const char* column : {"b", "m", "v"}) EXPECT_EQ(Put(empty, column), "1");
+    EXPECT_EQ(Value("select typeof(b) || length(b) || typeof(m) || typeof(v) from t"), "blob4200000textnull");
+    EXPECT_EQ(Get(out, "v"), "1");
+    EXPECT_EQ(ReadFile(out), "") << "what stood there is gone";
+    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", empty, 1}, {"f", empty, 1}}), "1");
+    EXPECT_EQ(Value("select length(b) || typeof(f) from t"), "4200000null");
+    EXPECT_EQ(Add({{"b", empty, 1}, {"v", empty, 1}}), "1");
+    EXPECT_EQ(Value("select typeof(b) || typeof(v) from t where id = 2"), "nullnull");
+    EXPECT_EQ(Put("", "B "), "2") << "no file makes all rows null";
+    EXPECT_EQ(Put("", "id", "select * from t where id = 2 and id is null"),
+              std::string("-1 ") + kCore + "Specified data not found.");
+    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "  M"}}), "2");
+    EXPECT_EQ(Run("deletebinarydata", {{"sql", "select m from t where id > 5"}, {"colname", "m"}}), "0");
+    EXPECT_EQ(Value("select count(*) from t where b is null and m is null"), "2");
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data.db", "empty", "in", "out"))
+        << "nothing else is left behind";
+}
+
+TEST_F(ChangesTest, WhatDoesNotFitIsSaidAndNothingIsChanged) {
+    Sql("create table t (id integer primary key, b varbinary(10), name text, ok blob)");
+    Sql("insert into t values (1, x'01', 'x', x'02'), (2, null, 'y', null)");
+    const std::string ten = File("ten", Content(10));
+    const std::string eleven = File("eleven", Content(11));
+    const auto core = [](const char* words) { return std::string("-1 ") + kCore + words; };
+    const std::string tooBig = core("clsZorbTivCore:File size are too big for the field.");
+    const std::string notBinary = core("clsZorbTivCore:Not a valid field (neither binary nor long).");
+    EXPECT_EQ(Put(eleven), tooBig);
+    EXPECT_EQ(Add({{"b", eleven, 1}}), tooBig);
+    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", eleven, 1}}), tooBig);
+    EXPECT_EQ(Put(ten, "name"), notBinary);
+    EXPECT_EQ(Add({{"name", ten, 1}}), notBinary);
+    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"name", ten, 1}}), notBinary);
+    EXPECT_EQ(Get(folder_.PathOf("out"), "name"), notBinary);
+    EXPECT_EQ(Put(ten, "none"), core("Specified field not found."));
+    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "none"}}),
+              core("Specified field not found."));
+    EXPECT_EQ(Get(folder_.PathOf("out"), "b b"), core("Specified field not found."));
+    EXPECT_EQ(Get(folder_.PathOf("out"), "b", "select b from t where id > 2"),
+              core("No data retrieved from database."));
+    EXPECT_EQ(Put(ten, "b", "select b from t where id > 2"), core("Specified data not found."));
+    EXPECT_THAT(Put(folder_.PathOf("none")), HasSubstr("53 "));
+    EXPECT_THAT(Put(folder_.PathOf("none\\ten")), HasSubstr("76 "));
+    EXPECT_THAT(Put(folder_.PathOf("")), HasSubstr("75 "));
+    EXPECT_THAT(Add({{"b", folder_.PathOf("none"), 1}}), HasSubstr("53 "));
+    EXPECT_THAT(Get(folder_.PathOf("none/out")), HasSubstr("76 "));
+    EXPECT_THAT(Get(folder_.PathOf("")), HasSubstr("75 "));
+    EXPECT_EQ(Value("select id || hex(b) from t"), "101|2");
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data.db", "eleven", "ten"));
+
+    // The second row is refused by a trigger: the first one, too, keeps what it had.
+    Sql("create trigger no before update of ok on t when old.id = 2 begin select raise(abort, 'not this "
+        "one'); end");
+    const auto refused = std::string("-2147217873 ") + kCore + "not this one";
+    EXPECT_EQ(Put(ten, "ok"), refused);
+    EXPECT_EQ(Value("select hex(ok) from t"), "02|");
+    engine_.GetDatabaseConnection()->BeginTrans();
+    Sql("update t set name = 'inside' where id = 1");
+    EXPECT_EQ(Put(ten, "ok"), refused);
+    engine_.GetDatabaseConnection()->CommitTrans();
+    EXPECT_EQ(Value("select hex(ok) || name from t where id = 1"), "02inside")
+        << "only its own part is undone";
+    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "ok"}}), refused);
+    EXPECT_EQ(Value("select count(ok) from t"), "0") << "this one does not undo";
+    EXPECT_EQ(Put(ten), "2");
+    EXPECT_EQ(Get(folder_.PathOf("ten out")), "1");
+    EXPECT_EQ(ReadFile(folder_.PathOf("ten out")), Content(10));
+}
+
+TEST_F(ChangesTest, APipeIsAFile) {
+    Sql("create table t (id integer primary key, b blob)");
+    const std::string pipe = folder_.PathOf("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const std::string content = Content(100000);
+    std::thread writer([&] { WriteFile(pipe, content); });
+    EXPECT_EQ(Add({{"b", pipe, 1}}), "1");
+    writer.join();
+    std::string read;
+    std::thread reader([&] { read = ReadFile(pipe); });
+    EXPECT_EQ(Get(pipe), "1");
+    reader.join();
+    EXPECT_EQ(read.size(), content.size());
+    EXPECT_TRUE(read == content);
+}
+
+TEST(DatabaseCoreChangesTest, ItemsMayBeNoneOrEmpty) {
+    clsZorbTivCore core;
+    ZorbColumnDataItems items;
+    EXPECT_EQ(core.AddData("t", nullptr), -1);
+    EXPECT_EQ(core.GetLastError(), "clsZorbTivCore:Invalid data parametner to added.(ERR#: -1)");
+    EXPECT_EQ(core.AddData("t", &items), -1);
+    EXPECT_THAT(core.GetLastError(), HasSubstr("(ERR#: -2146824579)")) << "no connection";
+    EXPECT_EQ(core.UpdateData("t", &items) + core.DeleteData("t") + core.DeleteBinaryData("t", "b"), -3);
+    EXPECT_EQ(core.SetBinaryData("t", "b", ""), -1);
+    EXPECT_THAT(core.GetLastError(), HasSubstr("(ERR#: 91)"));
+
+    ASSERT_TRUE(core.ReConnect("Provider=SQLite;Data Source=:memory:"));
+    ASSERT_TRUE(core.ExecuteSQL("create table t (a integer default 3)", ""));
+    EXPECT_EQ(core.UpdateData("t", nullptr), 0);
+    EXPECT_EQ(core.UpdateDataEx("t", &items), 1);
+    EXPECT_EQ(core.UpdateData("t", &items), 1);
+    EXPECT_EQ(core.UpdateData("t", nullptr), -1);
+    EXPECT_THAT(core.GetLastError(), HasSubstr("(ERR#: 91)"));
+    EXPECT_EQ(core.DeleteData("select * from t where a = 3"), 1);
+}
+
+}  // namespace
+}  // namespace halvtiv

@@ -1,0 +1,493 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+using test::ErrorOf;
+using testing::ElementsAre;
+
+constexpr std::int32_t kNotSupported = -2146825037;
+constexpr std::int32_t kRowChanged = -2147217864;
+constexpr std::int32_t kConstraint = -2147217873;
+constexpr std::int32_t kWrongType = -2146824867;
+constexpr std::int32_t kNoRecord = -2146825267;
+
+/// Tables are made with the words of `Type`, so that the database behind this fixture can be another one.
+class WritingTest : public testing::Test {
+protected:
+    /// Another one every time; what is written need not outlive the machine.
+    ConnectionPtr NewConnection() {
+        return test::MakeDatabase(folder_.PathOf("data.db"), "pragma synchronous = off");
+    }
+    static std::string Type(const std::string& kind) {
+        static const std::map<std::string, std::string> kWords{
+            {"key", "integer primary key"}, {"bytes", "blob"}, {"long text", "memo"}};
+        const auto found = kWords.find(kind);
+        return found == kWords.end() ? kind : found->second;
+    }
+
+    void Run(std::string_view sql) { connection_->Execute(sql)->NextRecordset(); }
+    RecordsetPtr Open(std::string_view sql) {
+        auto recordset = std::make_shared<Recordset>();
+        recordset->Open(sql, connection_, adOpenDynamic, adLockOptimistic);
+        return recordset;
+    }
+    static FieldPtr Field(const RecordsetPtr& rows, std::string_view name) {
+        return rows->Fields().Item(name);
+    }
+    static void Assign(const RecordsetPtr& rows, std::string_view name, std::string_view text) {
+        Field(rows, name)->Value(Variant(text));
+    }
+    static std::string RowText(const RecordsetPtr& rows) {
+        std::string text;
+        for (std::int32_t i = 0; i < rows->Fields().Count(); ++i) {
+            const Variant value = rows->Fields().Item(i)->Value();
+            text += (i ? " " : "") + (value.IsNull() ? "null" : value.Text());
+        }
+        return text;
+    }
+    /// The rows that are left.
+    static std::vector<std::string> Rest(const RecordsetPtr& rows) {
+        std::vector<std::string> texts;
+        for (; !rows->IsEOF(); rows->MoveNext()) texts.push_back(RowText(rows));
+        return texts;
+    }
+    std::vector<std::string> Rows(std::string_view sql) { return Rest(connection_->Execute(sql)); }
+    static std::int32_t NumberOf(const std::function<void()>& action) { return ErrorOf(action).Number; }
+
+    test::TemporaryFolder folder_;
+    ConnectionPtr connection_ = NewConnection();
+};
+
+TEST_F(WritingTest, RowsAreAddedChangedAndDeletedWhateverTheirKey) {
+    for (const char* columns :
+         {"(a integer primary key, b varchar(9), c integer)", "(a integer, b varchar(9), c integer)",
+          "(a integer, b varchar(9), c integer, primary key (b, a))",
+          "(a integer, b varchar(9), c integer, primary key (b, a)) without rowid",
+          "(a integer, b varchar(9) unique not null, c integer)",
+          "(a integer primary key desc, b varchar(9), c integer, rowid text, oid text, _rowid_ text)",
+          "(a integer, b varchar(9) default 'b' primary key, c integer) without rowid",
+          "(c integer, b varchar(9), a integer primary key autoincrement)"}) {
+        SCOPED_TRACE(columns);
+        Run("drop table if exists t");
+        Run("create table t " + std::string(columns));
+        auto rows = Open("t");
+        EXPECT_TRUE(rows->IsEOF());
+        for (const char* key : {"1", "2", "3"}) {
+            rows->AddNew();
+            Assign(rows, "a", key);
+            Assign(rows, "B", std::string("k") + key);
+            EXPECT_EQ(Field(rows, "b")->Value().Text(), std::string("k") + key)
+                << "seen before it is written";
+            rows->Update();
+        }
+        Assign(rows, "c", "30");  // the row just added
+        rows->Update();
+        rows->Close();
+
+        rows = Open("select a, b, c from t order by a");
+        Assign(rows, "a", "10");
+        rows->Update();
+        Assign(rows, "b", "k10");
+        Assign(rows, "c", "-1");
+        rows->Update();
+        rows->MoveNext();
+        rows->Delete();
+        EXPECT_EQ(NumberOf([&] { RowText(rows); }), kNoRecord);
+        EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kNoRecord);
+        rows->MoveNext();
+        Assign(rows, "c", "31");
+        rows->MoveNext();  // writes it
+        EXPECT_TRUE(rows->IsEOF());
+        EXPECT_EQ(NumberOf([&] { Assign(rows, "c", "0"); }), kNoRecord);
+        rows->Close();
+        EXPECT_THAT(Rows("select a, b, c from t order by a"), ElementsAre("3 k3 31", "10 k10 -1"));
+        EXPECT_THAT(Rest(Open("select c from t where b = 'k3'")), ElementsAre("31"))
+            << "the key is not selected";
+        rows = Open("select c from t order by a");
+        Assign(rows, "c", "7");
+        rows->Update();
+        rows->MoveNext();
+        rows->Delete();
+        EXPECT_THAT(Rows("select a, c from t"), ElementsAre("3 7"));
+    }
+}
+
+TEST_F(WritingTest, TheRowsOwnNumberCanBeAssigned) {
+    Run("create table t (a text)");
+    auto rows = Open("select rowid, a from t");
+    rows->AddNew();
+    Assign(rows, "rowid", "7");
+    Assign(rows, "a", "x");
+    rows->Update();
+    Assign(rows, "rowid", "8");
+    rows->Update();
+    Assign(rows, "a", "y");
+    rows->Update();
+    rows->Close();
+    EXPECT_THAT(Rows("select rowid, a from t"), ElementsAre("8 y"));
+}
+
+TEST_F(WritingTest, WhatIsNoRowOfOneTableIsNotChanged) {
+    Run("create table t (id " + Type("key") + ", name text, boss integer)");
+    Run("create table u (id " + Type("key") + ", t integer, note text)");
+    Run("create view v as select id, name from t");
+    Run("insert into t values (1, 'a', 1), (2, 'b', 1)");
+    Run("insert into u values (1, 1, 'x')");
+    for (const char* sql :
+         {"v", "select distinct name from t", "select all name from v", "select name from t group by name",
+          "select max(id), name from t", "select count(*) as name from t",
+          "SELECT name FROM t UNION select name from t", "select name from t except select 'z'",
+          "select name from (select name from t)", "with c as (select name from t) select name from c",
+          "select t.name, b.name from t, t as b where b.id = t.boss",
+          "select t.id, t.name, b.id from t join t as b on b.id = t.boss", "select 'x' as name",
+          "select sum(id) filter (where id > 0) as name from t", "pragma table_info(t)"}) {
+        SCOPED_TRACE(sql);
+        auto rows = Open(sql);
+        const auto before = RowText(rows);
+        EXPECT_EQ(NumberOf([&] { Assign(rows, "name", "changed"); }), kNotSupported);
+        EXPECT_EQ(NumberOf([&] { rows->AddNew(); }), kNotSupported);
+        EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kNotSupported);
+        EXPECT_EQ(RowText(rows), before);
+        EXPECT_EQ(Field(rows, "name")->Attributes() & adFldUpdatable, 0);
+    }
+    auto readOnly = connection_->Execute("select * from t");
+    EXPECT_EQ(NumberOf([&] { Assign(readOnly, "name", "x"); }), kNotSupported);
+    EXPECT_EQ(NumberOf([&] { Open("select * from nope"); }), -2147217865);
+    EXPECT_THAT(Rows("select name from t order by id"), ElementsAre("a", "b"));
+
+    // Of one table, in spite of what stands around it.
+    for (const char* sql :
+         {"select upper(name) as big, name from t as x where id in (select max(id) from t) -- union\n;",
+          "select (select count(*) from u) as big, main.t.name from main.t order by id desc limit 1",
+          "select row_number() over (order by id) as big, [name] from \"t\" where id = 2"}) {
+        auto rows = Open(sql);
+        Assign(rows, "name", "changed");
+        EXPECT_EQ(NumberOf([&] { Assign(rows, "big", "x"); }), kNotSupported) << "computed";
+        rows->Update();
+        rows->Close();
+        EXPECT_THAT(Rows("select name from t order by id"), ElementsAre("a", "changed")) << sql;
+        Run("update t set name = 'b' where id = 2");
+    }
+}
+
+TEST_F(WritingTest, AJoinIsChangedInTheTableWhoseKeyIsSelected) {
+    Run("create table t (code text primary key, name text)");
+    Run("create table u (id " + Type("key") + ", t text, note text)");
+    Run("insert into t values ('c', 'a'), (null, 'nobody')");
+    Run("insert into u values (1, 'c', 'x'), (2, 'none', 'y')");
+    auto rows = Open("select u.id, u.note, t.name from u join t on t.code = u.t");
+    Assign(rows, "note", "changed");
+    rows->Update();
+    Assign(rows, "name", "changed");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kNotSupported) << "its key is not selected";
+    rows->Close();
+    rows = Open("select u.id, u.note, t.name, t.code from u, t where t.code = u.t");
+    Assign(rows, "name", "A");
+    rows->Update();
+    Assign(rows, "note", "twice");
+    rows->Update();
+    EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kNotSupported);
+    Assign(rows, "name", "B");
+    Assign(rows, "note", "both");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kNotSupported) << "two tables at once";
+    rows->Close();
+    rows = Open("select u.id, t.name, t.code from u left join t on t.code = u.t order by u.id desc");
+    Assign(rows, "name", "lost");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kRowChanged) << "there is no such row";
+    rows->Close();
+    EXPECT_THAT(Rows("select * from t order by 2"), ElementsAre("c A", "null nobody"));
+    EXPECT_THAT(Rows("select note from u"), ElementsAre("twice", "y"));
+}
+
+TEST_F(WritingTest, WhatAnotherHasChangedMeanwhileIsNotOverwritten) {
+    Run("create table t (id " + Type("key") + ", a text, d double, n decimal(9,2), m " + Type("long text") +
+        ")");
+    const auto other = NewConnection();
+    struct Case {
+        const char* column;
+        const char* otherSql;
+        std::int32_t number;
+    };
+    for (const Case& expected : {Case{"a", "update t set a = 'other'", kRowChanged},
+                                 {"a", "update t set a = null", kRowChanged},
+                                 {"a", "delete from t", kRowChanged},
+                                 {"a", "update t set id = 5", kRowChanged},
+                                 {"n", "update t set n = 2", kRowChanged},
+                                 {"a", "update t set n = 2", 0},
+                                 {"d", "update t set d = 2", 0},
+                                 {"m", "update t set m = '2'", 0}}) {
+        SCOPED_TRACE(std::string(expected.column) + ": " + expected.otherSql);
+        Run("delete from t");
+        Run("insert into t values (1, 'mine', 1.1, 1, '1')");
+        auto rows = Open("select * from t");
+        Assign(rows, expected.column, "7");
+        other->Execute(expected.otherSql)->NextRecordset();
+        EXPECT_EQ(NumberOf([&] { rows->Update(); }), expected.number);
+        EXPECT_EQ(Field(rows, expected.column)->Value().Text(), "7") << "it stays assigned";
+    }
+    Run("delete from t");
+    Run("insert into t (id, a) values (1, 'x')");
+    auto rows = Open("t");
+    EXPECT_EQ(RowText(rows), "1 x null null null");
+    Assign(rows, "a", "y");
+    other->Execute("delete from t")->NextRecordset();
+    EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kRowChanged);
+}
+
+TEST_F(WritingTest, AViolatedConstraintLeavesTheValuesToBeMended) {
+    Run("create table t (id " + Type("key") + ", a text not null check (a <> 'bad'), b integer unique)");
+    Run("insert into t values (1, 'one', 1)");
+    auto rows = Open("t");
+    rows->AddNew();
+    Assign(rows, "b", "1");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kConstraint) << "not null";
+    Assign(rows, "a", "bad");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kConstraint) << "check";
+    Assign(rows, "a", "good");
+    const ErrorInfo error = ErrorOf([&] { rows->Update(); });
+    EXPECT_EQ(error.Number, kConstraint);
+    EXPECT_EQ(error.Description, "UNIQUE constraint failed: t.b");
+    EXPECT_EQ(Field(rows, "a")->Value().Text(), "good");
+    Assign(rows, "b", "2");
+    rows->Update();
+    rows->MoveFirst();
+    Assign(rows, "b", "2");
+    EXPECT_EQ(NumberOf([&] { rows->MoveNext(); }), kConstraint);
+    EXPECT_EQ(NumberOf([&] { Assign(rows, "b", "x"); }), kWrongType);
+    Assign(rows, "b", "3");
+    rows->Update();
+    rows->Close();
+    EXPECT_THAT(Rows("select * from t order by id"), ElementsAre("1 one 3", "2 good 2"));
+}
+
+TEST_F(WritingTest, DefaultsTriggersAndComputedColumnsKeepTheirPart) {
+    Run("create table t (id " + Type("key") + ", a integer default 5, b text default 'x', c as (a * 2))");
+    Run("create table log (what text)");
+    Run("create trigger added after insert on t begin insert into log values ('+' || new.id); end");
+    Run("create trigger changed before update on t begin insert into log values (old.a || '>' || new.a); "
+        "end");
+    Run("create trigger skipped before insert on t when new.a = 99 begin select raise(ignore); end");
+    auto rows = Open("t");
+    rows->AddNew();
+    rows->Update();
+    Assign(rows, "a", "6");
+    rows->Update();
+    EXPECT_EQ(NumberOf([&] { Assign(rows, "c", "1"); }), kNotSupported);
+    rows->AddNew();
+    Field(rows, "b")->Value(Variant());
+    rows->Update();
+    rows->AddNew();
+    Assign(rows, "a", "99");
+    rows->Update();
+    Assign(rows, "b", "not in another row");
+    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kRowChanged) << "the database has left the new row out";
+    rows->Close();
+    EXPECT_THAT(Rows("select * from t"), ElementsAre("1 6 x 12", "2 5 null 10"));
+    EXPECT_THAT(Rows("select * from log"), ElementsAre("+1", "5>6", "+2"));
+}
+
+TEST_F(WritingTest, ANewRowNeedsNoQuery) {
+    Run("create table t (id " + Type("key") + ", a text)");
+    Run("insert into t values (1, 'x')");
+    const char* failing = "select * from t where abs(-9223372036854775808) > id";
+    EXPECT_NE(NumberOf([&] { Open(failing)->IsEOF(); }), 0);
+    auto rows = Open(failing);
+    for (const char* text : {"y", "z"}) {
+        rows->AddNew();
+        Assign(rows, "a", text);
+        rows->Update();
+        EXPECT_EQ(Field(rows, "a")->Value().Text(), text);
+    }
+    rows->Close();
+    EXPECT_THAT(Rows("select * from t"), ElementsAre("1 x", "2 y", "3 z"));
+}
+
+TEST_F(WritingTest, TextBecomesAValueOfItsColumnsTypeOrIsRefused) {
+    struct Case {
+        const char* type;
+        std::vector<std::pair<const char*, const char*>> taken;  ///< a text, and what the column holds then
+        std::vector<const char*> refused;
+    };
+    const Case cases[] = {
+        {"integer",
+         {{" -7 ", "-7"},
+          {"2.5", "2"},
+          {"3.5", "4"},
+          {"1e3", "1000"},
+          {"+9223372036854775807", "9223372036854775807"}},
+         {"x", "", "1,000", "0x10", "9223372036854775808", "1e19", "--1", "+-1", "inf", "nan"}},
+        {"smallint", {{"-32768", "-32768"}}, {"32768", "1e300"}},
+        {"tinyint", {{"255", "255"}, {"-0.5", "0"}}, {"256", "-1"}},
+        {"boolean", {{"true", "True"}, {"FALSE", "False"}, {"2", "True"}, {"0.0", "False"}}, {"yes", ""}},
+        {"double", {{"1e-3", "0.001"}, {" .5", "0.5"}}, {"1e309", "1.2.3", "one"}},
+        {"numeric(10,2)", {{"12.5", "12.5"}, {"1e2", "100"}, {"-0.5", "-0.5"}}, {"x", "1 2"}},
+        {"money", {{"0.25", "0.25"}}, {"$1"}},
+        {"date", {{"2024/02/29", "2024-02-29"}}, {"2023-02-29", "2024-01-01 10:00", "12:00", "tomorrow"}},
+        {"time", {{"7:05", ""}, {"07:05", "07:05:00"}}, {"24:00", "2024-01-01"}},
+        {"datetime",
+         {{"2024-01-02", "2024-01-02 00:00:00"}, {"2024-01-02T03:04:05.5", "2024-01-02 03:04:05.5"}},
+         {"12:00", "2024-13-01"}},
+        {"char(3)", {{"äöü", "äöü"}}, {}},
+        {"varchar(9)", {{" 007 ", " 007 "}, {"", ""}}, {}},
+        {"memo", {{"12", "12"}}, {}},
+        {"binary(2)", {{"ab", "ab"}}, {}},
+        {"blob", {{"ab", "ab"}}, {}},
+        {"guid",
+         {{"{0a0B0c0d-0000-0000-0000-00000000000f}", "{0A0B0C0D-0000-0000-0000-00000000000F}"},
+          {"0a0b0c0d00000000000000000000000f", "{0A0B0C0D-0000-0000-0000-00000000000F}"}},
+         {"{0a0b0c0d}", "x"}}};
+    for (const Case& expected : cases) {
+        SCOPED_TRACE(expected.type);
+        Run("drop table if exists t");
+        Run("create table t (a " + Type(expected.type) + ")");
+        Run("insert into t values (null)");
+        for (const auto& [text, held] : expected.taken) {
+            auto rows = Open("t");
+            if (*held == '\0' && *text != '\0') {
+                EXPECT_EQ(NumberOf([&, value = text] { Assign(rows, "a", value); }), kWrongType) << text;
+                continue;
+            }
+            Assign(rows, "a", text);
+            EXPECT_EQ(Field(rows, "a")->Value().Text(), held) << text;
+            rows->Update();
+            rows->Close();
+            EXPECT_THAT(Rows("select a from t"), ElementsAre(held)) << text;
+        }
+        for (const char* text : expected.refused) {
+            auto rows = Open("t");
+            EXPECT_EQ(NumberOf([&] { Assign(rows, "a", text); }), kWrongType) << text;
+            rows->Close();
+        }
+    }
+}
+
+TEST_F(WritingTest, GoingBackShowsTheRowsAsTheyAreByNow) {
+    Run("create table t (id " + Type("key") + ", a integer)");
+    Run("insert into t values (1, 10), (2, 20), (3, 30), (4, 40)");
+    auto rows = Open("select * from t order by id");
+    rows->MoveNext();
+    Assign(rows, "a", "21");
+    rows->Update();
+    rows->MoveNext();
+    rows->Delete();
+    rows->MoveFirst();
+    EXPECT_EQ(RowText(rows), "1 10");
+    rows->AddNew();
+    Assign(rows, "a", "50");
+    rows->Update();
+    rows->MoveNext();
+    EXPECT_TRUE(rows->IsEOF());
+    rows->MoveFirst();
+    EXPECT_THAT(Rest(rows), ElementsAre("1 10", "2 21", "4 40", "null 50"));
+    rows->MoveFirst();
+    for (; !rows->IsEOF(); rows->MoveNext()) rows->Delete();
+    EXPECT_EQ(NumberOf([&] { rows->MoveFirst(); }), kNoRecord);
+    EXPECT_TRUE(rows->IsBOF() && rows->IsEOF());
+}
+
+TEST_F(WritingTest, AChangeDoesNotMakeARowComeRoundAgain) {
+    for (const char* index : {"", "create index i on t (a)", "create index i on t (a, b)"}) {
+        for (const char* query :
+             {"select a, b from t where a < 1000 order by a", "select * from t where a > 0",
+              "select a from t order by a desc", "select b, a from t where a in (1, 2, 1001, 1002)"}) {
+            Run("drop table if exists t");
+            Run("create table t (id " + Type("key") + ", a integer, b text)");
+            Run("insert into t (a, b) values (1, 'x'), (2, 'y')");
+            if (*index) Run(index);
+            auto rows = Open(query);
+            for (; !rows->IsEOF(); rows->MoveNext()) {
+                Field(rows, "a")->Value(Variant(*Field(rows, "a")->Value().AsInteger() + 1000));
+                rows->Update();
+            }
+            rows->Close();
+            EXPECT_THAT(Rows("select a, b from t order by a"), ElementsAre("1001 x", "1002 y"))
+                << query << index;
+        }
+    }
+}
+
+TEST_F(WritingTest, LongValuesAreAppendedInPieces) {
+    const Bytes zeros(std::size_t{3} << 20, 0);
+    Bytes ones = zeros;
+    ones.back() = 1;
+    for (const char* more :
+         {"", ", unique (b)", ", check (length(b) < 9000000 and hex(substr(b, -1)) <> 'FF')",
+          ", n as (length(b)) stored", ", primary key (id)) without rowid; --"}) {
+        SCOPED_TRACE(more);
+        Run("drop table if exists t");
+        Run("create table t (id integer not null, m " + Type("long text") + ", v varchar(9), b " +
+            Type("bytes") + more + ")");
+        auto rows = Open("t");
+        for (const Bytes& content : {zeros, ones}) {
+            rows->AddNew();
+            Assign(rows, "id", std::to_string(content.back()));
+            for (const char* piece : {"gr", "\xC3", "\xBC", "n"}) {
+                Field(rows, "m")->AppendChunk(Bytes(piece, piece + std::string_view(piece).size()));
+            }
+            Field(rows, "b")->AppendChunk({9, 9});
+            Field(rows, "b")->Value(Variant());  // begins anew
+            Field(rows, "b")->AppendChunk(content);
+            Field(rows, "b")->AppendChunk(content);
+            EXPECT_EQ(NumberOf([&] { Field(rows, "v")->AppendChunk({1}); }), kNotSupported);
+            EXPECT_EQ(Field(rows, "b")->ActualSize(), 6 << 20);
+            rows->Update();
+        }
+        rows->Close();
+        EXPECT_THAT(Rows("select id, m, typeof(m), typeof(b), length(b), hex(substr(b, -1)), hex(substr(b, "
+                         "3145728, 2)) "
+                         "from t order by id"),
+                    ElementsAre("0 grün text blob 6291456 00 0000", "1 grün text blob 6291456 01 0100"));
+        // Written over by another length, of a row that has been read with all its long values.
+        rows = Open("select * from t order by id");
+        EXPECT_EQ(Field(rows, "b")->ActualSize(), 6 << 20);
+        Field(rows, "b")->AppendChunk(ones);
+        Assign(rows, "v", "new");
+        rows->Update();
+        rows->MoveNext();
+        Assign(rows, "v", "other");
+        rows->Update();
+        EXPECT_EQ(Field(rows, "b")->GetChunk(9 << 20).size(), std::size_t{6} << 20);
+        rows->Close();
+        EXPECT_THAT(Rows("select id, v, length(b), hex(substr(b, -1)) from t order by id"),
+                    ElementsAre("0 new 3145728 01", "1 other 6291456 01"));
+    }
+}
+
+TEST_F(WritingTest, ATableThatHasChangedIsWrittenAsItIsByNow) {
+    Run("create table t (a text)");
+    const auto add = [&](const char* column) {
+        auto rows = Open("select * from t");
+        rows->AddNew();
+        Assign(rows, column, "x");
+        rows->Update();
+        rows->Close();
+    };
+    add("a");
+    Run("alter table t add column b text");
+    add("b");
+    NewConnection()->Execute("alter table t add column c text")->NextRecordset();
+    add("c");
+    Run("alter table t drop column a");
+    add("b");
+    auto rows = Open("select * from t");
+    EXPECT_EQ(rows->Fields().Count(), 2);
+    EXPECT_THAT(Rest(rows), ElementsAre("null null", "x null", "null x", "x null"));
+    Run("drop table t");
+    Run("create table t (z integer primary key, a text) without rowid");
+    Run("insert into t values (1, 'x')");
+    rows = Open("select * from t");
+    Assign(rows, "a", "y");
+    rows->Update();
+    EXPECT_THAT(Rows("select * from t"), ElementsAre("1 y"));
+}
+
+}  // namespace
+}  // namespace halvtiv::ado
