@@ -163,8 +163,37 @@ std::unique_ptr<SqliteStatement> SqliteSession::PrepareFirst(std::string_view te
     sqlite3_prepare_v3(database_.get(), plan->text.c_str(), -1, isKept ? SQLITE_PREPARE_PERSISTENT : 0U,
                        &planned, nullptr);
     // A query that does not take the other select list runs as it is.
-    if (planned) statement->Follow(*std::move(plan), SqliteStatementHandle(planned));
+    if (planned) {
+        SqliteStatementHandle owned(planned);
+        auto guard = PrepareGuard(*plan);
+        statement->Follow(*std::move(plan), std::move(owned), std::move(guard));
+    }
     return statement;
+}
+
+SqliteStatementHandle SqliteSession::PrepareGuard(const SqlitePlan& plan) {
+    if (!plan.target) return nullptr;
+    std::string text = "SELECT 1 FROM ";
+    for (const auto& table : plan.target->tables) {
+        if (&table != &plan.target->tables.front()) text += ", ";
+        text += table.name;
+    }
+    text += " LIMIT 0";
+    sqlite3_stmt* prepared = nullptr;
+    sqlite3_prepare_v3(database_.get(), text.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+    return SqliteStatementHandle(prepared);
+}
+
+bool SqliteSession::IsOutdated(const SqliteStatement& statement) {
+    auto* const guard = statement.Guard();
+    if (!guard) return false;
+    StopIfCancelled();
+    StartClock();
+    const int status = sqlite3_step(guard);
+    const bool isMissing = (status & 0xff) == SQLITE_ERROR;  // one of the tables
+    if (status != SQLITE_DONE && !isMissing) RaiseError(status);
+    sqlite3_reset(guard);
+    return isMissing || sqlite3_stmt_status(guard, SQLITE_STMTSTATUS_REPREPARE, 0) > 0;
 }
 
 SqliteStatementHandle SqliteSession::PrepareHandle(std::string_view text, bool isKept, const char** tail) {

@@ -70,6 +70,9 @@ public:
     Lease Acquire(std::string_view text, Purpose purpose);
     /// Runs to the next row; false at the end.
     bool Step(SqliteStatement& statement);
+    /// Whether the tables of a statement for changes are no longer those that it was planned for, as far as
+    /// can be told before it runs.
+    bool IsOutdated(const SqliteStatement& statement);
     /// Null after `Close`.
     sqlite3* Database() const noexcept { return database_.get(); }
     /// Raises -2147217842 when the running work has been cancelled.
@@ -91,6 +94,7 @@ private:
     void Forget(const SqliteStatement& statement) noexcept;
     void ReleaseReaders() noexcept;
     std::unique_ptr<SqliteStatement> PrepareFirst(std::string_view text, Purpose purpose);
+    SqliteStatementHandle PrepareGuard(const SqlitePlan& plan);
     SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail);
     void Run(const std::string& commandText);
     /// Runs what undoes work, however often that has been cancelled.

@@ -45,16 +45,23 @@ public:
     /// last one, and a column without a declared type has that of the first row's value. False when a changed
     /// schema has outdated the plan: the statement must be prepared anew.
     bool RefreshColumns(bool hasRow);
-    /// Runs a plan instead of the query, whose columns are known by now.
-    void Follow(SqlitePlan plan, SqliteStatementHandle planned);
+    /// Runs a plan instead of the query, whose columns are known by now. guard reads no row of the plan's
+    /// tables: that it had to be prepared again tells that the plan is outdated, without running it.
+    void Follow(SqlitePlan plan, SqliteStatementHandle planned, SqliteStatementHandle guard);
+    /// Null where the query runs as it stands, or its rows cannot be changed.
+    sqlite3_stmt* Guard() const noexcept { return guard_.get(); }
     /// Frees the statement; the session is closing.
-    void Drop() noexcept { handle_.reset(); }
+    void Drop() noexcept {
+        handle_.reset();
+        guard_.reset();
+    }
 
 private:
     int TimesPrepared() const noexcept;
     void ReadColumns(int count);
 
     SqliteStatementHandle handle_;
+    SqliteStatementHandle guard_;
     std::string text_;
     std::size_t consumed_;
     Purpose purpose_;
