@@ -119,9 +119,14 @@ void RowEditor::Update() {
     change.undoneByCaller = undoneTogether_;
     AppendConditions(change, true);
     if (session_.Change(change).affectedRows == 0) RaiseAdoError(AdoError::RowChanged);
-    // The key that was added to the row does not follow a change of the column behind it.
+    // The key that was added to the row follows a change of the column behind it.
     for (const auto& [column, edited] : pending_) {
-        if (target_.columns[Index(column)].name == change.table->keyAlias) keyIsKnown_ = false;
+        if (target_.columns[Index(column)].name != change.table->keyAlias) continue;
+        if (edited.cell.kind == CellKind::Integer) {
+            values_[change.table->key.front().column] = {edited.cell, nullptr};
+        } else {
+            keyIsKnown_ = false;
+        }
     }
 }
 
@@ -138,7 +143,10 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
     if (change.table->key.empty() || (isNew_ && !written_)) RaiseAdoError(AdoError::NotSupported);
     if (!keyIsKnown_) RaiseAdoError(AdoError::RowChanged);
     for (const auto& part : change.table->key) {
-        change.conditions.push_back(MakeParameter(part.name, WrittenValue(part.column)));
+        // No row has it: an outer join found none; or the table lets several rows have it.
+        const auto value = WrittenValue(part.column);
+        if (value.kind == CellKind::Null) RaiseAdoError(AdoError::RowChanged);
+        change.conditions.push_back(MakeParameter(part.name, value));
     }
     if (!withOldValues) return;
     for (const auto& [column, edited] : pending_) {
