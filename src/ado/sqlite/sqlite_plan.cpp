@@ -152,7 +152,9 @@ struct Origin {
 
 std::vector<Origin> OriginsOf(sqlite3_stmt* statement) {
     std::vector<Origin> origins;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+    const int count = sqlite3_column_count(statement);
+    origins.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
         origins.push_back({TextOf(sqlite3_column_database_name(statement, i)),
                            TextOf(sqlite3_column_table_name(statement, i)),
                            TextOf(sqlite3_column_origin_name(statement, i))});
@@ -384,7 +386,7 @@ private:
 
     // Asking for the type alone does not read the value.
     std::string ItemFor(const SqlitePlan& plan, std::size_t column) const {
-        const auto name = QuotedSqliteName(origins_[column].column);
+        auto name = QuotedSqliteName(origins_[column].column);
         if (!plan.deferred[column]) return name;
         return "CASE typeof(" + name + ") WHEN 'blob' THEN x'' WHEN 'text' THEN '' ELSE " + name + " END";
     }
