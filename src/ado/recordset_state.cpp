@@ -48,7 +48,13 @@ std::int32_t RecordsetState::RowWidth() const {
 }
 
 std::unique_ptr<RowSpool> RecordsetState::NewSpool() const {
-    return std::make_unique<RowSpool>(cursor_->Columns(), RowWidth(), cursor_->Deferred());
+    auto spool = std::make_unique<RowSpool>(cursor_->Columns(), RowWidth(), cursor_->Deferred());
+    if (target_) {
+        for (const auto& table : target_->tables) {
+            for (const auto& part : table.key) spool->KeepAsItStands(part.column);
+        }
+    }
+    return spool;
 }
 
 void RecordsetState::PassOnce(std::vector<std::int32_t> columns) {

@@ -122,11 +122,14 @@ void RowEditor::Update() {
     change.undoneByCaller = undoneTogether_;
     AppendConditions(change, true);
     if (session_.Change(change).affectedRows == 0) RaiseAdoError(AdoError::RowChanged);
-    // The key that was added to the row follows a change of the column that is its other name.
+    // The key that was added to the row follows a change of the column behind it.
     for (const auto& [column, edited] : pending_) {
         if (target_.columns[Index(column)].name != change.table->keyAlias) continue;
-        keyIsKnown_ = edited.cell.kind == CellKind::Integer;
-        values_[change.table->key.front().column] = {edited.cell, nullptr};
+        if (edited.cell.kind == CellKind::Integer) {
+            values_[change.table->key.front().column] = {edited.cell, nullptr};
+        } else {
+            keyIsKnown_ = false;
+        }
     }
 }
 
@@ -143,9 +146,10 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
     if (change.table->key.empty() || (isNew_ && !written_)) RaiseAdoError(AdoError::NotSupported);
     if (!keyIsKnown_) RaiseAdoError(AdoError::RowChanged);
     for (const auto& part : change.table->key) {
-        change.conditions.push_back(MakeParameter(part.name, WrittenValue(part.column)));
-        // The row that an outer join did not find; others may have no value there.
-        if (change.conditions.back().value.kind == CellKind::Null) RaiseAdoError(AdoError::RowChanged);
+        // No row has it: an outer join found none; or the table lets several rows have it.
+        const auto value = WrittenValue(part.column);
+        if (value.kind == CellKind::Null) RaiseAdoError(AdoError::RowChanged);
+        change.conditions.push_back(MakeParameter(part.name, value));
     }
     if (!withOldValues) return;
     for (const auto& [column, edited] : pending_) {

@@ -31,6 +31,9 @@ public:
 
     /// Keeps only these columns; the others are null in the rows that come out. Before the first row.
     void KeepOnly(std::vector<std::int32_t> columns) { columns_ = std::move(columns); }
+    /// Keeps a column as it stands even where it is a long one, as a row's key has to be. Before the first
+    /// row.
+    void KeepAsItStands(std::int32_t column) { isLong_[static_cast<std::size_t>(column)] = false; }
     /// Keeps the row that is current there. Long columns are copied piece by piece.
     void Append(RowSource& row);
     /// Stands before the first row.

@@ -14,6 +14,13 @@ bool IsOneOf(const SqlToken& token, const std::array<std::string_view, Count>& w
     return std::any_of(words.begin(), words.end(), [&](std::string_view word) { return token.IsWord(word); });
 }
 
+// A function's name may stand in quotes.
+bool CallsOneOf(const SqlToken& token, const auto& names) {
+    return token.IsName() && std::any_of(names.begin(), names.end(), [&](std::string_view name) {
+               return platform::EqualIgnoringCase(token.Name(), name);
+           });
+}
+
 // Functions that make one row of many, unless OVER follows.
 constexpr std::array<std::string_view, 17> kAggregates{"avg",
                                                        "bit_and",
@@ -36,8 +43,6 @@ constexpr std::array<std::string_view, 17> kAggregates{"avg",
 // What makes other rows than the tables have.
 constexpr std::array<std::string_view, 7> kReshaping{"group",     "having", "union", "except",
                                                      "intersect", "window", "into"};
-constexpr std::array<std::string_view, 7> kJoining{"join",  "left",  "right",  "full",
-                                                   "inner", "cross", "natural"};
 constexpr std::array<std::string_view, 6> kAfterTables{"where", "order", "limit", "offset", "fetch", "for"};
 
 class Reader {
@@ -48,9 +53,7 @@ public:
         if (!token_.IsWord("select")) return std::nullopt;
         Advance();
         if (token_.IsWord("all")) Advance();
-        if (token_.IsWord("distinct") || token_.IsWord("distinctrow") || token_.IsWord("top")) {
-            return std::nullopt;
-        }
+        if (token_.IsWord("distinct") || token_.IsWord("distinctrow") || IsTop()) return std::nullopt;
         select_.opening = statement_.substr(0, token_.position);
         if (!ReadItems()) return std::nullopt;
         const auto tailBegin = token_.position;
@@ -67,6 +70,14 @@ private:
         token_ = scanner_.Next();
     }
 
+    // TOP 5; without a number it is a column's name.
+    bool IsTop() const {
+        SqlScanner ahead(statement_.substr(token_.position));
+        if (!ahead.Next().IsWord("top")) return false;
+        const SqlToken next = ahead.Next();
+        return next.kind == SqlToken::Kind::Number || next.IsSymbol('(');
+    }
+
     bool AtEnd() const { return token_.kind == SqlToken::Kind::End || token_.IsSymbol(';'); }
 
     // Up to FROM; false where there is none, or the list makes one row of many.
@@ -81,7 +92,8 @@ private:
         int subqueryDepth = 0;  // of the outermost subquery; 0 outside
         for (; !AtEnd(); Advance()) {
             if (token_.IsSymbol('(')) {
-                if (subqueryDepth == 0 && IsOneOf(before_, kAggregates) && !IsWindowFunction()) return false;
+                if (subqueryDepth == 0 && CallsOneOf(before_, kAggregates) && !IsWindowFunction())
+                    return false;
                 ++depth;
             } else if (token_.IsSymbol(')')) {
                 if (depth-- == subqueryDepth) subqueryDepth = 0;
@@ -155,14 +167,12 @@ private:
         for (; !AtEnd(); Advance()) {
             if (token_.IsSymbol('(')) ++depth;
             if (token_.IsSymbol(')')) --depth;
+            // A column's number may have a sign, or stand in brackets.
+            if (ordering && token_.kind == SqlToken::Kind::Number) select_.ordersByNumber = true;
             if (depth != 0) continue;
             if (IsOneOf(token_, kReshaping)) return false;
             if (token_.IsWord("by") && before_.IsWord("order")) ordering = true;
             if (token_.IsWord("limit")) ordering = false;
-            const bool startsTerm = before_.IsWord("by") || before_.IsSymbol(',');
-            if (ordering && startsTerm && token_.kind == SqlToken::Kind::Number) {
-                select_.ordersByNumber = true;
-            }
         }
         return true;
     }
@@ -186,6 +196,14 @@ bool SelectText::TailNames(std::string_view name) const {
 
 std::optional<SelectText> ReadSelectText(std::string_view statement) {
     return Reader(statement).Read();
+}
+
+bool HoldsQuery(std::string_view item) {
+    SqlScanner scanner(item);
+    for (SqlToken token = scanner.Next(); token.kind != SqlToken::Kind::End; token = scanner.Next()) {
+        if (token.IsWord("select")) return true;
+    }
+    return false;
 }
 
 bool IsStarItem(std::string_view item) {

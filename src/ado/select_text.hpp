@@ -20,7 +20,7 @@ struct SelectText {
     std::vector<std::string_view> items;  ///< of the select list
     std::string_view tail;                ///< from FROM to the end of the statement
     std::vector<TableRef> tables;         ///< of FROM; none where one of them is no plain name
-    bool ordersByNumber = false;          ///< ORDER BY counts columns
+    bool ordersByNumber = false;          ///< ORDER BY may count columns
 
     /// Whether a name stands in `tail` as a word or a quoted name, in any letter case.
     bool TailNames(std::string_view name) const;
@@ -28,6 +28,9 @@ struct SelectText {
 
 /// Reads one statement; nothing where it is no such query.
 std::optional<SelectText> ReadSelectText(std::string_view statement);
+
+/// Whether a select list's item has a query in it. Databases name that query's column as the item's origin.
+bool HoldsQuery(std::string_view item);
 
 /// Whether a select list's item is "*" or "NAME.*".
 bool IsStarItem(std::string_view item);

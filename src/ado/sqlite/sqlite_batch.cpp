@@ -22,9 +22,14 @@ std::optional<StatementResult> SqliteBatch::RunNext() {
 std::optional<StatementResult> SqliteBatch::RunAt(std::size_t position) {
     const auto purpose = std::exchange(purpose_, Purpose::Read);
     const auto text = std::string_view(text_).substr(position);
-    for (;;) {
+    constexpr int kMostPlans = 3;  // the tables may be altered at any time, but hardly that often
+    for (int plans = 1;; ++plans) {
         auto statement = session_->Acquire(text, purpose);
         if (!statement) return std::nullopt;
+        if (plans < kMostPlans && session_->IsOutdated(*statement)) {
+            statement.Discard();
+            continue;
+        }
         const bool hasRows = sqlite3_column_count(statement->Handle()) > 0;
         const auto next = position + statement->Consumed();
         StatementResult result;

@@ -108,6 +108,7 @@ std::optional<std::int64_t> RowIdAfter(const RowChange& change, const std::optio
 RowChangeResult SqliteSession::Change(const RowChange& change) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     ReleaseReaders();
+    StartClock();
     const auto& table = *change.table;
     const bool rowIdIsKnown =
         table.keyIsRowId && (change.kind == RowChange::Kind::Insert || RowIdAfter(change, std::nullopt));
@@ -140,7 +141,8 @@ RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces)
     RowChangeResult result;
     result.affectedRows = TotalChanges() == changesBefore ? 0 : LastChanges();
     sqlite3_reset(statement->Handle());
-    if (change.kind == RowChange::Kind::Insert && change.table->keyIsRowId) {
+    // A trigger may have left the row out.
+    if (change.kind == RowChange::Kind::Insert && change.table->keyIsRowId && result.affectedRows > 0) {
         result.newKey = sqlite3_last_insert_rowid(database_.get());
     }
     return result;

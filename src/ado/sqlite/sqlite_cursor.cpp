@@ -52,18 +52,20 @@ bool SqliteCursor::Next() {
     if (ended_) return false;
     ended_ = true;  // holds when the step fails
     ended_ = !statement_.Owner().Step(*statement_);
-    if (std::exchange(isFirstStep_, false)) {
-        const bool isCurrent = statement_->RefreshColumns(!ended_);
-        const auto target = isCurrent ? nullptr : Target();
-        if (target && sqlite3_column_count(statement_->Handle()) != target->width) {
-            ended_ = true;
-            throw MakeProviderError(AdoError::Unspecified,
-                                    "The table has been altered since the recordset was opened.",
-                                    kSqliteName);
-        }
-        columns_ = statement_->Columns().data();
-    }
+    if (std::exchange(isFirstStep_, false)) RefreshColumns();
+    if (ended_ && deferred_) deferred_->Release();  // what is open keeps the table from being dropped
     return !ended_;
+}
+
+// Whoever got the columns before the query ran counts on them.
+void SqliteCursor::RefreshColumns() {
+    const auto count = Columns().size();
+    const bool isUpToDate = statement_->RefreshColumns(!ended_);
+    columns_ = statement_->Columns().data();
+    if (isUpToDate && Columns().size() == count) return;
+    ended_ = true;
+    throw MakeProviderError(AdoError::Unspecified,
+                            "The tables of the query have been altered since it was opened.", kSqliteName);
 }
 
 // The library's way to a cell with the least between; it is safe where one thread uses the connection.

@@ -30,6 +30,8 @@ public:
     std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) override;
 
 private:
+    /// After the first step of a query that was opened before. Raises when its columns are others by now.
+    void RefreshColumns();
     sqlite3_value* ValueAt(std::int32_t column) const;
     /// Whether the cell's text or bytes stay in the database until they are asked for.
     bool IsDeferred(std::int32_t column, int kind) const;

@@ -51,6 +51,7 @@ struct TableColumn {
     std::string type;
     int keyPosition = 0;  // in the primary key, from 1; 0: not of it
     bool isGenerated = false;
+    bool hasDefault = false;
 };
 
 struct TableFacts {
@@ -90,22 +91,54 @@ struct TableFacts {
             std::find_if(kNames.begin(), kNames.end(), [&](const char* name) { return !Find(name); });
         return found == kNames.end() ? "" : *found;
     }
+
+    // What the database reads by row id is taken for another column where some are generated; and the value
+    // of a column that was added to its table is not in the older rows.
+    bool MayReadByRowId(std::string_view name) const {
+        const auto isGenerated = [](const TableColumn& column) { return column.isGenerated; };
+        const auto* const column = Find(name);
+        return column && !column->hasDefault && std::none_of(columns.begin(), columns.end(), isGenerated);
+    }
 };
+
+/// What a name in FROM stands for.
+struct NamedSource {
+    std::string schema;
+    bool isView = false;
+};
+
+// The database looks for it among the temporary tables first.
+std::optional<NamedSource> SourceOf(sqlite3* database, const SelectText::TableRef& ref) {
+    const std::array names{ref.name, ref.schema};
+    SchemaQuery list(database,
+                     "select t.schema, t.type = 'view' from pragma_table_list(?1) as t, pragma_database_list "
+                     "as d on d.name = t.schema where ?2 = '' or t.schema = ?2 collate nocase order by "
+                     "t.schema <> 'temp', d.seq",
+                     names);
+    if (!list.Next()) return std::nullopt;
+    return NamedSource{list.Text(0), list.Integer(1) != 0};
+}
+
+// In the others, the bytes that are read by row id are not the text's.
+bool IsUtf8Database(sqlite3* database) {
+    SchemaQuery encoding(database, "select encoding from pragma_encoding", {});
+    return encoding.Next() && encoding.Text(0) == "UTF-8";
+}
 
 TableFacts FactsOf(sqlite3* database, const std::string& schema, const std::string& table) {
     const std::array names{schema, table};
     TableFacts facts;
-    SchemaQuery list(database,
-                     "select type, wr from pragma_table_list where schema = ?1 and name = ?2 collate nocase",
-                     names);
+    SchemaQuery list(database, "select type, wr from pragma_table_list(?2) as t where t.schema = ?1", names);
     if (list.Next()) {
         facts.isTable = list.Text(0) == "table";
         facts.hasRowId = facts.isTable && list.Integer(1) == 0;
     }
-    SchemaQuery columns(database, "select name, type, pk, hidden from pragma_table_xinfo(?2, ?1)", names);
+    SchemaQuery columns(
+        database, "select name, type, pk, hidden, dflt_value is not null from pragma_table_xinfo(?2, ?1)",
+        names);
     while (columns.Next()) {
-        facts.columns.push_back(
-            {columns.Text(0), columns.Text(1), columns.Integer(2), columns.Integer(3) > 1});
+        facts.columns.push_back({columns.Text(0), columns.Text(1), columns.Integer(2), columns.Integer(3) > 1,
+                                 columns.Integer(4) != 0});
     }
     return facts;
 }
@@ -119,7 +152,9 @@ struct Origin {
 
 std::vector<Origin> OriginsOf(sqlite3_stmt* statement) {
     std::vector<Origin> origins;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+    const int count = sqlite3_column_count(statement);
+    origins.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
         origins.push_back({TextOf(sqlite3_column_database_name(statement, i)),
                            TextOf(sqlite3_column_table_name(statement, i)),
                            TextOf(sqlite3_column_origin_name(statement, i))});
@@ -137,12 +172,15 @@ public:
         : database_(sqlite3_db_handle(statement)),
           select_(select),
           columns_(columns),
-          origins_(OriginsOf(statement)) {}
+          origins_(OriginsOf(statement)) {
+        widths_ = ItemWidths();
+        if (std::any_of(select_.items.begin(), select_.items.end(), HoldsQuery)) ForgetOriginsOfQueries();
+    }
 
     // A query on one table gets the row's key, and leaves long values where they are.
     std::optional<SqlitePlan> PlanOne(Purpose purpose) {
         const auto* const table = OnlyTable();
-        if (!table || !EqualIgnoringCase(select_.tables.front().name, table->table)) return std::nullopt;
+        if (!table || widths_.empty() || !IsNamed(select_.tables.front(), *table)) return std::nullopt;
         const auto facts = FactsOf(database_, table->schema, table->table);
         if (!facts.isTable) return std::nullopt;
         const auto rowIdName = facts.RowIdName();
@@ -155,18 +193,23 @@ public:
             plan.table = table->table;
             plan.rowIdColumn = static_cast<std::int32_t>(columns_.size());
             added.push_back(rowIdName);
-            for (std::size_t i = 0; i < columns_.size(); ++i) plan.deferred[i] = MayDefer(i);
+            for (std::size_t i = 0; i < columns_.size(); ++i) plan.deferred[i] = MayDefer(i, facts);
+            if (plan.HasDeferred() && !IsUtf8Database(database_))
+                plan.deferred.assign(columns_.size(), false);
         }
         if (purpose == Purpose::Change) plan.target = TargetOfOne(*table, facts, rowIdName, added);
         if (!plan.target && !plan.HasDeferred()) return std::nullopt;
-        auto text = TextOfPlan(plan, added);
-        if (!text) return std::nullopt;
-        plan.text = *std::move(text);
+        plan.text = TextOfPlan(plan, added);
         return plan;
     }
 
     // In a join, those tables can be changed whose key the query shows.
     std::optional<SqlitePlan> PlanJoin(std::string_view text) {
+        // A view shows its tables' columns as its own: whose row the key is of cannot be told then.
+        for (const auto& ref : select_.tables) {
+            const auto source = SourceOf(database_, ref);
+            if (!source || source->isView) return std::nullopt;
+        }
         auto target = std::make_shared<ChangeTarget>();
         for (const auto& origin : origins_) {
             ChangeTarget::Column column;
@@ -196,12 +239,53 @@ private:
         return found;
     }
 
+    /// How many columns each item of the select list makes; none where that is not known.
+    std::vector<std::size_t> ItemWidths() const {
+        const auto stars =
+            static_cast<std::size_t>(std::count_if(select_.items.begin(), select_.items.end(), IsStarItem));
+        const std::size_t plain = select_.items.size() - stars;
+        const std::size_t starWidth = stars == 0 ? 0 : (columns_.size() - plain) / stars;
+        // Those of a join differ.
+        const bool sameWidth = stars < 2 || select_.tables.size() == 1;
+        if (!sameWidth || plain + stars * starWidth != columns_.size()) return {};
+        std::vector<std::size_t> widths;
+        for (const auto item : select_.items) widths.push_back(IsStarItem(item) ? starWidth : 1);
+        return widths;
+    }
+
+    void ForgetOriginsOfQueries() {
+        if (widths_.empty()) origins_.assign(origins_.size(), {});
+        std::size_t column = 0;
+        for (std::size_t i = 0; i < widths_.size(); ++i) {
+            if (HoldsQuery(select_.items[i])) origins_[column] = {};
+            column += widths_[i];
+        }
+    }
+
+    /// Whether a name in FROM is that table's, and not a view's on it.
+    bool IsNamed(const SelectText::TableRef& ref, const Origin& table) const {
+        if (!EqualIgnoringCase(ref.name, table.table)) return false;
+        const auto source = SourceOf(database_, ref);
+        return source && !source->isView && EqualIgnoringCase(source->schema, table.schema);
+    }
+
     // A value that the rest of the query knows under the column's own name of the result must be there.
-    bool MayDefer(std::size_t column) const {
+    bool MayDefer(std::size_t column, const TableFacts& facts) const {
         if ((columns_[column].attributes & adFldLong) == 0 || !origins_[column].IsKnown()) return false;
-        if (select_.ordersByNumber) return false;
-        const bool isRenamed = !EqualIgnoringCase(columns_[column].name, origins_[column].column);
-        return !isRenamed || !select_.TailNames(columns_[column].name);
+        if (select_.ordersByNumber || !facts.MayReadByRowId(origins_[column].column)) return false;
+        if (TailNamesOneOfTwo()) return false;
+        const auto& name = columns_[column].name;
+        return EqualIgnoringCase(name, origins_[column].column) || !select_.TailNames(name);
+    }
+
+    // Which of the two is meant may change when "*" is written out.
+    bool TailNamesOneOfTwo() const {
+        return std::any_of(columns_.begin(), columns_.end(), [&](const ColumnInfo& column) {
+            const auto times = std::count_if(columns_.begin(), columns_.end(), [&](const ColumnInfo& other) {
+                return EqualIgnoringCase(other.name, column.name);
+            });
+            return times > 1 && select_.TailNames(column.name);
+        });
     }
 
     std::shared_ptr<const ChangeTarget> TargetOfOne(const Origin& origin, const TableFacts& facts,
@@ -248,9 +332,9 @@ private:
             if (target.tables[i].name == name) return static_cast<std::int32_t>(i);
         }
         ChangeTarget::Table table{name, origin.schema, origin.table, {}, false, ""};
-        const auto timesNamed = std::count_if(
-            select_.tables.begin(), select_.tables.end(),
-            [&](const SelectText::TableRef& ref) { return EqualIgnoringCase(ref.name, origin.table); });
+        const auto timesNamed =
+            std::count_if(select_.tables.begin(), select_.tables.end(),
+                          [&](const SelectText::TableRef& ref) { return IsNamed(ref, origin); });
         const auto facts = FactsOf(database_, origin.schema, origin.table);
         if (timesNamed == 1 && facts.isTable) table.key = ShownKey(origin, facts);
         target.tables.push_back(std::move(table));
@@ -271,24 +355,17 @@ private:
         return key;
     }
 
-    /// The query with the plan's select list; nothing where its items cannot be matched to its columns.
-    std::optional<std::string> TextOfPlan(const SqlitePlan& plan,
-                                          const std::vector<std::string>& added) const {
-        const auto stars =
-            static_cast<std::size_t>(std::count_if(select_.items.begin(), select_.items.end(), IsStarItem));
-        const std::size_t plain = select_.items.size() - stars;
-        const std::size_t starWidth = stars == 0 ? 0 : (columns_.size() - plain) / stars;
-        if (plain + stars * starWidth != columns_.size()) return std::nullopt;
-
+    /// The query with the plan's select list.
+    std::string TextOfPlan(const SqlitePlan& plan, const std::vector<std::string>& added) const {
         std::vector<std::string> items;
         std::size_t column = 0;
-        for (const auto item : select_.items) {
-            const std::size_t width = IsStarItem(item) ? starWidth : 1;
+        for (std::size_t item = 0; item < widths_.size(); ++item) {
+            const std::size_t width = widths_[item];
             const auto first = plan.deferred.begin() + static_cast<std::ptrdiff_t>(column);
             const bool hasDeferred = std::any_of(first, first + static_cast<std::ptrdiff_t>(width),
                                                  [](bool isDeferred) { return isDeferred; });
             if (!hasDeferred) {
-                items.emplace_back(item);
+                items.emplace_back(select_.items[item]);
             } else {
                 for (std::size_t i = column; i < column + width; ++i) items.push_back(ItemFor(plan, i));
             }
@@ -296,19 +373,20 @@ private:
         }
         items.insert(items.end(), added.begin(), added.end());
 
+        // On lines of their own, for an item may end in a comment.
         std::string text(select_.opening);
         for (const auto& item : items) {
-            if (&item != &items.front()) text += ", ";
+            if (&item != &items.front()) text += "\n, ";
             text += item;
         }
-        text += ' ';
+        text += '\n';
         text += select_.tail;
         return text;
     }
 
     // Asking for the type alone does not read the value.
     std::string ItemFor(const SqlitePlan& plan, std::size_t column) const {
-        const auto name = QuotedSqliteName(origins_[column].column);
+        auto name = QuotedSqliteName(origins_[column].column);
         if (!plan.deferred[column]) return name;
         return "CASE typeof(" + name + ") WHEN 'blob' THEN x'' WHEN 'text' THEN '' ELSE " + name + " END";
     }
@@ -317,6 +395,8 @@ private:
     const SelectText& select_;
     std::span<const ColumnInfo> columns_;
     std::vector<Origin> origins_;
+    std::vector<std::size_t>
+        widths_;  // of the select list's items, in columns; none where they are not known
 };
 
 }  // namespace
@@ -354,8 +434,8 @@ bool MayFillLater(sqlite3* database, const std::string& schema, const std::strin
     SchemaQuery lookers(
         database,
         "select 1 from pragma_index_list(?2, ?1) as l, pragma_index_info(l.name, ?1) as i where i.name = ?3 "
-        "collate nocase union all select 1 from pragma_foreign_key_list(?2, ?1) where \"from\" = ?3 collate "
-        "nocase",
+        "collate nocase or i.cid = -2 union all select 1 from pragma_foreign_key_list(?2, ?1) where \"from\" "
+        "= ?3 collate nocase",
         allNames);
     if (lookers.Next()) return false;
     const auto source = QuotedSqliteName(schema) + ".sqlite_schema";

@@ -75,7 +75,6 @@ void SqliteSession::Close() {
     for (auto* statement : inUse_) statement->Drop();
     inUse_.clear();
     cache_.Clear();
-    schemaProbe_.reset();
     database_.reset();
 }
 
@@ -134,9 +133,6 @@ SqliteSession::Lease SqliteSession::Acquire(std::string_view text, Purpose purpo
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     inUse_.reserve(inUse_.size() + 1);
     auto statement = cache_.Take(text, purpose);
-    // What is opened for changes may write before it has read anything, and a plan may not fit any more.
-    const bool dependsOnSchema = purpose == Purpose::Change || (statement && statement->Plan());
-    if (dependsOnSchema && SchemaHasChanged()) statement.reset();
     if (!statement) statement = PrepareFirst(text, purpose);
     if (!statement) return {shared_from_this(), nullptr};
     inUse_.push_back(statement.get());
@@ -167,8 +163,42 @@ std::unique_ptr<SqliteStatement> SqliteSession::PrepareFirst(std::string_view te
     sqlite3_prepare_v3(database_.get(), plan->text.c_str(), -1, isKept ? SQLITE_PREPARE_PERSISTENT : 0U,
                        &planned, nullptr);
     // A query that does not take the other select list runs as it is.
-    if (planned) statement->Follow(*std::move(plan), SqliteStatementHandle(planned));
+    if (planned) {
+        SqliteStatementHandle owned(planned);
+        auto guard = PrepareGuard(*plan);
+        statement->Follow(*std::move(plan), std::move(owned), std::move(guard));
+    }
     return statement;
+}
+
+SqliteStatementHandle SqliteSession::PrepareGuard(const SqlitePlan& plan) {
+    std::string text = "SELECT 1 FROM ";
+    if (plan.target) {
+        for (const auto& table : plan.target->tables) {
+            if (&table != &plan.target->tables.front()) text += ", ";
+            text += table.name;
+        }
+    } else {
+        text += QuotedSqliteName(plan.schema);
+        text += '.';
+        text += QuotedSqliteName(plan.table);
+    }
+    text += " LIMIT 0";
+    sqlite3_stmt* prepared = nullptr;
+    sqlite3_prepare_v3(database_.get(), text.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+    return SqliteStatementHandle(prepared);
+}
+
+bool SqliteSession::IsOutdated(const SqliteStatement& statement) {
+    auto* const guard = statement.Guard();
+    if (!guard) return false;
+    StopIfCancelled();
+    StartClock();
+    const int status = sqlite3_step(guard);
+    const bool isMissing = (status & 0xff) == SQLITE_ERROR;  // one of the tables
+    if (status != SQLITE_DONE && !isMissing) RaiseError(status);
+    sqlite3_reset(guard);
+    return isMissing || sqlite3_stmt_status(guard, SQLITE_STMTSTATUS_REPREPARE, 0) > 0;
 }
 
 SqliteStatementHandle SqliteSession::PrepareHandle(std::string_view text, bool isKept, const char** tail) {
@@ -235,20 +265,6 @@ std::int64_t SqliteSession::TotalChanges() const {
 
 std::int64_t SqliteSession::LastChanges() const {
     return sqlite3_changes64(database_.get());
-}
-
-bool SqliteSession::SchemaHasChanged() {
-    if (!schemaProbe_) {
-        constexpr std::string_view kProbe = "SELECT 1 FROM main.sqlite_schema LIMIT 0";
-        schemaProbe_ =
-            std::make_unique<SqliteStatement>(PrepareHandle(kProbe, true, nullptr), "", 0, Purpose::Read);
-    }
-    const int timesPrepared = schemaProbe_->TimesPrepared();
-    Step(*schemaProbe_);
-    sqlite3_reset(schemaProbe_->Handle());
-    if (schemaProbe_->TimesPrepared() == timesPrepared) return false;
-    cache_.ForgetPlans();
-    return true;
 }
 
 void SqliteSession::Run(const std::string& commandText) {

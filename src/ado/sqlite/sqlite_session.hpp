@@ -71,6 +71,9 @@ public:
     Lease Acquire(std::string_view text, Purpose purpose);
     /// Runs to the next row; false at the end.
     bool Step(SqliteStatement& statement);
+    /// Whether the tables of a statement for changes are no longer those that it was planned for, as far as
+    /// can be told before it runs.
+    bool IsOutdated(const SqliteStatement& statement);
     /// Null after `Close`.
     sqlite3* Database() const noexcept { return database_.get(); }
     /// Raises -2147217842 when the running work has been cancelled.
@@ -92,9 +95,8 @@ private:
     void Forget(const SqliteStatement& statement) noexcept;
     void ReleaseReaders() noexcept;
     std::unique_ptr<SqliteStatement> PrepareFirst(std::string_view text, Purpose purpose);
+    SqliteStatementHandle PrepareGuard(const SqlitePlan& plan);
     SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail);
-    /// Whether the schema has changed since this was asked last; what had been made for it is forgotten then.
-    bool SchemaHasChanged();
     void Run(const std::string& commandText);
     /// Runs what undoes work, however often that has been cancelled.
     void RunToUndo(const std::string& commandText);
@@ -109,9 +111,8 @@ private:
 
     SqliteHandle database_;
     SqliteStatementCache cache_;
-    std::unique_ptr<SqliteStatement> schemaProbe_;  // reads nothing but notices a changed schema
-    std::vector<SqliteStatement*> inUse_;           // owned by their leases
-    std::vector<DeferredValues*> readers_;          // owned by their cursors
+    std::vector<SqliteStatement*> inUse_;   // owned by their leases
+    std::vector<DeferredValues*> readers_;  // owned by their cursors
     std::shared_ptr<CancelSwitch> cancel_;
     bool undoing_ = false;    // cancelling has no hold on what undoes work
     bool wholeStep_ = false;  // the running statement is not stopped half-way

@@ -72,9 +72,10 @@ bool SqliteStatement::RefreshColumns(bool hasRow) {
     return true;
 }
 
-void SqliteStatement::Follow(SqlitePlan plan, SqliteStatementHandle planned) {
+void SqliteStatement::Follow(SqlitePlan plan, SqliteStatementHandle planned, SqliteStatementHandle guard) {
     plan_ = std::move(plan);
     handle_ = std::move(planned);
+    guard_ = std::move(guard);
     timesPrepared_ = TimesPrepared();
 }
 
@@ -111,7 +112,9 @@ std::unique_ptr<SqliteStatement> SqliteStatementCache::Take(std::string_view tex
 
 void SqliteStatementCache::Keep(std::unique_ptr<SqliteStatement> statement) {
     const auto& text = statement->Text();
-    if (text.empty()) return;
+    // Without a plan nothing tells whether there would be one by now.
+    const bool mayAge = statement->PreparedFor() == Purpose::Change && !statement->Plan();
+    if (text.empty() || mayAge) return;
     if (entries_.size() == kMostStatements) entries_.erase(entries_.begin());
     const auto hash = std::hash<std::string_view>{}(text);
     entries_.push_back({hash, std::move(statement)});

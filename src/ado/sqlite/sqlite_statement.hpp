@@ -45,10 +45,16 @@ public:
     /// last one, and a column without a declared type has that of the first row's value. False when a changed
     /// schema has outdated the plan: the statement must be prepared anew.
     bool RefreshColumns(bool hasRow);
-    /// Runs a plan instead of the query, whose columns are known by now.
-    void Follow(SqlitePlan plan, SqliteStatementHandle planned);
+    /// Runs a plan instead of the query, whose columns are known by now. guard reads no row of the plan's
+    /// tables: that it had to be prepared again tells that the plan is outdated, without running it.
+    void Follow(SqlitePlan plan, SqliteStatementHandle planned, SqliteStatementHandle guard);
+    /// Null where the query runs as it stands.
+    sqlite3_stmt* Guard() const noexcept { return guard_.get(); }
     /// Frees the statement; the session is closing.
-    void Drop() noexcept { handle_.reset(); }
+    void Drop() noexcept {
+        handle_.reset();
+        guard_.reset();
+    }
 
     /// How often it has been prepared: again whenever the schema has changed.
     int TimesPrepared() const noexcept;
@@ -57,6 +63,7 @@ private:
     void ReadColumns(int count);
 
     SqliteStatementHandle handle_;
+    SqliteStatementHandle guard_;
     std::string text_;
     std::size_t consumed_;
     Purpose purpose_;
@@ -78,12 +85,6 @@ public:
     std::unique_ptr<SqliteStatement> Take(std::string_view text, Purpose purpose);
     void Keep(std::unique_ptr<SqliteStatement> statement);
     void Clear() noexcept { entries_.clear(); }
-    /// Drops what was prepared for changes or follows a plan: a changed schema may ask for another one.
-    void ForgetPlans() noexcept {
-        std::erase_if(entries_, [](const Entry& entry) {
-            return entry.statement->PreparedFor() == Purpose::Change || entry.statement->Plan();
-        });
-    }
 
 private:
     struct Entry {
