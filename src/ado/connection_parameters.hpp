@@ -29,7 +29,7 @@ public:
     void SetDefault(std::string_view key, std::string_view value);
 
 private:
-    std::vector<std::pair<std::string, std::string>> values_;  // keys lower-cased
+    std::vector<std::pair<std::string, std::string>> values_;   // keys lower-cased
     std::vector<std::pair<std::string, std::string>> written_;  // the pairs of the string under their keys
 };
 
