@@ -99,6 +99,7 @@ std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& paramete
     // Rows found count as affected, no prompt, rows straight from the server and forward only.
     constexpr const char* kOptions = "3145746";  // 2 + 16 + 1048576 + 2097152
     const auto dataSource = parameters.Get("Data Source");
+    const auto shared = std::move(cancel);  // by all attempts
     for (std::string_view rest = dataSource;;) {
         OdbcEnvironment environment;
         OdbcConnectionText text;
@@ -121,7 +122,7 @@ std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& paramete
         }
         try {
             return environment.Connect(text.Text(), "MariaDB", connectionTimeout, SecretsOf(parameters),
-                                       cancel);
+                                       shared);
         } catch (const ErrorInfo& error) {
             // The next one would refuse a login as well.
             if (rest.empty() || error.Number != static_cast<std::int32_t>(AdoError::Unspecified)) throw;

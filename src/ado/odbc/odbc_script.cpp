@@ -139,13 +139,12 @@ public:
         ++words_;
         if (!hasBody_) return;
         const bool isAfterEnd = std::exchange(isAfterEnd_, false);
+        const bool opens = !isAfterEnd && (word == "begin" || word == "case");
+        const bool endedLoop = isAfterEnd && IsOneOf(word, kLoops);  // no BEGIN and no CASE
+        if (opens || endedLoop) ++depth_;
         if (word == "end") {
             --depth_;
             isAfterEnd_ = true;
-        } else if (isAfterEnd && IsOneOf(word, kLoops)) {
-            ++depth_;  // END IF: no BEGIN or CASE ends here
-        } else if (!isAfterEnd && (word == "begin" || word == "case")) {
-            ++depth_;
         }
     }
     bool IsOpen() const noexcept { return hasBody_ && depth_ > 0; }
