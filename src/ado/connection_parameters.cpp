@@ -13,9 +13,29 @@ namespace {
                             "HalvTiv");
 }
 
+// The length of a value in braces at the front; 0 where there is none, or more than a ";" behind it.
+std::size_t BracedLength(std::string_view text) {
+    if (!text.starts_with('{')) return 0;
+    for (std::size_t i = 1; i < text.size(); ++i) {
+        if (text[i] != '}') continue;
+        if (i + 1 < text.size() && text[i + 1] == '}') {
+            ++i;
+            continue;
+        }
+        const auto behind = text.find_first_not_of(' ', i + 1);
+        return behind == std::string_view::npos || text[behind] == ';' ? i + 1 : 0;
+    }
+    return 0;
+}
+
 // Reads one value at the front of `rest` and drops it with its ";".
 std::string TakeValue(std::string_view& rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    if (const auto length = BracedLength(rest); length > 0) {
+        std::string value(rest.substr(0, length));
+        rest.remove_prefix(std::min(rest.find(';', length), rest.size() - 1) + 1);
+        return value;
+    }
     if (rest.empty() || (rest.front() != '"' && rest.front() != '\'')) {
         const auto end = std::min(rest.find(';'), rest.size());
         std::string value(platform::TrimBlanks(rest.substr(0, end)));
@@ -51,9 +71,11 @@ ConnectionParameters::ConnectionParameters(std::string_view connectionString) {
             continue;
         }
         if (key.empty()) RaiseMalformed();
+        const auto before = rest;
         rest.remove_prefix(keyEnd + 1);
         auto value = TakeValue(rest);
         auto lowerKey = platform::ToLower(key);
+        written_.emplace_back(lowerKey, before.substr(0, before.size() - rest.size()));
         std::erase_if(values_, [&](const auto& pair) { return pair.first == lowerKey; });
         values_.emplace_back(std::move(lowerKey), std::move(value));
     }
@@ -69,6 +91,17 @@ std::optional<std::string_view> ConnectionParameters::Find(std::string_view key)
 
 std::string_view ConnectionParameters::Get(std::string_view key) const {
     return Find(key).value_or(std::string_view{});
+}
+
+std::string ConnectionParameters::TextWithout(std::string_view key) const {
+    const auto lowerKey = platform::ToLower(key);
+    std::string text;
+    for (const auto& [name, pair] : written_) {
+        if (name == lowerKey) continue;
+        text += pair;
+        if (!text.ends_with(';')) text += ';';
+    }
+    return text;
 }
 
 bool ConnectionParameters::IsSet(std::string_view key) const {

@@ -10,7 +10,7 @@ namespace halvtiv::ado {
 
 /// A connection string taken apart: key=value pairs separated by ";". Keys in any letter case, blanks around
 /// keys and values dropped; a value in `"` or `'` may hold a ";", and its quote doubled. The last of a
-/// repeated key counts.
+/// repeated key counts. A value in braces, as ODBC has them, may hold a ";" and keeps its braces.
 class ConnectionParameters {
 public:
     /// Raises -2147467259 "The connection string is not a list of key=value pairs." for
@@ -23,11 +23,14 @@ public:
     std::string_view Get(std::string_view key) const;
     /// Whether the value is one of 1, true, yes.
     bool IsSet(std::string_view key) const;
+    /// The string without one of its pairs, each of the others as it was written and with a ";" behind it.
+    std::string TextWithout(std::string_view key) const;
     /// Adds a value when there is none, or an empty one, under the key.
     void SetDefault(std::string_view key, std::string_view value);
 
 private:
-    std::vector<std::pair<std::string, std::string>> values_;  // keys lower-cased
+    std::vector<std::pair<std::string, std::string>> values_;   // keys lower-cased
+    std::vector<std::pair<std::string, std::string>> written_;  // the pairs of the string under their keys
 };
 
 }  // namespace halvtiv::ado

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string_view>
 
 #include "ado/provider.hpp"
 
@@ -14,8 +13,5 @@ namespace halvtiv::ado {
 std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameters,
                                            std::int32_t connectionTimeout,
                                            std::shared_ptr<CancelSwitch> cancel);
-
-/// Whether an Access database stands at that path, by its first bytes; false where nothing can be read.
-bool IsAccessFile(std::string_view path);
 
 }  // namespace halvtiv::ado

@@ -1,0 +1,73 @@
+#include "ado/odbc/odbc_batch.hpp"
+
+#include <string_view>
+#include <utility>
+
+#include "ado/errors.hpp"
+#include "ado/odbc/odbc_script.hpp"
+#include "ado/sql_scanner.hpp"
+
+namespace halvtiv::ado {
+
+namespace {
+
+bool IsQuery(std::string_view statement) {
+    return SqlScanner(statement).Next().IsWord("select");
+}
+
+}  // namespace
+
+OdbcBatch::OdbcBatch(std::shared_ptr<OdbcSession> session, std::string commandText, Purpose purpose)
+    : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
+
+std::optional<std::string> OdbcBatch::TakeText() {
+    const auto rest = std::string_view(text_).substr(position_);
+    const auto& traits = session_->Traits();
+    if (IsEmptyScript(rest, traits.dialect)) return std::nullopt;
+    auto length = rest.size();
+    if (traits.splitsScripts || purpose_ == Purpose::Change) {
+        length = FirstStatementLength(rest, traits.dialect);
+        // An empty statement is none.
+        if (IsEmptyScript(rest.substr(0, length), traits.dialect)) {
+            position_ += length;
+            return TakeText();
+        }
+    }
+    position_ += length;
+    auto statement = rest.substr(0, length);
+    if (length < rest.size() || traits.splitsScripts) {
+        if (statement.ends_with(';')) statement.remove_suffix(1);
+    }
+    return std::string(statement);
+}
+
+std::optional<StatementResult> OdbcBatch::RunNext() {
+    try {
+        if (execution_) {
+            if (auto result = execution_->RunNext()) return result;
+            execution_.reset();
+        }
+        auto text = TakeText();
+        if (!text) return std::nullopt;
+        const bool isReadOnly = session_->Traits().dialect == OdbcDialect::Access;
+        if (isReadOnly && !IsQuery(*text)) {
+            throw MakeProviderError(AdoError::NotSupported, kAccessIsReadOnly,
+                                    session_->Traits().databaseName);
+        }
+        execution_ = std::make_shared<OdbcExecution>(session_, *std::move(text));
+        if (std::exchange(purpose_, Purpose::Read) == Purpose::Change && !isReadOnly) {
+            if (auto rows = execution_->PrepareForChange()) {
+                StatementResult result;
+                result.rows = std::move(rows);
+                return result;
+            }
+        }
+        return execution_->RunNext();
+    } catch (...) {
+        execution_.reset();
+        position_ = text_.size();
+        throw;
+    }
+}
+
+}  // namespace halvtiv::ado

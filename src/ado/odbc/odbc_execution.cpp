@@ -1,0 +1,130 @@
+#include "ado/odbc/odbc_execution.hpp"
+
+#include <utility>
+
+#include "ado/errors.hpp"
+#include "ado/odbc/odbc_cursor.hpp"
+#include "ado/odbc/odbc_plan.hpp"
+
+namespace halvtiv::ado {
+
+OdbcExecution::OdbcExecution(std::shared_ptr<OdbcSession> session, std::string text)
+    : session_(std::move(session)), text_(std::move(text)), statement_(session_->NewStatement()) {
+    session_->Add(*this);
+}
+
+OdbcExecution::~OdbcExecution() {
+    session_->Remove(*this);
+}
+
+void OdbcExecution::Drop() noexcept {
+    if (cursor_) cursor_->Drop();
+    statement_.Free();
+    stage_ = Stage::Done;
+}
+
+std::optional<StatementResult> OdbcExecution::RunNext() {
+    if (!setAside_.empty()) {
+        auto next = std::move(setAside_.front());
+        setAside_.pop_front();
+        if (const auto* error = std::get_if<std::exception_ptr>(&next)) std::rethrow_exception(*error);
+        return std::get<StatementResult>(std::move(next));
+    }
+    return NextOfDriver();
+}
+
+std::optional<StatementResult> OdbcExecution::NextOfDriver() {
+    if (stage_ == Stage::Done) return std::nullopt;
+    SQLRETURN status = SQL_SUCCESS;
+    const bool isFirst = stage_ == Stage::New;
+    if (isFirst) session_->MakeRoom(this);
+    stage_ = Stage::Done;  // holds when this fails
+    if (isFirst) {
+        status = session_->ExecuteText(statement_.Get(), text_);
+        if (status == SQL_NO_DATA) status = SQL_SUCCESS;  // a change that has hit no row
+    } else {
+        status = SQL_NO_DATA;
+        if (session_->Traits().hasMoreResults) {
+            status = session_->Wait(statement_.Get(), [this] { return SQLMoreResults(statement_.Get()); });
+        }
+        if (status == SQL_NO_DATA) {
+            statement_.Free();
+            return std::nullopt;
+        }
+    }
+    session_->Check(status, statement_.Get());
+    stage_ = Stage::Running;
+    return CurrentResult();
+}
+
+StatementResult OdbcExecution::CurrentResult() {
+    StatementResult result;
+    auto columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
+    if (columns.empty()) {
+        SQLLEN rows = -1;
+        if (SQL_SUCCEEDED(SQLRowCount(statement_.Get(), &rows))) result.affectedRows = rows;
+        return result;
+    }
+    const auto count = columns.size();
+    result.rows = std::make_unique<OdbcCursor>(shared_from_this(), std::move(columns), nullptr, count);
+    return result;
+}
+
+std::unique_ptr<Cursor> OdbcExecution::PrepareForChange() {
+    session_->MakeRoom(this);
+    const auto prepare = [this](const OdbcHandle& statement, const std::string& text) {
+        return SQL_SUCCEEDED(session_->PrepareText(statement.Get(), text));
+    };
+    if (!prepare(statement_, text_)) {
+        stage_ = Stage::Done;
+        session_->Raise(SQL_HANDLE_STMT, statement_.Get());
+    }
+    auto columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
+    if (columns.empty()) {
+        statement_ = session_->NewStatement();
+        return nullptr;
+    }
+    stage_ = Stage::Prepared;
+    const auto count = columns.size();
+    auto plan = PlanOdbcQuery(*session_, statement_.Get(), text_, columns);
+    if (plan.target && plan.text != text_) {
+        auto planned = session_->NewStatement();
+        // A query that does not take the other select list runs as it is.
+        if (prepare(planned, plan.text)) {
+            statement_ = std::move(planned);
+            columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
+        } else {
+            plan.target.reset();
+        }
+    }
+    if (plan.target && columns.size() != static_cast<std::size_t>(plan.target->width)) plan.target.reset();
+    return std::make_unique<OdbcCursor>(shared_from_this(), std::move(columns), std::move(plan.target),
+                                        count);
+}
+
+void OdbcExecution::Start() {
+    if (stage_ == Stage::Running) return;
+    if (stage_ != Stage::Prepared) RaiseAdoError(AdoError::InvalidConnection);
+    session_->MakeRoom(this);
+    stage_ = Stage::Done;  // holds when this fails
+    const auto status = session_->Wait(statement_.Get(), [this] { return SQLExecute(statement_.Get()); });
+    session_->Check(status, statement_.Get());
+    stage_ = Stage::Running;
+}
+
+void OdbcExecution::SetAside() {
+    if (stage_ != Stage::Running) return;
+    const auto self = shared_from_this();  // a cursor that is set aside lets go of it
+    if (cursor_) cursor_->SetAside();
+    try {
+        while (auto result = NextOfDriver()) {
+            if (cursor_) cursor_->SetAside();
+            setAside_.emplace_back(*std::move(result));
+        }
+    } catch (const ErrorInfo& error) {
+        if (IsCancelled(error)) throw;
+        setAside_.emplace_back(std::current_exception());
+    }
+}
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,172 @@
+#include "ado/odbc/odbc_plan.hpp"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "ado/odbc/odbc_catalog.hpp"
+#include "ado/select_text.hpp"
+#include "platform/text.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+using platform::EqualIgnoringCase;
+
+/// Where a visible column comes from.
+struct Origin {
+    OdbcTableName table;
+    std::string column;  ///< "" for a computed one
+};
+
+class Planner {
+public:
+    Planner(OdbcSession& session, const SelectText& select, std::span<const OdbcColumn> columns)
+        : session_(session), select_(select), columns_(columns) {}
+
+    OdbcPlan Plan(SQLHSTMT statement, const std::string& text) {
+        FindOrigins(statement);
+        auto target = std::make_shared<ChangeTarget>();
+        std::vector<std::string> added;
+        for (const auto& origin : origins_) {
+            ChangeTarget::Column column;
+            if (!origin.column.empty()) {
+                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column)};
+            }
+            target->columns.push_back(std::move(column));
+        }
+        const bool hasKey = std::any_of(target->tables.begin(), target->tables.end(),
+                                        [](const auto& table) { return !table.key.empty(); });
+        if (!hasKey) return {};
+        target->width = static_cast<std::int32_t>(columns_.size() + added.size());
+        return OdbcPlan{added.empty() ? text : TextWith(added), std::move(target)};
+    }
+
+private:
+    std::string Quoted(std::string_view name) const { return QuotedOdbcName(session_.Traits(), name); }
+    bool IsOfOneTable() const { return select_.tables.size() == 1; }
+
+    void FindOrigins(SQLHSTMT statement) {
+        const bool isWide = session_.Traits().isWide;
+        bool isKnown = false;
+        for (std::size_t i = 0; i < columns_.size(); ++i) {
+            const auto number = static_cast<SQLUSMALLINT>(i + 1);
+            Origin origin;
+            origin.table.table = OdbcColumnText(statement, number, SQL_DESC_BASE_TABLE_NAME, isWide);
+            if (!origin.table.table.empty()) {
+                origin.column = OdbcColumnText(statement, number, SQL_DESC_BASE_COLUMN_NAME, isWide);
+                origin.table.catalog = OdbcColumnText(statement, number, SQL_DESC_CATALOG_NAME, isWide);
+                origin.table.schema = OdbcColumnText(statement, number, SQL_DESC_SCHEMA_NAME, isWide);
+            }
+            isKnown = isKnown || !origin.column.empty();
+            origins_.push_back(std::move(origin));
+        }
+        if (!isKnown && IsOfOneTable()) GuessOrigins();
+    }
+
+    // A driver that tells nothing: the columns of the query's one table that are selected under their names.
+    void GuessOrigins() {
+        OdbcTableName table;
+        table.table = select_.tables.front().name;
+        if (session_.Traits().dialect != OdbcDialect::Sqlite) table.schema = select_.tables.front().schema;
+        const auto known = FindOdbcColumns(session_, table);
+        const auto isOfTable = [&](std::string_view name) {
+            return std::any_of(known.begin(), known.end(),
+                               [&](const auto& column) { return EqualIgnoringCase(column, name); });
+        };
+        for (std::size_t i = 0; i < columns_.size(); ++i) {
+            const auto& name = columns_[i].info.name;
+            if (isOfTable(name) && IsSelectedPlainly(i, name)) origins_[i] = {table, name};
+        }
+    }
+
+    // Whether the select list's item for a column is "*" or the name itself, and no expression under it.
+    bool IsSelectedPlainly(std::size_t column, std::string_view name) const {
+        if (std::any_of(select_.items.begin(), select_.items.end(), IsStarItem)) {
+            return select_.items.size() == 1;
+        }
+        if (column >= select_.items.size()) return false;
+        auto item = select_.items[column];
+        for (const std::string_view quote : {"\"", "`", "["}) {
+            if (item.starts_with(quote)) item = item.substr(1, item.size() - 2);
+        }
+        if (const auto point = item.rfind('.'); point != std::string_view::npos)
+            item = item.substr(point + 1);
+        return EqualIgnoringCase(item, name);
+    }
+
+    std::int32_t PlaceOfTable(ChangeTarget& target, const OdbcTableName& table,
+                              std::vector<std::string>& added) {
+        for (std::size_t i = 0; i < names_.size(); ++i) {
+            if (names_[i] == table) return static_cast<std::int32_t>(i);
+        }
+        names_.push_back(table);
+        ChangeTarget::Table made{
+            QuotedOdbcName(session_.Traits(), table), table.schema, table.table, {}, false, ""};
+        const auto timesNamed = std::count_if(
+            select_.tables.begin(), select_.tables.end(),
+            [&](const SelectText::TableRef& ref) { return EqualIgnoringCase(ref.name, table.table); });
+        // A view's columns come from tables that the query does not name.
+        if (timesNamed == 1) made.key = KeyOf(table, made, added);
+        target.tables.push_back(std::move(made));
+        return static_cast<std::int32_t>(target.tables.size()) - 1;
+    }
+
+    std::vector<ChangeTarget::KeyColumn> KeyOf(const OdbcTableName& table, ChangeTarget::Table& made,
+                                               std::vector<std::string>& added) const {
+        std::vector<ChangeTarget::KeyColumn> key;
+        const auto names = FindOdbcKey(session_, table);
+        for (const auto& name : names) {
+            auto place = PlaceOfColumn(table, name);
+            if (place < 0) {
+                if (!IsOfOneTable()) return {};
+                place = static_cast<std::int32_t>(columns_.size() + added.size());
+                added.push_back(Quoted(name));
+            } else if (names.size() == 1) {
+                made.keyIsRowId = columns_[static_cast<std::size_t>(place)].isAutoNumber;
+            }
+            key.push_back({Quoted(name), place});
+        }
+        return key;
+    }
+
+    std::int32_t PlaceOfColumn(const OdbcTableName& table, std::string_view column) const {
+        for (std::size_t i = 0; i < origins_.size(); ++i) {
+            const bool isIt = origins_[i].table == table && EqualIgnoringCase(origins_[i].column, column);
+            if (isIt) return static_cast<std::int32_t>(i);
+        }
+        return -1;
+    }
+
+    std::string TextWith(const std::vector<std::string>& added) const {
+        std::string text(select_.opening);
+        bool isFirst = true;
+        const auto append = [&](std::string_view item) {
+            if (!std::exchange(isFirst, false)) text += ", ";
+            text += item;
+        };
+        for (const auto item : select_.items) append(item);
+        for (const auto& item : added) append(item);
+        text += ' ';
+        text += select_.tail;
+        return text;
+    }
+
+    OdbcSession& session_;
+    const SelectText& select_;
+    std::span<const OdbcColumn> columns_;
+    std::vector<Origin> origins_;
+    std::vector<OdbcTableName> names_;  // of the target's tables
+};
+
+}  // namespace
+
+OdbcPlan PlanOdbcQuery(OdbcSession& session, SQLHSTMT statement, const std::string& text,
+                       std::span<const OdbcColumn> columns) {
+    if (session.Traits().dialect == OdbcDialect::Access) return {};
+    const auto select = ReadSelectText(text);
+    if (!select || select->tables.empty()) return {};
+    return Planner(session, *select, columns).Plan(statement, text);
+}
+
+}  // namespace halvtiv::ado

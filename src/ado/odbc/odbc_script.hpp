@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "ado/odbc/odbc_traits.hpp"
+
+namespace halvtiv::ado {
+
+/// The length of the first statement of a script, its ";" included. Those inside texts, names, comments and
+/// the body of a routine or trigger do not end it.
+std::size_t FirstStatementLength(std::string_view script, OdbcDialect dialect);
+
+/// Whether a script holds nothing but blanks, comments and ";".
+bool IsEmptyScript(std::string_view script, OdbcDialect dialect);
+
+}  // namespace halvtiv::ado

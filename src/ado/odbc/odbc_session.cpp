@@ -1,0 +1,264 @@
+#include "ado/odbc/odbc_session.hpp"
+
+#include <algorithm>
+
+#include "ado/errors.hpp"
+#include "ado/odbc/odbc_batch.hpp"
+#include "ado/odbc/odbc_diagnostics.hpp"
+#include "ado/odbc/odbc_execution.hpp"
+#include "ado/odbc/odbc_text.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+std::string SavepointName(std::int32_t level) {
+    return "halvtiv_" + std::to_string(level);
+}
+
+// States by which databases tell that a statement was stopped, whoever wanted it.
+bool IsStopped(const OdbcDiagnostic& diagnostic) {
+    return diagnostic.state.starts_with("HY") || diagnostic.state == "70100" || diagnostic.state == "57014";
+}
+
+bool HasRolledBack(const OdbcDiagnostic& diagnostic) {
+    return diagnostic.state.starts_with("40");
+}
+
+}  // namespace
+
+OdbcSession::OdbcSession(OdbcHandle environment, OdbcHandle connection, OdbcTraits traits,
+                         std::shared_ptr<CancelSwitch> cancel)
+    : environment_(std::move(environment)),
+      connection_(std::move(connection)),
+      traits_(std::move(traits)),
+      cancel_(std::move(cancel)) {}
+
+OdbcSession::~OdbcSession() {
+    Close();
+}
+
+void OdbcSession::RequireOpen() const {
+    if (!connection_ || isLost_) RaiseAdoError(AdoError::InvalidConnection);
+}
+
+std::unique_ptr<Batch> OdbcSession::Prepare(std::string commandText, Purpose purpose) {
+    RequireOpen();
+    if (commandText.find('\0') != std::string::npos) {
+        throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.",
+                                traits_.databaseName);
+    }
+    return std::make_unique<OdbcBatch>(shared_from_this(), std::move(commandText), purpose);
+}
+
+std::string_view OdbcSession::DatabaseName() const {
+    switch (traits_.dialect) {
+        case OdbcDialect::Sqlite:
+            return "SQLite";
+        case OdbcDialect::Access:
+            return "Access";
+        case OdbcDialect::MariaDb:
+            return "MariaDB";
+        case OdbcDialect::PostgreSql:
+            return "PostgreSQL";
+        case OdbcDialect::SqlServer:
+            return "SQLServer";
+        case OdbcDialect::Other:
+            break;
+    }
+    return traits_.databaseName;
+}
+
+void OdbcSession::Close() {
+    if (!connection_) return;
+    for (auto* execution : executions_) execution->Drop();
+    executions_.clear();
+    changes_.clear();
+    if (inTransaction_) SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
+    SQLDisconnect(connection_.Get());
+    connection_.Free();
+    environment_.Free();
+}
+
+OdbcHandle OdbcSession::NewStatement() {
+    RequireOpen();
+    OdbcHandle statement(SQL_HANDLE_STMT, connection_.Get());
+    if (commandTimeout_ > 0 && traits_.dialect != OdbcDialect::MariaDb) {
+        // A driver that cannot do it goes on without.
+        SQLSetStmtAttr(statement.Get(), SQL_ATTR_QUERY_TIMEOUT,
+                       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(commandTimeout_)), 0);
+    }
+    return statement;
+}
+
+SQLRETURN OdbcSession::PrepareText(SQLHSTMT statement, std::string_view text) {
+    if (!traits_.isWide) {
+        std::string narrow(text);
+        return SQLPrepare(statement, reinterpret_cast<SQLCHAR*>(narrow.data()), SQL_NTS);
+    }
+    auto wide = ToWide(text);
+    return Wait(statement, [&] { return SQLPrepareW(statement, wide.data(), SQL_NTS); });
+}
+
+SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
+    if (!traits_.isWide) {
+        std::string narrow(text);
+        return Wait(statement, [&] {
+            return SQLExecDirect(statement, reinterpret_cast<SQLCHAR*>(narrow.data()), SQL_NTS);
+        });
+    }
+    auto wide = ToWide(text);
+    return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
+}
+
+void OdbcSession::MakeRoom(const OdbcExecution* except) {
+    if (traits_.hasOneResult) SetOthersAside(except);
+    if (traits_.dialect == OdbcDialect::MariaDb && serverTimeout_ != commandTimeout_) TellTimeout();
+}
+
+// That driver takes the time-out and does nothing with it; the server can watch the time itself.
+void OdbcSession::TellTimeout() {
+    serverTimeout_ = commandTimeout_;
+    const auto statement = NewStatement();
+    ExecuteText(statement.Get(), "SET SESSION max_statement_time=" + std::to_string(commandTimeout_));
+}
+
+void OdbcSession::SetOthersAside(const OdbcExecution* except) {
+    const auto open = executions_;  // they leave the list as they end
+    for (auto* execution : open) {
+        if (execution != except) execution->SetAside();
+    }
+}
+
+void OdbcSession::CancelStatement(void* statement) noexcept {
+    SQLCancel(statement);
+}
+
+void OdbcSession::RaiseCancelled() {
+    cancel_->Take();
+    throw MakeProviderError(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description,
+                            traits_.databaseName);
+}
+
+void OdbcSession::Raise(SQLSMALLINT handleType, SQLHANDLE handle) {
+    if (!connection_) RaiseAdoError(AdoError::InvalidConnection);
+    const auto diagnostics = ReadOdbcDiagnostics(handleType, handle, traits_.isWide);
+    const auto any = [&](auto is) { return std::any_of(diagnostics.begin(), diagnostics.end(), is); };
+    const bool isStopped = any(IsStopped);
+    auto error = MakeOdbcError(diagnostics, traits_.databaseName);
+    if (isStopped && !undoing_ && cancel_->IsThrown()) RaiseCancelled();
+    if (any(IsConnectionLost)) {
+        isLost_ = true;
+    } else if (error.Number == static_cast<std::int32_t>(AdoError::Unspecified)) {
+        SQLUINTEGER isDead = SQL_CD_FALSE;
+        const auto status =
+            SQLGetConnectAttr(connection_.Get(), SQL_ATTR_CONNECTION_DEAD, &isDead, sizeof isDead, nullptr);
+        isLost_ = SQL_SUCCEEDED(status) && isDead == SQL_CD_TRUE;
+        // Stopped by nobody else: the time was up.
+        const bool isTimeUp = isStopped && commandTimeout_ > 0 && any([](const auto& entry) {
+                                  return entry.state == "70100" || entry.state == "57014";
+                              });
+        if (isTimeUp) error.Number = static_cast<std::int32_t>(AdoError::CommandTimeout);
+    }
+    if (isLost_) error.Number = static_cast<std::int32_t>(AdoError::Unspecified);
+    if (isLost_ || any(HasRolledBack)) ForgetTransaction();
+    throw error;
+}
+
+void OdbcSession::SetCommandTimeout(std::int32_t seconds) {
+    commandTimeout_ = std::max(seconds, 0);
+    changes_.clear();  // they keep the time-out of their making
+}
+
+void OdbcSession::SetAutoCommit(bool isOn) {
+    const auto value = static_cast<SQLULEN>(isOn ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF);
+    const auto status = SQLSetConnectAttr(connection_.Get(), SQL_ATTR_AUTOCOMMIT,
+                                          reinterpret_cast<SQLPOINTER>(value), SQL_IS_UINTEGER);
+    if (!SQL_SUCCEEDED(status)) Raise(SQL_HANDLE_DBC, connection_.Get());
+}
+
+void OdbcSession::Begin() {
+    RequireOpen();
+    StopIfCancelled();
+    if (!traits_.hasTransactions) {
+        throw MakeProviderError(
+            AdoError::NotSupported,
+            traits_.dialect == OdbcDialect::Access ? kAccessIsReadOnly : "The database has no transactions.",
+            traits_.databaseName);
+    }
+    MakeRoom(nullptr);
+    SetAutoCommit(false);
+    inTransaction_ = true;
+}
+
+void OdbcSession::EndTransaction(SQLSMALLINT how) {
+    RequireOpen();
+    MakeRoom(nullptr);
+    if (!traits_.keepsResultsAtEnd) SetOthersAside(nullptr);
+    const auto status = SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), how);
+    if (!SQL_SUCCEEDED(status)) Raise(SQL_HANDLE_DBC, connection_.Get());
+    inTransaction_ = false;
+    SetAutoCommit(true);
+}
+
+void OdbcSession::ForgetTransaction() noexcept {
+    if (!std::exchange(inTransaction_, false) || isLost_) return;
+    SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
+    SQLSetConnectAttr(connection_.Get(), SQL_ATTR_AUTOCOMMIT,
+                      reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(SQL_AUTOCOMMIT_ON)), SQL_IS_UINTEGER);
+}
+
+void OdbcSession::Commit() {
+    StopIfCancelled();
+    try {
+        EndTransaction(SQL_COMMIT);
+    } catch (...) {
+        ForgetTransaction();
+        throw;
+    }
+}
+
+void OdbcSession::Rollback() {
+    const bool wasUndoing = std::exchange(undoing_, true);
+    try {
+        EndTransaction(SQL_ROLLBACK);
+    } catch (...) {
+        undoing_ = wasUndoing;
+        ForgetTransaction();
+        throw;
+    }
+    undoing_ = wasUndoing;
+}
+
+void OdbcSession::SetSavepoint(std::int32_t level) {
+    const bool isSqlServer = traits_.dialect == OdbcDialect::SqlServer;
+    Run((isSqlServer ? "SAVE TRANSACTION " : "SAVEPOINT ") + SavepointName(level));
+}
+
+void OdbcSession::ReleaseSavepoint(std::int32_t level) {
+    if (traits_.dialect == OdbcDialect::SqlServer) return;  // goes with its transaction
+    Run("RELEASE SAVEPOINT " + SavepointName(level));
+}
+
+void OdbcSession::RollbackToSavepoint(std::int32_t level) {
+    const bool isSqlServer = traits_.dialect == OdbcDialect::SqlServer;
+    RunToUndo((isSqlServer ? "ROLLBACK TRANSACTION " : "ROLLBACK TO SAVEPOINT ") + SavepointName(level));
+    if (!isSqlServer) RunToUndo("RELEASE SAVEPOINT " + SavepointName(level));
+}
+
+void OdbcSession::Run(const std::string& commandText) {
+    const auto execution = std::make_shared<OdbcExecution>(shared_from_this(), commandText);
+    execution->RunNext();
+}
+
+void OdbcSession::RunToUndo(const std::string& commandText) {
+    const bool wasUndoing = std::exchange(undoing_, true);
+    try {
+        Run(commandText);
+    } catch (...) {
+        undoing_ = wasUndoing;
+        throw;
+    }
+    undoing_ = wasUndoing;
+}
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ado/cancel_switch.hpp"
+#include "ado/odbc/odbc_handle.hpp"
+#include "ado/odbc/odbc_traits.hpp"
+#include "ado/provider.hpp"
+
+namespace halvtiv::ado {
+
+class OdbcExecution;
+
+inline constexpr std::string_view kAccessIsReadOnly = "Access files can only be read here.";
+
+/// A connection through an ODBC driver.
+class OdbcSession final : public Session, public std::enable_shared_from_this<OdbcSession> {
+public:
+    /// The connection is open.
+    OdbcSession(OdbcHandle environment, OdbcHandle connection, OdbcTraits traits,
+                std::shared_ptr<CancelSwitch> cancel);
+    ~OdbcSession() override;
+    OdbcSession(const OdbcSession&) = delete;
+    OdbcSession& operator=(const OdbcSession&) = delete;
+
+    std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
+    RowChangeResult Change(const RowChange& change) override;
+    std::string_view DatabaseName() const override;
+    bool IsAlive() override { return connection_ && !isLost_; }
+    void Close() override;
+    bool InTransaction() override { return inTransaction_; }
+    void Begin() override;
+    void Commit() override;
+    void Rollback() override;
+    void SetSavepoint(std::int32_t level) override;
+    void ReleaseSavepoint(std::int32_t level) override;
+    void RollbackToSavepoint(std::int32_t level) override;
+    void SetCommandTimeout(std::int32_t seconds) override;
+
+    // For the batches and cursors of this session.
+
+    const OdbcTraits& Traits() const noexcept { return traits_; }
+    SQLHDBC Connection() const noexcept { return connection_.Get(); }
+    /// A statement handle with the command time-out. Raises -2146824579 after `Close`.
+    OdbcHandle NewStatement();
+    SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
+    SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);
+    /// Makes a call that waits for the database, so that it can be cancelled.
+    template <typename Call>
+    SQLRETURN Wait(SQLHSTMT statement, Call&& call) {
+        if (undoing_) return call();
+        const CancelSwitch::Target target(*cancel_, CancelStatement, statement);
+        StopIfCancelled();
+        return call();
+    }
+    /// Raises -2147217842 when the running work has been cancelled.
+    void StopIfCancelled() {
+        if (!undoing_ && cancel_->IsThrown()) RaiseCancelled();
+    }
+    /// Raises the error of a call on a statement that has failed.
+    void Check(SQLRETURN status, SQLHSTMT statement) {
+        if (!SQL_SUCCEEDED(status)) Raise(SQL_HANDLE_STMT, statement);
+    }
+    [[noreturn]] void Raise(SQLSMALLINT handleType, SQLHANDLE handle);
+    /// Before a statement runs: others that hold the connection give way.
+    void MakeRoom(const OdbcExecution* except);
+    void Add(OdbcExecution& execution) { executions_.push_back(&execution); }
+    void Remove(OdbcExecution& execution) noexcept { std::erase(executions_, &execution); }
+
+private:
+    struct PreparedChange {
+        std::string text;
+        OdbcHandle statement;
+    };
+
+    void SetOthersAside(const OdbcExecution* except);
+    void TellTimeout();
+    static void CancelStatement(void* statement) noexcept;
+    [[noreturn]] void RaiseCancelled();
+    void RequireOpen() const;
+    /// A statement of a change, prepared at its first use.
+    SQLHSTMT PreparedStatement(const std::string& text);
+    std::optional<std::int64_t> NewKeyAfter(const RowChange& change);
+    void SetAutoCommit(bool isOn);
+    /// Ends the transaction at the database; what is open gives way first where it would not outlive that.
+    void EndTransaction(SQLSMALLINT how);
+    /// The database has rolled back by itself.
+    void ForgetTransaction() noexcept;
+    void Run(const std::string& commandText);
+    void RunToUndo(const std::string& commandText);
+
+    OdbcHandle environment_;
+    OdbcHandle connection_;
+    OdbcTraits traits_;
+    std::shared_ptr<CancelSwitch> cancel_;
+    std::vector<OdbcExecution*> executions_;  // owned by their batches and cursors
+    std::list<PreparedChange> changes_;       // the last used first
+    bool isLost_ = false;
+    bool inTransaction_ = false;
+    bool undoing_ = false;  // cancelling has no hold on what undoes work
+    std::int32_t commandTimeout_ = 0;
+    std::int32_t serverTimeout_ = 0;  // the one that the server knows of
+};
+
+}  // namespace halvtiv::ado
