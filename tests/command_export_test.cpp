@@ -43,6 +43,7 @@ protected:
             ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
             ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
             std::vector<char*> words;
+            words.reserve(arguments.size() + 1);
             for (std::string& word : arguments) words.push_back(word.data());
             words.push_back(nullptr);
             ::execv(HALVTIV_COMMAND, words.data());
@@ -145,11 +146,11 @@ TEST_F(CommandExportTest, CtrlCCancelsACallAndUndoesIt) {
 
 TEST_F(CommandExportTest, CtrlCLeavesTheOldFile) {
     Write("old.csv", "old");
+    const std::string endless =
+        "sql=with recursive n(i) as (select 1 union all select i + 1 from n) select i, i j from n where i < "
+        "9";
     const Outcome outcome =
-        Interrupt({"export", "public.getdata", "--to", "old.csv", "--db", "shop.db",
-                   "sql=with recursive n(i) as (select 1 union all select i + 1 from n) select i, i j from n "
-                   "where i < 100000"},
-                  ".old.csv.");
+        Interrupt({"export", "public.getdata", "--to", "old.csv", "--db", "shop.db", endless}, ".old.csv.");
     EXPECT_EQ(outcome.status, 130) << outcome.err;
     EXPECT_TRUE(Contains(outcome.err, "-2147217842")) << outcome.err;
     EXPECT_EQ(ReadFile(folder_ / "old.csv"), "old");
@@ -174,6 +175,19 @@ TEST_F(CommandExportTest, ProgressIsForTerminals) {
                                  "' call public.adddata sql=photo --set-file content=large --db shop.db\" "
                                  "/dev/null");
     EXPECT_TRUE(Contains(copied.out, " %  ") && Contains(copied.out, " MiB/s  0:0")) << copied.out;
+}
+
+TEST_F(CommandExportTest, BashCompletesIt) {
+    Write("complete", "source '" HALVTIV_COMPLETION
+                      "'\ncompopt() { :; }\nCOMP_WORDS=(\"$@\")\nCOMP_CWORD=$(($# - 1))\n"
+                      "_halvtiv\nprintf '%s ' \"${COMPREPLY[@]}\"\n");
+    const std::string command = "'" HALVTIV_COMMAND "' ";
+    EXPECT_EQ(Shell("bash complete halvtiv e").out, "export ");
+    EXPECT_EQ(Shell("bash complete halvtiv export --t").out, "--to --table ");
+    EXPECT_EQ(Shell("bash complete halvtiv export --to sho").out, "shop.db ");
+    EXPECT_EQ(Shell("bash complete " + command + "export --to a.csv --defs names.xml item.n").out,
+              "item.names ");
+    EXPECT_EQ(Shell("bash complete " + command + "export get").out, "get.xml ");
 }
 
 TEST(ProgressText, SaysWhatIsKnown) {
