@@ -9,8 +9,9 @@ namespace halvtiv::cli {
 /// The exit statuses of the command.
 enum class ExitStatus : int {
     Done = 0,
-    Failed = 1,  ///< something ran and failed, or its outcome could not be written
-    NotRun = 2   ///< nothing was run
+    Failed = 1,        ///< something ran and failed, or its outcome could not be written
+    NotRun = 2,        ///< nothing was run
+    Interrupted = 130  ///< Ctrl-C cancelled what ran; the number is the one that shells know
 };
 
 /// Ends the command with a message on standard error.

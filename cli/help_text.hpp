@@ -15,6 +15,8 @@ inline constexpr std::string_view kFooter = R"(Examples:
         calls a function of a definition file
   halvtiv run request.xml --defs shop.xml --connection-file shop.txt --format json -o result.json
         runs a request that stands in a file
+  halvtiv export orders.bycustomer cust=C042 top=10 --to orders.xlsx --defs shop.xml --db shop.db
+        writes the rows of a function into a file
   halvtiv defs list shop.xml
         tells which functions a definition file offers and what they want to know
   halvtiv defs check shop.xml
@@ -25,10 +27,11 @@ Environment:
   HALVTIV_PASSWORD     the password, where the connection string has none
 
 Exit status:
-  0  done
-  1  something failed: the result holds an error, a transaction was not done, a definition did not load,
-     output was not written
-  2  nothing was run: wrong usage, an unreadable request, an unknown function, no connection
+  0    done
+  1    something failed: the result holds an error, a transaction was not done, a definition did not load,
+       output was not written
+  2    nothing was run: wrong usage, an unreadable request, an unknown function, no connection
+  130  Ctrl-C has cancelled what ran; a second Ctrl-C ends the command at once
 
 'halvtiv COMMAND --help' tells more about a command.)";
 
@@ -48,6 +51,19 @@ inline constexpr std::string_view kRunFooter = R"(Examples:
   halvtiv run request.xml --db shop.db
   make-request | halvtiv run - --defs shop.xml --db shop.db --format csv -o result.csv)";
 
+inline constexpr std::string_view kExportDescription =
+    "Writes the rows of a function into a file, whose extension says the format: .csv, .tsv, .tab, .xlsx,\n"
+    ".jsonl, .ndjson, .sqlite, .sqlite3 or .db. The function is public.getdata, or one that is based on it.";
+
+inline constexpr std::string_view kExportFooter = R"(Examples:
+  halvtiv export public.getdata sql='select * from customers' --to customers.xlsx --db shop.db
+  halvtiv export orders.bycustomer cust=C042 top=10 --to orders.csv --defs shop.xml --db shop.db
+  halvtiv export request.xml --to backup.db --table orders --clear --db shop.db
+
+An earlier file stays until the new one is whole. A database file keeps its other tables, and without
+--clear the rows of the table, too. The parameter sqlcount='select count(*) ...' counts the rows beforehand, so
+that the progress on a terminal shows the time left.)";
+
 inline constexpr std::string_view kDefsFooter = R"(Examples:
   halvtiv defs list shop.xml
   halvtiv defs check shop.xml more.xml)";
@@ -57,6 +73,9 @@ inline constexpr std::string_view kUsage = "halvtiv COMMAND [ARGUMENT]... [OPTIO
 inline constexpr std::string_view kRunUsage = "halvtiv run REQUEST.xml [OPTION]...";
 inline constexpr std::string_view kCallUsage =
     "halvtiv call NAME [PARAM=VALUE]... [--set COLUMN=VALUE]... [--set-file COLUMN=PATH]... [OPTION]...";
+inline constexpr std::string_view kExportUsage =
+    "halvtiv export NAME|REQUEST.xml [PARAM=VALUE]... --to FILE [--table NAME] [--clear] [--data-folder DIR] "
+    "[OPTION]...";
 inline constexpr std::string_view kDefsUsage = "halvtiv defs list|check FILE... [OPTION]...";
 
 inline constexpr std::string_view kDefsDescription = "Looks into function definition files.";

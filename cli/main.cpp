@@ -28,6 +28,8 @@ ExitStatus RunCommand(int argumentCount, char** arguments) {
             return RunRequestFile(parsed.options);
         case Command::Call:
             return RunCall(parsed.options);
+        case Command::Export:
+            return RunExport(parsed.options);
         case Command::DefsList:
             return ListDefinitions(parsed.options);
         case Command::DefsCheck:

@@ -8,6 +8,7 @@
 
 #include "command_error.hpp"
 #include "help_text.hpp"
+#include "platform/text.hpp"
 
 namespace halvtiv::cli {
 namespace {
@@ -156,12 +157,16 @@ struct SetOptions {
     const CLI::Option* setFile = nullptr;
 };
 
-void ReadCall(const CLI::App& call, const SetOptions& arguments, std::vector<std::string> words,
-              Options& options) {
-    options.function = TakeFirst(words, "a function");
+void ReadParameters(const std::vector<std::string>& words, Options& options) {
     for (const std::string& text : words) {
         options.parameters.push_back(SplitAssignment(text, "A parameter"));
     }
+}
+
+void ReadCall(const CLI::App& call, const SetOptions& arguments, std::vector<std::string> words,
+              Options& options) {
+    options.function = TakeFirst(words, "a function");
+    ReadParameters(words, options);
     std::size_t setCount = 0;
     std::size_t fileCount = 0;
     for (const CLI::Option* option : call.parse_order()) {
@@ -173,6 +178,15 @@ void ReadCall(const CLI::App& call, const SetOptions& arguments, std::vector<std
         ++position;
         options.sets.push_back({std::move(column), std::move(value), isFile});
     }
+}
+
+void ReadExport(const std::optional<std::string>& file, std::vector<std::string> words, Options& options) {
+    std::string what = TakeFirst(words, "a function or a request file");
+    const bool isFile = what == "-" || platform::EqualIgnoringCase(what.substr(what.rfind('.') + 1), "xml");
+    (isFile ? options.request : options.function) = std::move(what);
+    ReadParameters(words, options);
+    if (!file || file->empty()) RaiseUsage("Name a file to export to: --to FILE.");
+    options.exportTo.file = *file;
 }
 
 void CheckConnectionOptions(const ConnectionOptions& connection) {
@@ -187,7 +201,7 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     for (const CLI::App* parent : {&app, &defs}) {
         if (parent->remaining_size() > 0) RaiseNotUnderstood(parent->remaining().front());
     }
-    if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call or defs.");
+    if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call, export or defs.");
     if (defs.parsed() && defs.get_subcommands().empty())
         RaiseUsage("Name a command: defs list or defs check.");
     RaiseUsage(error.what());
@@ -229,6 +243,20 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
             ->type_name("COLUMN=PATH")};
     AddSharedOptions(call, options);
 
+    CLI::App& exporting = *app.add_subcommand("export", std::string(kExportDescription));
+    SetHelp(exporting, kExportUsage, kExportFooter);
+    exporting.allow_extras();
+    exporting.add_option("NAME|REQUEST.xml", ignoredWord, "The function's name, or a request's file")
+        ->type_name("");
+    std::optional<std::string> exportFile;
+    AddOnce(exporting, "--to", exportFile, "Write the rows to FILE, in the format of its extension")
+        ->type_name("FILE");
+    AddOnce(exporting, "--table", options.exportTo.table, "The table or sheet to write")->type_name("NAME");
+    exporting.add_flag("--clear", options.exportTo.clear, "Empty the table before rows are added to it");
+    AddOnce(exporting, "--data-folder", options.exportTo.dataFolder, "Write binary columns as files in DIR")
+        ->type_name("DIR");
+    AddSharedOptions(exporting, options);
+
     CLI::App& defs = *app.add_subcommand("defs", std::string(kDefsDescription));
     SetHelp(defs, kDefsUsage, kDefsFooter);
     defs.require_subcommand(1);
@@ -256,6 +284,9 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     if (call.parsed()) {
         options.command = Command::Call;
         ReadCall(call, setOptions, PlainWords(call, split.plain), options);
+    } else if (exporting.parsed()) {
+        options.command = Command::Export;
+        ReadExport(exportFile, PlainWords(exporting, split.plain), options);
     } else if (defs.parsed()) {
         options.command = list.parsed() ? Command::DefsList : Command::DefsCheck;
         options.files = PlainWords(list.parsed() ? list : check, split.plain);

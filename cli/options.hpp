@@ -7,7 +7,7 @@
 
 namespace halvtiv::cli {
 
-enum class Command { Run, Call, DefsList, DefsCheck };
+enum class Command { Run, Call, Export, DefsList, DefsCheck };
 
 enum class Format { Xml, Table, Csv, Json };
 
@@ -26,6 +26,14 @@ struct ConnectionOptions {
     std::optional<std::string> passwordFile;
 };
 
+/// Where `export` writes, and how.
+struct ExportOptions {
+    std::string file;
+    std::optional<std::string> table;
+    std::optional<std::string> dataFolder;
+    bool clear = false;  ///< empty the table first
+};
+
 /// What the command line asks for.
 struct Options {
     Command command = Command::Run;
@@ -34,9 +42,10 @@ struct Options {
     std::optional<std::string> output;
     std::optional<Format> format;
 
-    std::string request;                                          ///< run: a path, "-" for standard input
-    std::string function;                                         ///< call
-    std::vector<std::pair<std::string, std::string>> parameters;  ///< call
+    std::string request;   ///< run, export: a path, "-" for standard input
+    std::string function;  ///< call, and export without a request
+    std::vector<std::pair<std::string, std::string>> parameters;  ///< call, export
+    ExportOptions exportTo;                                       ///< export
     std::vector<SetOption> sets;                                  ///< call, in the order of the command line
     std::vector<std::string> files;                               ///< defs list, defs check
 };

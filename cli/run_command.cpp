@@ -6,11 +6,14 @@
 #include "call_request.hpp"
 #include "connection.hpp"
 #include "defs_command.hpp"
+#include "export_request.hpp"
 #include "formats.hpp"
 #include "output.hpp"
 #include "platform/files.hpp"
+#include "platform/interrupt.hpp"
 #include "platform/streams.hpp"
 #include "platform/xml_reader.hpp"
+#include "progress.hpp"
 #include "result_reader.hpp"
 
 namespace halvtiv::cli {
@@ -75,7 +78,9 @@ void WriteResult(const Options& options, const std::string& resultXml, Output& o
 }
 
 /// Loads the files of `--defs`; false when a definition failed, which does not keep the others from running.
-bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>& files) {
+/// exported: null without an export.
+bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>& files,
+                     ExportedFunction* exported) {
     bool complete = true;
     for (const std::string& file : files) {
         const LoadReport report = LoadDefinitionFile(engine, file);
@@ -84,7 +89,9 @@ bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>&
             std::cerr << file << ": " << report.text;
             complete = false;
         }
+        if (exported != nullptr) exported->TakeDefinitions(engine, report.xml);
     }
+    if (exported != nullptr) exported->RequireExportable();
     return complete;
 }
 
@@ -105,14 +112,20 @@ struct Answer {
     bool isDone = false;
     std::string resultXml;
     std::string reason;  // the engine's last error
+    bool isInterrupted = false;
 };
 
 /// Raises `CommandError` when nothing was run.
 Answer RunRequest(ZorbDbAccessEngine& engine, const std::string& requestXml, const RequestShape& shape) {
+    const auto progress = std::make_shared<ProgressLine>();
+    AddExportersAndProgress(engine, progress);
     Answer answer;
+    const platform::InterruptWatch interrupts([&engine] { engine.Cancel(); });
     answer.isDone = shape.isTransaction ? engine.RunTransaction(requestXml, answer.resultXml)
                                         : engine.RunFunction(requestXml, answer.resultXml);
+    progress->Clear();
     answer.reason = engine.GetLastError();
+    answer.isInterrupted = interrupts.WasInterrupted() && !answer.reason.empty();
     if (answer.isDone) return answer;
     // A transaction ends with a result that has no error entry where a call could not be compiled.
     const bool isUnknownCall = !answer.resultXml.empty() && !HoldsErrorEntry(answer.resultXml);
@@ -122,18 +135,22 @@ Answer RunRequest(ZorbDbAccessEngine& engine, const std::string& requestXml, con
     return answer;
 }
 
-ExitStatus Run(const Options& options, const std::string& requestXml) {
+ExitStatus Run(const Options& options, const std::string& requestXml, ExportedFunction* exported = nullptr) {
     const RequestShape shape = LookAt(requestXml);
     Output output(options.output);
     ZorbDbAccessEngine engine;
-    bool isGood = LoadDefinitions(engine, options.definitionFiles);
+    bool isGood = LoadDefinitions(engine, options.definitionFiles, exported);
     // What cannot be read is left to the engine, which says why, without opening a database for it.
     if (shape.isXml) Connect(engine, options.connection);
 
-    const auto [isDone, resultXml, reason] = RunRequest(engine, requestXml, shape);
+    const auto [isDone, resultXml, reason, isInterrupted] = RunRequest(engine, requestXml, shape);
     isGood = isGood && isDone;
     if (!reason.empty()) {
         std::cerr << reason << '\n';
+        constexpr std::string_view kNoObject = "(ERR#: 91)";
+        if (exported != nullptr && reason.ends_with(kNoObject)) {
+            std::cerr << "The query gives nothing to export, which takes a result of two columns or more.\n";
+        }
         isGood = false;
     }
     if (HoldsErrorEntry(resultXml)) isGood = false;
@@ -143,23 +160,37 @@ ExitStatus Run(const Options& options, const std::string& requestXml) {
             << " marked as an error: the file was not written, or the text holds what XML cannot carry\n";
     }
     WriteResult(options, resultXml, output);
+    if (isInterrupted) return ExitStatus::Interrupted;
     return isGood ? ExitStatus::Done : ExitStatus::Failed;
+}
+
+std::string ReadRequest(const std::string& path) {
+    std::string requestXml;
+    const std::string bytes = path == "-" ? platform::ReadStandardInput() : platform::ReadWholeFile(path);
+    if (!platform::DecodeXmlFileBytes(bytes, requestXml)) {
+        throw CommandError(ExitStatus::NotRun, "The request is not in the encoding that it declares.");
+    }
+    return requestXml;
 }
 
 }  // namespace
 
 ExitStatus RunRequestFile(const Options& options) {
-    std::string requestXml;
-    const std::string bytes =
-        options.request == "-" ? platform::ReadStandardInput() : platform::ReadWholeFile(options.request);
-    if (!platform::DecodeXmlFileBytes(bytes, requestXml)) {
-        throw CommandError(ExitStatus::NotRun, "The request is not in the encoding that it declares.");
-    }
-    return Run(options, requestXml);
+    return Run(options, ReadRequest(options.request));
 }
 
 ExitStatus RunCall(const Options& options) {
     return Run(options, BuildRequest(options));
+}
+
+ExitStatus RunExport(const Options& options) {
+    const std::string requestXml =
+        options.request.empty() ? BuildRequest(options) : ReadRequest(options.request);
+    if (LookAt(requestXml).isTransaction) {
+        throw CommandError(ExitStatus::NotRun, "An export is of one call, not of a transaction.");
+    }
+    ExportedFunction exported(options, requestXml);
+    return Run(options, exported.RequestXml(), &exported);
 }
 
 }  // namespace halvtiv::cli

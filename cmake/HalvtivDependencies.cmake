@@ -4,6 +4,7 @@ find_package(pugixml REQUIRED)  # the tree and XPath
 find_package(EXPAT REQUIRED)    # strict reading
 find_package(SQLite3 REQUIRED)
 pkg_check_modules(odbc REQUIRED IMPORTED_TARGET odbc)  # databases through their ODBC drivers
+find_package(Threads REQUIRED)
 find_package(Iconv REQUIRED)    # definition files in any encoding
 pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)  # letter case, display width
 

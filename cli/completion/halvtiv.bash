@@ -7,7 +7,8 @@ _halvtiv_functions() {
     for ((i = 1; i < ${#COMP_WORDS[@]} - 1; i++)); do
         [[ ${COMP_WORDS[i]} == --defs ]] && files+=("${COMP_WORDS[i + 1]}")
     done
-    printf '%s\n' public.getdata public.executesql public.getcomplexdata
+    printf 'public.%s\n' getdata getdatatofile getdatatoexportfile getcomplexdata executesql adddata updatedata \
+        updatedataex updatedatacoladd deletedata getbinarydata setbinarydata deletebinarydata
     ((${#files[@]})) && "${COMP_WORDS[0]}" defs list "${files[@]}" 2>/dev/null | awk '/^[^ ]/ { print $1 }'
 }
 
@@ -18,7 +19,9 @@ _halvtiv() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format) ((i++)) ;;
+            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format | --to | --table | --data-folder)
+                ((i++))
+                ;;
             --set | --set-file)
                 ((i++))
                 [[ ${COMP_WORDS[i + 1]} == = ]] && ((i += 2))  # COLUMN=VALUE comes in three words
@@ -51,7 +54,7 @@ _halvtiv() {
     fi
 
     case $previous in
-        --db | --connection-file | --password-file | --defs | -o | --output)
+        --db | --connection-file | --password-file | --defs | -o | --output | --to)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
@@ -60,13 +63,19 @@ _halvtiv() {
             mapfile -t COMPREPLY < <(compgen -W 'xml table csv json' -- "$current")
             return
             ;;
-        --connection | --set | --set-file) return ;;
+        --data-folder)
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -d -- "$current")
+            return
+            ;;
+        --connection | --set | --set-file | --table) return ;;
     esac
 
     local options='--db --connection --connection-file --password-file --defs -o --output --format -h --help'
     case $command in
         '') options+=' --version' ;;
         call) options+=' --set --set-file' ;;
+        export) options+=' --to --table --clear --data-folder' ;;
         defs) options='-h --help' ;;
     esac
     [[ -n $defsCommand ]] && options='-o --output -h --help'
@@ -76,13 +85,20 @@ _halvtiv() {
     fi
 
     case $command in
-        '') mapfile -t COMPREPLY < <(compgen -W 'run call defs' -- "$current") ;;
+        '') mapfile -t COMPREPLY < <(compgen -W 'run call export defs' -- "$current") ;;
         run)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             ;;
         call)
             ((words == 0)) && mapfile -t COMPREPLY < <(compgen -W "$(_halvtiv_functions)" -- "$current")
+            ;;
+        export)
+            if ((words == 0)); then
+                compopt -o filenames
+                mapfile -t COMPREPLY < <(compgen -W "$(_halvtiv_functions)" -- "$current"
+                    compgen -f -X '!*.xml' -- "$current")
+            fi
             ;;
         defs)
             if [[ -z $defsCommand ]]; then

@@ -10,11 +10,12 @@
 
 namespace halvtiv {
 
-/// What an exporter reports its progress to.
+/// What an exporter, or an engine that copies a long value, reports its progress to.
 class HALVTIV_API IProgressUpdater {
 public:
     virtual ~IProgressUpdater();
-    /// Rows written so far and rows in all; total is -1 when unknown. Called on the exporting thread.
+    /// How much is done and how much there is in all, -1 when unknown: rows of an exporter, bytes of a value
+    /// that an engine copies from or to a file. Called on the thread that does the work.
     virtual void UpdateProgress(std::int64_t done, std::int64_t total);
 };
 using IProgressUpdaterPtr = std::shared_ptr<IProgressUpdater>;

@@ -93,8 +93,11 @@ public:
 
     /// Registers an exporter, at the end of the list. "No exporter specified." Guarded.
     bool AddDataExporter(const IZorbDataExporterPtr& cExporter);
-    /// Sets what exporters report their progress to: each gets it before it runs. Null, the default:
-    /// exporters keep the one that they have. Not guarded.
+    /// Sets what long work reports its progress to. Exporters report rows: each gets the updater before it
+    /// runs, and keeps the one that it has where this is null, the default. The engine itself reports bytes
+    /// while a file moves into a column or a long column into a file by `public.getbinarydata`; what the
+    /// updater raises then ends the call. Files of a data folder are not reported. Called on the thread that
+    /// runs the request. Not guarded.
     void SetProgressUpdater(IProgressUpdaterPtr cProgUpdater);
     /// The filter text of a file dialog for all registered exporters. Not guarded.
     std::string GetExportFileFilterString();

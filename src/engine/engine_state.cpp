@@ -15,7 +15,12 @@ constexpr std::string_view kTryLater = "数据库连接已经断开，请稍后�
 
 }  // namespace
 
-EngineState::EngineState() : library(BuiltInNames()), errors(kProductName, kClass) {}
+EngineState::EngineState() : library(BuiltInNames()), errors(kProductName, kClass) {
+    core.SetCopyProgress([this](std::int64_t done, std::int64_t total) {
+        const IProgressUpdaterPtr updater = progressUpdater;  // it may set another
+        if (updater) updater->UpdateProgress(done, total);
+    });
+}
 
 bool EngineState::ReConnect(std::string_view sConnectionString) {
     return Succeeds(errors, [&] {

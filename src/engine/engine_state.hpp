@@ -19,7 +19,7 @@ struct EngineState {
     clsZorbTivCore core;
     clsZorbDataExporterMgr exporters;
     clsZorbErrObject errors;
-    IProgressUpdaterPtr progressUpdater;  ///< for exporters; may be null
+    IProgressUpdaterPtr progressUpdater;  ///< for exporters and copies of long values; may be null
 
     std::string connectionString;         ///< the last one that `SetDatabaseConnectionString` opened
     std::int64_t lastDisConnectTime = 0;  ///< calendar seconds; of an attempt to reconnect, too

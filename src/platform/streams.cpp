@@ -25,6 +25,10 @@ bool OutputIsTerminal() noexcept {
     return ::isatty(STDOUT_FILENO) == 1;
 }
 
+bool ErrorsAreOnTerminal() noexcept {
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
 std::string ReadStandardInput() {
     constexpr std::size_t kBlockSize = 64 * 1024;
     std::string content;

@@ -14,6 +14,9 @@ void PrepareStandardStreams() noexcept;
 /// Whether standard output is a terminal.
 bool OutputIsTerminal() noexcept;
 
+/// Whether standard error is a terminal.
+bool ErrorsAreOnTerminal() noexcept;
+
 /// Everything on standard input, to its end.
 std::string ReadStandardInput();
 

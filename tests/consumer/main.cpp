@@ -1,11 +1,15 @@
+#include <atomic>
+#include <chrono>
 #include <iostream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <halvtiv/halvtiv.hpp>
 
 using namespace halvtiv;
 
-// A function: its name, what a caller must give, and the SQL behind it.
+// Functions: a name, what a caller must give, and the SQL behind it.
 constexpr const char* kDefinitions = R"(
 <functions>
   <functiondef name="cities.larger">
@@ -14,6 +18,11 @@ constexpr const char* kDefinitions = R"(
     </paramdef>
     <function name="public.getdata">
       <param name="sql" value="select name, millions from city where millions >= %millions% order by name"/>
+    </function>
+  </functiondef>
+  <functiondef name="cities.add">
+    <function name="public.adddata">
+      <param name="sql" value="city"/>
     </function>
   </functiondef>
 </functions>)";
@@ -48,6 +57,43 @@ void ShowCities(ZorbDbAccessEngine& engine, const std::string& millions) {
     }
 }
 
+// All cities or none: the calls of a transaction are done together.
+void AddCities(ZorbDbAccessEngine& engine, const std::vector<std::string>& names) {
+    ZorbTransactionCall transaction;
+    for (const std::string& name : names) {
+        ZorbFunctionCall call;
+        call.FunctionName("cities.add");
+        const std::int32_t row = call.AddDataParam("data");
+        call.AddSubParam(row, "name", name);
+        call.AddSubParam(row, "millions", "5.5");
+        transaction.AddFunction(call);
+    }
+    std::string request, answer;
+    if (!transaction.Save(request)) transaction.RaiseLastError();
+    const bool isDone = engine.RunTransaction(request, answer);
+    std::cout << (isDone ? "added" : "not added: " + engine.GetLastError()) << '\n';
+}
+
+// Cancel is the one member for other threads. It stops what runs by then, so this one calls until that is
+// over.
+void CancelWhatNeverEnds(ZorbDbAccessEngine& engine) {
+    std::atomic<bool> isOver = false;
+    std::thread other([&] {
+        while (!isOver) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            engine.Cancel();
+        }
+    });
+    std::string answer;
+    engine.RunFunction(R"(<function name="public.getdata">
+        <param name="sql" value="with recursive n(i) as (select 1 union all select i + 1 from n) select max(i) from n"/>
+        </function>)",
+                       answer);
+    isOver = true;
+    other.join();
+    std::cout << engine.GetLastError() << '\n';
+}
+
 int main() {
     ZorbDbAccessEngine engine;
     try {
@@ -58,6 +104,10 @@ int main() {
         if (!connection) engine.RaiseLastError();
         MakeTable(connection);
         ShowCities(engine, "3.6");
+        AddCities(engine, {"Singapore", "Sydney"});
+        AddCities(engine, {"Barcelona", "Sydney"});  // Sydney is there already, so Barcelona stays out
+        ShowCities(engine, "5");
+        CancelWhatNeverEnds(engine);
     } catch (const ErrorInfo& error) {
         std::cout << "error " << error.Number << ": " << error.Description << '\n';
         return 1;

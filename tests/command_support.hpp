@@ -1,0 +1,100 @@
+#pragma once
+
+// The halvtiv command as its users meet it: the built program, run in a folder of its own.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <halvtiv/halvtiv.hpp>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace halvtiv::test {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+class CommandTest : public testing::Test {
+protected:
+    CommandTest() {
+        std::string name = (fs::temp_directory_path() / "halvtiv-command-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+        folder_ = name;
+
+        ado::Connection connection;
+        connection.Open("Provider=SQLite;Create=1;Data Source=" + (folder_ / "shop.db").string());
+        connection.Execute("create table item (id INTEGER PRIMARY KEY, name TEXT, price REAL)");
+        connection.Execute("insert into item values (9, '\u4e2d\u6587', 2.5)");
+        connection.Execute("insert into item values (10, 'e\u0301' || char(13, 10) || '\"a\", b', null)");
+        connection.Close();
+
+        Write("get.xml", Request("public.getdata", "select * from item order by id"));
+        Write("defs.xml",
+              "<functions><functiondef name='item.byid'><paramdef>"
+              "<param name='id' type='integer' value='number of the item'/>"
+              "<param name='word' type='TEXT'/></paramdef>"
+              "<function name='public.getdata'>"
+              "<param name='sql' value='select name from item where id=%id%'/>"
+              "</function></functiondef></functions>");
+        Write("broken.xml",
+              "<functions><functiondef name='a'/><functiondef name='b'>"
+              "<function name='public.getdata'/></functiondef></functions>");
+    }
+    ~CommandTest() override {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
+
+    static std::string Request(const std::string& function, const std::string& sql) {
+        return "<function name=\"" + function + "\" guid=\"G1\"><param name=\"sql\" value=\"" + sql +
+               "\"/></function>";
+    }
+
+    void Write(const std::string& name, const std::string& content) {
+        std::ofstream(folder_ / name, std::ios::binary) << content;
+    }
+
+    /// Runs a shell line in the folder; "halvtiv" in it is the command.
+    Outcome Shell(const std::string& line) {
+        const std::string script =
+            "cd '" + folder_.string() + "' && unset HALVTIV_CONNECTION HALVTIV_PASSWORD; " +
+            "halvtiv() { '" HALVTIV_COMMAND "' \"$@\"; }; exec >out 2>err </dev/null; " + line;
+        Write("script", script);
+        const int status = std::system(("sh '" + (folder_ / "script").string() + "'").c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "out"),
+                ReadFile(folder_ / "err")};
+    }
+    Outcome Run(const std::string& arguments) { return Shell("halvtiv " + arguments); }
+
+    /// Nothing was run: status 2, a reason, and not a byte on standard output.
+    void ExpectRefused(const std::string& arguments, const std::string& reason) {
+        const Outcome outcome = Run(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+        EXPECT_TRUE(Contains(outcome.err, reason)) << arguments << " says: " << outcome.err;
+    }
+
+    fs::path folder_;
+};
+
+}  // namespace halvtiv::test
