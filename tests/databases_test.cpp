@@ -341,9 +341,10 @@ TEST_P(EveryDatabase, ACountThatFailsLeavesTheTransactionUsable) {
     std::string result;
     engine.GetDatabaseConnection()->BeginTrans();
     engine.GetDatabaseConnection()->Execute("insert into t values (1)");
-    EXPECT_TRUE(engine.RunFunction(test::Request("public.getdata", {{"sql", "select n from t"},
-                                                                    {"csql", "select count(*) from nowhere"}}),
-                                   result));
+    EXPECT_TRUE(engine.RunFunction(
+        test::Request("public.getdata",
+                      {{"sql", "select n from t"}, {"csql", "select count(*) from nowhere"}}),
+        result));
     EXPECT_NE(result.find("<col name=\"n\" value=\"1\"/>"), std::string::npos) << result;
     engine.GetDatabaseConnection()->CommitTrans();
     EXPECT_EQ(List("select n from t"), "1");
