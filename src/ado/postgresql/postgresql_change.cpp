@@ -13,16 +13,12 @@
 namespace halvtiv::ado {
 namespace {
 
-constexpr std::int64_t kLongestValue = (std::int64_t{1} << 30) - 1;
 constexpr std::size_t kPieceSize = std::size_t{1} << 20;
 constexpr std::string_view kSavepoint = "halvtiv_change";
 
 std::string WholeOf(ByteSource& source, PostgresqlLink& link) {
     const auto size = source.Size();
-    if (size > kLongestValue) {
-        throw MakeProviderError(AdoError::SqlError, "The value is longer than the 1 GiB that a field holds.",
-                                kPostgresqlName);
-    }
+    if (size > kMostSentBytes) RaiseTooLong();
     std::string whole(static_cast<std::size_t>(size), '\0');
     const std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(whole.data()), whole.size());
     for (std::size_t read = 0; read < bytes.size();) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <utility>
 
 #include "platform/sockets.hpp"
@@ -48,12 +47,15 @@ AdoError KindOfSqlState(std::string_view state) {
     return isSqlError ? AdoError::SqlError : AdoError::Unspecified;
 }
 
+void RaiseTooLong() {
+    throw MakeProviderError(AdoError::SqlError,
+                            "The row's values are longer than the 1 GiB that the server takes at a time.",
+                            kPostgresqlName);
+}
+
 void PostgresqlParameters::Add(const char* value, std::size_t length, int format) {
-    constexpr std::size_t kMost = (std::size_t{1} << 30) - 1;
-    if (length > kMost) {
-        throw MakeProviderError(AdoError::SqlError, "The value is longer than the 1 GiB that a field holds.",
-                                kPostgresqlName);
-    }
+    size_ += static_cast<std::int64_t>(length);
+    if (size_ > kMostSentBytes) RaiseTooLong();
     values_.push_back(value);
     lengths_.push_back(static_cast<int>(length));
     formats_.push_back(format);
@@ -113,6 +115,7 @@ void PostgresqlLink::RequireSent(int isSent, bool rowByRow) {
         throw MakeProviderError(AdoError::Unspecified, WordsOf(connection_.get()), kPostgresqlName);
     }
     isBusy_ = true;
+    rowsCome_ = false;
     rowByRow_ = rowByRow && PQsetSingleRowMode(connection_.get()) != 0;
 }
 
@@ -162,8 +165,8 @@ PostgresqlResult PostgresqlLink::ReceiveAll() {
 
 PostgresqlResult PostgresqlLink::Receive() {
     if (!isBusy_) return nullptr;
-    if (rowByRow_ && IsCancelled()) {
-        // Rows on their way are not waited for.
+    if (rowsCome_ && IsCancelled()) {
+        // Rows on their way are not waited for; whether a statement has been done is.
         AskToStop();
         DrainOrDrop();
         RaiseStopped(Stop::Cancelled);
@@ -172,6 +175,7 @@ PostgresqlResult PostgresqlLink::Receive() {
     auto result = ReceiveRaw();
     if (!result) return nullptr;
     const auto status = PQresultStatus(result.get());
+    rowsCome_ = status == PGRES_SINGLE_TUPLE;
     if (status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE) RaiseFailure(result.get());
     return result;
 }

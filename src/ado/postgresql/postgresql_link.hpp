@@ -18,6 +18,12 @@ namespace halvtiv::ado {
 /// The source of PostgreSQL's errors.
 inline constexpr std::string_view kPostgresqlName = "PostgreSQL";
 
+/// What a statement may hold with all its values: the server takes 1 GiB at a time, its own marks included.
+inline constexpr std::int64_t kMostSentBytes = (std::int64_t{1} << 30) - 65536;
+
+/// Raises -2147217900 for values beyond that.
+[[noreturn]] void RaiseTooLong();
+
 struct ClosePostgresql {
     void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
 };
@@ -44,6 +50,8 @@ public:
 
 private:
     void Add(const char* value, std::size_t length, int format);
+
+    std::int64_t size_ = 0;
 
     std::list<std::string> kept_;  // the values stay where they are
     std::vector<const char*> values_;
@@ -123,6 +131,7 @@ private:
     bool uninterrupted_ = false;
     bool isBusy_ = false;    // a statement has been sent and not been received to its end
     bool rowByRow_ = false;  // that statement is
+    bool rowsCome_ = false;  // and has begun to give rows
     bool wasInTransaction_ = false;
     Stop stopping_ = Stop::None;  // why the server was asked to stop
     std::uint64_t transactionSerial_ = 0;

@@ -30,6 +30,9 @@ std::unique_ptr<Batch> PostgresqlSession::Prepare(std::string commandText, Purpo
         throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.",
                                 kPostgresqlName);
     }
+    if (commandText.size() > static_cast<std::size_t>(kMostSentBytes)) {
+        throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kPostgresqlName);
+    }
     return std::make_unique<PostgresqlBatch>(shared_from_this(), std::move(commandText), purpose);
 }
 
@@ -179,6 +182,7 @@ void PostgresqlSession::ForgetStatements() {
     const auto all = cache_.TakeAll();
     if (all.empty() || !link_) return;
     std::vector<std::string> names;
+    names.reserve(all.size());
     for (const auto& statement : all) names.push_back(statement->name);
     // In a transaction that has failed this fails, too; the names are not used again.
     DeallocateAll(names);
