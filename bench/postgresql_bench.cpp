@@ -72,7 +72,7 @@ class ServerTable {
 public:
     ServerTable() : server_(OpenByHand()) {
         Run(server_.get(),
-            "drop table if exists halvtiv_bench;"
+            "set client_min_messages = warning; drop table if exists halvtiv_bench;"
             "create table halvtiv_bench(id integer primary key, amount integer, price float8, code "
             "varchar(12),"
             " note varchar(80), made timestamp, remark varchar(40), kind integer);"
@@ -113,7 +113,9 @@ void AppendEscaped(std::string& xml, std::string_view text) {
                 xml += "&quot;";
                 break;
             default:
-                xml += "&#" + std::to_string(text[found]) + ";";
+                xml += "&#";
+                xml += std::to_string(text[found]);
+                xml += ';';
         }
         begin = found + 1;
     }

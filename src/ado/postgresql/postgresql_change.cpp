@@ -76,8 +76,10 @@ std::optional<std::int64_t> NumberIn(const char* digits) {
 
 RowChangeResult PostgresqlSession::Change(const RowChange& change) {
     auto& link = FreeLine();
-    auto written = WriteChange(
-        change, [](std::string& text, std::size_t place) { text += "$" + std::to_string(place); });
+    auto written = WriteChange(change, [](std::string& text, std::size_t place) {
+        text += '$';
+        text += std::to_string(place);
+    });
     const bool wantsKey = WantsKey(change);
     if (wantsKey) written.text += " RETURNING " + change.table->key.front().name;
     PostgresqlParameters parameters;
