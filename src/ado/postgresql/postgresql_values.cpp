@@ -11,7 +11,7 @@ namespace halvtiv::ado {
 namespace {
 
 constexpr std::int64_t kFirstPiece = std::int64_t{1} << 20;
-constexpr std::int64_t kLaterPiece = std::int64_t{4} << 20;
+constexpr std::int64_t kLaterPiece = std::int64_t{8} << 20;
 
 }  // namespace
 

@@ -15,8 +15,8 @@ namespace halvtiv::ado {
 
 /// Large values read piece by piece, by the row's key.
 ///
-/// One piece is held for each cursor, 1 MiB of a value at first and 4 MiB from there on, and once more what
-/// the line holds of it: in all at most 12 MiB. Where the server keeps a value compressed, it decompresses
+/// One piece is held for each cursor, 1 MiB of a value at first and 8 MiB from there on, and once more what
+/// the line holds of it: in all at most 24 MiB. Where the server keeps a value compressed, it decompresses
 /// all that stands before a piece to give it, which is why the later pieces are larger.
 class PostgresqlDeferredValues final : public DeferredValues {
 public:
