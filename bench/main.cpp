@@ -37,6 +37,7 @@ public:
             if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
             const std::string name = run.run_name.function_name;
             times_[name].push_back(run.cpu_accumulated_time / static_cast<double>(run.iterations));
+            elapsed_[name].push_back(run.real_accumulated_time / static_cast<double>(run.iterations));
             for (const auto& [counter, value] : run.counters) counters_[{name, counter}].push_back(value);
         }
     }
@@ -64,9 +65,10 @@ private:
             const auto found = counters_.find({promise.measured, promise.counter});
             return found == counters_.end() ? 0 : Median(found->second);
         }
-        const auto measured = times_.find(promise.measured);
-        const auto baseline = times_.find(promise.baseline);
-        if (measured == times_.end() || baseline == times_.end()) return 0;
+        const auto& times = promise.onTheClock ? elapsed_ : times_;
+        const auto measured = times.find(promise.measured);
+        const auto baseline = times.find(promise.baseline);
+        if (measured == times.end() || baseline == times.end()) return 0;
         std::vector<double> ratios;
         const std::size_t pairs = std::min(measured->second.size(), baseline->second.size());
         for (std::size_t pair = 0; pair < pairs; ++pair) {
@@ -75,7 +77,8 @@ private:
         return Median(ratios);
     }
 
-    std::map<std::string, std::vector<double>> times_;
+    std::map<std::string, std::vector<double>> times_;    // of the processor
+    std::map<std::string, std::vector<double>> elapsed_;  // on the clock
     std::map<std::pair<std::string, std::string>, std::vector<double>> counters_;
 };
 

@@ -3,6 +3,7 @@ find_package(PkgConfig REQUIRED)
 find_package(pugixml REQUIRED)  # the tree and XPath
 find_package(EXPAT REQUIRED)    # strict reading
 find_package(SQLite3 REQUIRED)
+pkg_check_modules(libpq REQUIRED IMPORTED_TARGET libpq)  # PostgreSQL
 pkg_check_modules(odbc REQUIRED IMPORTED_TARGET odbc)  # databases through their ODBC drivers
 find_package(Threads REQUIRED)
 find_package(Iconv REQUIRED)    # definition files in any encoding

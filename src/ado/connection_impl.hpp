@@ -43,6 +43,23 @@ struct ConnectionInside {
     static bool InTransaction(const Connection& connection) {
         return connection.impl_->IsOpen() && connection.impl_->session->InTransaction();
     }
+
+    /// Does something whose failure the caller survives. Where a failed statement would spoil the open
+    /// transaction, it is undone up to here.
+    template <typename Action>
+    static void LeavingTransaction(Connection& connection, Action&& action) {
+        constexpr std::int32_t kLevel = 0;  // below those that a connection counts
+        Session& session = connection.impl_->Require();
+        if (!session.FailureSpoilsTransaction() || !session.InTransaction()) return action();
+        session.SetSavepoint(kLevel);
+        try {
+            action();
+        } catch (...) {
+            if (session.InTransaction()) session.RollbackToSavepoint(kLevel);
+            throw;
+        }
+        session.ReleaseSavepoint(kLevel);
+    }
 };
 
 }  // namespace halvtiv::ado

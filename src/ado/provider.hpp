@@ -96,8 +96,9 @@ struct ChangeTarget {
         std::string keyAlias;        ///< a column that is that number under another name; "" for none
     };
     struct Column {
-        std::int32_t table = -1;  ///< a position in `tables`; -1: computed, or not of a table
-        std::string name;         ///< as it stands in a statement
+        std::int32_t table = -1;   ///< a position in `tables`; -1: computed, or not of a table
+        std::string name;          ///< as it stands in a statement
+        bool isComparable = true;  ///< the database knows whether two of its values are equal
     };
     std::vector<Table> tables;
     std::vector<Column> columns;  ///< one for each visible column
@@ -152,6 +153,8 @@ public:
 
     /// Final once the first `Next` has returned: a column without a declared type takes the first row's.
     virtual std::span<const ColumnInfo> Columns() const = 0;
+    /// The columns of a row with those behind `Columns` that nobody sees: what a kept row must hold.
+    virtual std::int32_t RowWidth() const { return static_cast<std::int32_t>(Columns().size()); }
 
     /// Where changes go; null where the rows cannot be changed or were not opened for it. Lives as long as
     /// the cursor.
@@ -221,6 +224,8 @@ public:
     virtual void SetSavepoint(std::int32_t level) = 0;
     virtual void ReleaseSavepoint(std::int32_t level) = 0;
     virtual void RollbackToSavepoint(std::int32_t level) = 0;  ///< and forgets it
+    /// Whether a transaction in which a statement has failed is good for nothing but to be rolled back.
+    virtual bool FailureSpoilsTransaction() const { return false; }
 
     /// Seconds that one statement may run; 0 for no limit.
     virtual void SetCommandTimeout(std::int32_t seconds) = 0;

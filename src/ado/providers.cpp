@@ -3,6 +3,7 @@
 #include "ado/access_file.hpp"
 #include "ado/errors.hpp"
 #include "ado/odbc/odbc_provider.hpp"
+#include "ado/postgresql/postgresql_open.hpp"
 #include "ado/provider.hpp"
 #include "ado/sqlite/sqlite_file.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
@@ -13,6 +14,7 @@ namespace halvtiv::ado {
 OpenSession FindProvider(const ConnectionParameters& parameters) {
     const auto name = platform::ToLower(parameters.Get("Provider"));
     if (name == "sqlite") return OpenSqliteSession;
+    if (name == "postgresql") return OpenPostgresqlSession;
     if (name == "microsoft.jet.oledb.4.0" || name == "microsoft.ace.oledb.12.0") {
         return IsAccessFile(parameters.Get("Data Source")) ? OpenAccessSession : OpenSqliteSession;
     }

@@ -44,7 +44,7 @@ std::span<const ColumnInfo> RecordsetState::Columns() const {
 }
 
 std::int32_t RecordsetState::RowWidth() const {
-    return target_ ? target_->width : static_cast<std::int32_t>(cursor_->Columns().size());
+    return cursor_->RowWidth();
 }
 
 std::unique_ptr<RowSpool> RecordsetState::NewSpool() const {

@@ -163,6 +163,7 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
 // Long values are not looked at again, and floating ones need not be equal to themselves as text.
 bool RowEditor::HasComparableValue(std::int32_t column) {
     if (isNew_ && !values_.contains(column)) return false;
+    if (!target_.columns[Index(column)].isComparable) return false;
     const auto& info = columns_[Index(column)];
     if ((info.attributes & adFldLong) != 0 || info.type == adDouble || info.type == adSingle) return false;
     return WrittenValue(column).kind != CellKind::Double;

@@ -47,7 +47,11 @@ constexpr std::array<std::string_view, 6> kAfterTables{"where", "order", "limit"
 
 class Reader {
 public:
-    explicit Reader(std::string_view statement) : statement_(statement), scanner_(statement) { Advance(); }
+    Reader(std::string_view statement, SqlDialect dialect)
+        : statement_(statement), scanner_(statement, dialect) {
+        select_.dialect = dialect;
+        Advance();
+    }
 
     std::optional<SelectText> Read() {
         if (!token_.IsWord("select")) return std::nullopt;
@@ -113,7 +117,7 @@ private:
 
     // Whether OVER or FILTER ... OVER follows the brackets that open here.
     bool IsWindowFunction() const {
-        SqlScanner ahead(statement_.substr(token_.position));
+        SqlScanner ahead(statement_.substr(token_.position), select_.dialect);
         int depth = 0;
         for (SqlToken token = ahead.Next(); token.kind != SqlToken::Kind::End; token = ahead.Next()) {
             if (token.IsSymbol('(')) ++depth;
@@ -187,15 +191,15 @@ private:
 }  // namespace
 
 bool SelectText::TailNames(std::string_view name) const {
-    SqlScanner scanner(tail);
+    SqlScanner scanner(tail, dialect);
     for (SqlToken token = scanner.Next(); token.kind != SqlToken::Kind::End; token = scanner.Next()) {
         if (token.IsName() && platform::EqualIgnoringCase(token.Name(), name)) return true;
     }
     return false;
 }
 
-std::optional<SelectText> ReadSelectText(std::string_view statement) {
-    return Reader(statement).Read();
+std::optional<SelectText> ReadSelectText(std::string_view statement, SqlDialect dialect) {
+    return Reader(statement, dialect).Read();
 }
 
 bool HoldsQuery(std::string_view item) {

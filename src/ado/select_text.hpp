@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ado/sql_scanner.hpp"
+
 namespace halvtiv::ado {
 
 /// A query whose rows are rows of its tables, taken apart so that its select list can be written anew: no
@@ -21,13 +23,14 @@ struct SelectText {
     std::string_view tail;                ///< from FROM to the end of the statement
     std::vector<TableRef> tables;         ///< of FROM; none where one of them is no plain name
     bool ordersByNumber = false;          ///< ORDER BY may count columns
+    SqlDialect dialect = SqlDialect::Common;
 
     /// Whether a name stands in `tail` as a word or a quoted name, in any letter case.
     bool TailNames(std::string_view name) const;
 };
 
 /// Reads one statement; nothing where it is no such query.
-std::optional<SelectText> ReadSelectText(std::string_view statement);
+std::optional<SelectText> ReadSelectText(std::string_view statement, SqlDialect dialect = SqlDialect::Common);
 
 /// Whether a select list's item has a query in it. Databases name that query's column as the item's origin.
 bool HoldsQuery(std::string_view item);

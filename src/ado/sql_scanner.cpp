@@ -48,11 +48,18 @@ SqlToken SqlScanner::Next() {
     if (position_ >= text_.size()) return {SqlToken::Kind::End, {}, text_.size()};
     const std::size_t begin = position_;
     const char first = text_[begin];
+    const bool isCommon = dialect_ == SqlDialect::Common;
     auto kind = SqlToken::Kind::Symbol;
     if (first == '\'') {
         kind = SqlToken::Kind::String;
         position_ = EndOfQuoted(begin, first);
-    } else if (first == '"' || first == '`' || first == '[') {
+    } else if (!isCommon && LowerAscii(first) == 'e' && text_.substr(begin + 1).starts_with('\'')) {
+        kind = SqlToken::Kind::String;
+        position_ = EndOfEscaped(begin + 1);
+    } else if (const auto end = isCommon ? begin : EndOfTagged(begin); end != begin) {
+        kind = SqlToken::Kind::String;
+        position_ = end;
+    } else if (first == '"' || (isCommon && (first == '`' || first == '['))) {
         kind = SqlToken::Kind::QuotedName;
         position_ = EndOfQuoted(begin, ClosingQuote(first));
     } else if (IsWordCharacter(first)) {
@@ -71,12 +78,49 @@ void SqlScanner::SkipBlanksAndComments() {
         if (rest.starts_with("--")) {
             position_ = std::min(text_.find('\n', position_), text_.size());
         } else if (rest.starts_with("/*")) {
-            const auto end = text_.find("*/", position_ + 2);
-            position_ = end == std::string_view::npos ? text_.size() : end + 2;
+            position_ = EndOfComment(position_);
         } else {
             return;
         }
     }
+}
+
+std::size_t SqlScanner::EndOfComment(std::size_t begin) const {
+    int depth = 1;
+    for (std::size_t i = begin + 2; i + 1 < text_.size(); ++i) {
+        const auto pair = text_.substr(i, 2);
+        if (pair == "*/") {
+            if (--depth == 0) return i + 2;
+            ++i;
+        } else if (pair == "/*" && dialect_ == SqlDialect::Postgresql) {
+            ++depth;
+            ++i;
+        }
+    }
+    return text_.size();
+}
+
+std::size_t SqlScanner::EndOfEscaped(std::size_t begin) const {
+    for (std::size_t i = begin + 1; i < text_.size(); ++i) {
+        if (text_[i] == '\\') {
+            ++i;
+        } else if (text_[i] == '\'') {
+            if (!text_.substr(i + 1).starts_with('\'')) return i + 1;
+            ++i;
+        }
+    }
+    return text_.size();
+}
+
+std::size_t SqlScanner::EndOfTagged(std::size_t begin) const {
+    if (text_[begin] != '$') return begin;
+    auto tagEnd = begin + 1;
+    while (tagEnd < text_.size() && text_[tagEnd] != '$' && IsWordCharacter(text_[tagEnd])) ++tagEnd;
+    const bool isTag = tagEnd < text_.size() && text_[tagEnd] == '$' && !IsDigit(text_[begin + 1]);
+    if (!isTag) return begin;
+    const auto tag = text_.substr(begin, tagEnd + 1 - begin);
+    const auto close = text_.find(tag, tagEnd + 1);
+    return close == std::string_view::npos ? text_.size() : close + tag.size();
 }
 
 std::size_t SqlScanner::EndOfQuoted(std::size_t begin, char close) const {

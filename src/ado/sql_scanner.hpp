@@ -21,11 +21,19 @@ struct SqlToken {
     std::string Name() const;
 };
 
-/// Takes a statement's text apart, as far as that is the same for every database: names and keywords, names
-/// in "", `` or [], texts in '', numbers, comments (left out), and symbols of one character each.
+/// How a database writes texts, names and comments.
+enum class SqlDialect {
+    Common,
+    /// Names in "" alone, texts also as E'..' with backslashes and between $tag$s, comments inside comments.
+    Postgresql
+};
+
+/// Takes a statement's text apart: names and keywords, names in "", `` or [], texts in '', numbers, comments
+/// (left out), and symbols of one character each.
 class SqlScanner {
 public:
-    explicit SqlScanner(std::string_view text) : text_(text) {}
+    explicit SqlScanner(std::string_view text, SqlDialect dialect = SqlDialect::Common)
+        : text_(text), dialect_(dialect) {}
 
     /// The next token; `End` at the end and for ever after.
     SqlToken Next();
@@ -34,8 +42,15 @@ private:
     void SkipBlanksAndComments();
     /// Behind what a quote at `begin` encloses.
     std::size_t EndOfQuoted(std::size_t begin, char close) const;
+    /// Behind the comment at `begin`.
+    std::size_t EndOfComment(std::size_t begin) const;
+    /// Behind a text with backslashes whose quote is at `begin`.
+    std::size_t EndOfEscaped(std::size_t begin) const;
+    /// Behind the text between tags that begins at `begin`; `begin` where none does.
+    std::size_t EndOfTagged(std::size_t begin) const;
 
     std::string_view text_;
+    SqlDialect dialect_;
     std::size_t position_ = 0;
 };
 

@@ -85,14 +85,16 @@ bool clsZorbTivCore::GetDataAndCount(std::string_view sql, std::string_view coun
 std::int32_t clsZorbTivCore::RunCountQuery(std::string_view countSql) const {
     std::int32_t count = -1;
     try {
-        ado::Recordset counted;
-        counted.Open(countSql, connection_, ado::adOpenForwardOnly, ado::adLockReadOnly);
-        count = 0;
-        if (!counted.IsEOF()) {
-            const ado::Variant value = counted.Fields().Item(0)->Value();
-            if (!value.IsNull()) count = platform::TextToInt32(value.Text());
-        }
-        counted.Close();
+        ado::ConnectionInside::LeavingTransaction(RequireConnection(), [&] {
+            ado::Recordset counted;
+            counted.Open(countSql, connection_, ado::adOpenForwardOnly, ado::adLockReadOnly);
+            count = 0;
+            if (!counted.IsEOF()) {
+                const ado::Variant value = counted.Fields().Item(0)->Value();
+                if (!value.IsNull()) count = platform::TextToInt32(value.Text());
+            }
+            counted.Close();
+        });
     } catch (const ErrorInfo& error) {
         if (ado::IsCancelled(error)) throw;
     }

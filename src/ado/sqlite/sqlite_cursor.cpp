@@ -34,6 +34,12 @@ SqliteCursor::~SqliteCursor() {
     }
 }
 
+std::int32_t SqliteCursor::RowWidth() const {
+    const auto* const plan = statement_->Plan();
+    if (!plan) return Cursor::RowWidth();
+    return plan->target ? plan->target->width : std::max(Cursor::RowWidth(), plan->rowIdColumn + 1);
+}
+
 std::shared_ptr<const ChangeTarget> SqliteCursor::Target() const {
     const auto* const plan = statement_->Plan();
     return plan ? plan->target : nullptr;

@@ -18,6 +18,7 @@ public:
     ~SqliteCursor() override;
 
     std::span<const ColumnInfo> Columns() const override { return statement_->Columns(); }
+    std::int32_t RowWidth() const override;
     std::shared_ptr<const RowLayout>& Layout() override { return statement_->Layout(); }
     std::shared_ptr<const ChangeTarget> Target() const override;
     std::shared_ptr<DeferredValues> Deferred() override { return deferred_; }

@@ -1,0 +1,100 @@
+#include "ado/postgresql/postgresql_batch.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include "ado/errors.hpp"
+#include "ado/postgresql/postgresql_cursor.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+constexpr std::array<std::string_view, 8> kPreparedVerbs{"select", "values", "table",  "with",
+                                                         "insert", "update", "delete", "merge"};
+// What runs and leaves the meaning of other statements alone.
+constexpr std::array<std::string_view, 17> kHarmlessVerbs{
+    "begin",   "start", "commit", "end",    "rollback", "abort", "savepoint", "release", "show",
+    "explain", "lock",  "listen", "notify", "declare",  "fetch", "move",      "close"};
+
+template <std::size_t Count>
+bool IsOneOf(const std::string& verb, const std::array<std::string_view, Count>& verbs) {
+    return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
+}
+
+std::int64_t AffectedRows(PGresult* result) {
+    const std::string_view digits = PQcmdTuples(result);
+    std::int64_t count = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), count);
+    return count;
+}
+
+}  // namespace
+
+void RequireCommitted(PGresult* result) {
+    if (!result || std::string_view(PQcmdStatus(result)) != "ROLLBACK") return;
+    throw MakeProviderError(AdoError::Unspecified,
+                            "The transaction has been rolled back, because a statement in it has failed.",
+                            kPostgresqlName);
+}
+
+PostgresqlBatch::PostgresqlBatch(std::shared_ptr<PostgresqlSession> session, std::string commandText,
+                                 Purpose purpose)
+    : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
+
+std::optional<StatementResult> PostgresqlBatch::RunNext() {
+    const auto statement = NextPostgresqlStatement(text_, position_);
+    position_ = text_.size();  // holds when the statement fails
+    if (statement.text.empty()) return std::nullopt;
+    const auto purpose = std::exchange(purpose_, Purpose::Read);
+    auto result =
+        IsOneOf(statement.verb, kPreparedVerbs) ? RunQuery(statement, purpose) : RunOther(statement);
+    position_ = statement.next;
+    return result;
+}
+
+StatementResult PostgresqlBatch::RunQuery(const PostgresqlStatementText& text, Purpose purpose) {
+    const bool isQuery = text.verb == "select" || text.verb == "values" || text.verb == "table";
+    auto statement = session_->Acquire(text.text, isQuery ? purpose : Purpose::Read);
+    if (isQuery && purpose == Purpose::Change && !statement->columns.empty()) {
+        return {std::make_unique<PostgresqlCursor>(session_, std::move(statement)), -1};
+    }
+    auto first = session_->Start(statement);
+    return ResultOf(std::move(statement), std::move(first));
+}
+
+StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text) {
+    auto& link = session_->FreeLine();
+    if (text.verb == "copy") {
+        throw MakeProviderError(AdoError::SqlError,
+                                "COPY is not supported here: it does not return rows, but data of its own.",
+                                kPostgresqlName);
+    }
+    const bool changesMeaning = !IsOneOf(text.verb, kHarmlessVerbs);
+    if (changesMeaning) session_->ForgetStatements();
+    auto statement = std::make_shared<PostgresqlStatement>();
+    statement->sent = text.text;
+    link.SendText(statement->sent, {true, false});
+    auto first = link.Receive();
+    statement->ReadColumns(first.get());
+    if (text.verb == "commit" || text.verb == "end") {
+        link.ReceiveAll();
+        RequireCommitted(first.get());
+    }
+    return ResultOf(std::move(statement), std::move(first));
+}
+
+StatementResult PostgresqlBatch::ResultOf(std::shared_ptr<PostgresqlStatement> statement,
+                                          PostgresqlResult first) {
+    if (!statement->columns.empty() || PQresultStatus(first.get()) == PGRES_TUPLES_OK ||
+        PQresultStatus(first.get()) == PGRES_SINGLE_TUPLE) {
+        return {std::make_unique<PostgresqlCursor>(session_, std::move(statement), std::move(first)), -1};
+    }
+    StatementResult result;
+    result.affectedRows = AffectedRows(first.get());
+    session_->Link().ReceiveAll();
+    return result;
+}
+
+}  // namespace halvtiv::ado

@@ -1,0 +1,254 @@
+#include "ado/postgresql/postgresql_open.hpp"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ado/errors.hpp"
+#include "ado/postgresql/postgresql_link.hpp"
+#include "ado/postgresql/postgresql_session.hpp"
+#include "platform/sockets.hpp"
+#include "platform/text.hpp"
+
+namespace halvtiv::ado {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Settings = std::vector<std::pair<std::string, std::string>>;
+
+constexpr std::chrono::milliseconds kLookAtSwitch{50};
+
+// What the fixed formats of cells stand on, whatever the server's own settings are.
+constexpr const char* kSessionSettings =
+    "SET DateStyle = 'ISO, YMD'; SET IntervalStyle = 'postgres'; SET TimeZone = 'UTC';"
+    "SET bytea_output = 'hex'; SET extra_float_digits = 1; SET lc_monetary = 'C';"
+    "SET standard_conforming_strings = on";
+
+[[noreturn]] void Raise(AdoError kind, const std::string& words) {
+    throw MakeProviderError(kind, words, kPostgresqlName);
+}
+
+struct Host {
+    std::string name;
+    std::string port;  // "" for the default
+};
+
+bool IsNumber(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// "host:port", "[address]:port", "/folder:port", each with or without a port.
+Host ReadHost(std::string_view text) {
+    text = platform::TrimBlanks(text);
+    if (text.starts_with('[')) {
+        const auto close = std::min(text.find(']'), text.size());
+        Host host{std::string(text.substr(1, close - 1)), ""};
+        const auto rest = text.substr(std::min(close + 1, text.size()));
+        if (rest.starts_with(':')) host.port = rest.substr(1);
+        return host;
+    }
+    const auto colon = text.rfind(':');
+    const bool hasPort = colon != std::string_view::npos && text.find(':') == colon &&
+                         (IsNumber(text.substr(colon + 1)) || !text.starts_with('/'));
+    if (!hasPort) return {std::string(text), ""};
+    return {std::string(text.substr(0, colon)), std::string(text.substr(colon + 1))};
+}
+
+std::vector<Host> ReadHosts(std::string_view dataSource) {
+    std::vector<Host> hosts;
+    while (!dataSource.empty()) {
+        const auto end = std::min(dataSource.find(','), dataSource.size());
+        hosts.push_back(ReadHost(dataSource.substr(0, end)));
+        dataSource.remove_prefix(std::min(end + 1, dataSource.size()));
+    }
+    return hosts;
+}
+
+// Where a ";" was forgotten, a password would be shown as a part of what stands before it.
+void RequireNoPasswordIn(const ConnectionParameters& parameters) {
+    for (const char* key : {"Data Source", "Initial Catalog", "User ID"}) {
+        const auto value = platform::ToLower(parameters.Get(key));
+        for (const char* word : {"password", "pwd"}) {
+            const auto found = value.find(word);
+            if (found != std::string::npos && value.find('=', found) != std::string::npos) {
+                Raise(AdoError::Unspecified, "The value of \"" + std::string(key) +
+                                                 "\" holds a password: there is a \";\" missing before it.");
+            }
+        }
+        if (value.find('\0') != std::string::npos) {
+            Raise(AdoError::Unspecified, "The value of \"" + std::string(key) + "\" holds a NUL character.");
+        }
+    }
+}
+
+Settings PassedThrough(const ConnectionParameters& parameters) {
+    constexpr std::array<std::string_view, 4> kOwn{"client_encoding", "replication", "connect_timeout",
+                                                   "fallback_application_name"};
+    Settings settings;
+    const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> known(PQconndefaults(),
+                                                                             PQconninfoFree);
+    for (const auto* option = known.get(); option && option->keyword; ++option) {
+        const std::string_view keyword = option->keyword;
+        if (std::find(kOwn.begin(), kOwn.end(), keyword) != kOwn.end()) continue;
+        if (const auto value = parameters.Find(keyword)) settings.emplace_back(keyword, *value);
+    }
+    return settings;
+}
+
+void Set(Settings& settings, const std::string& keyword, std::string value) {
+    if (value.empty()) return;
+    std::erase_if(settings, [&](const auto& setting) { return setting.first == keyword; });
+    settings.emplace_back(keyword, std::move(value));
+}
+
+void SetHosts(Settings& settings, std::span<const Host> hosts) {
+    if (hosts.empty()) return;
+    std::string names;
+    std::string ports;
+    for (const auto& host : hosts) {
+        if (&host != &hosts.front()) {
+            names += ',';
+            ports += ',';
+        }
+        names += host.name;
+        ports += host.port;
+    }
+    const bool hasPorts =
+        std::any_of(hosts.begin(), hosts.end(), [](const auto& h) { return !h.port.empty(); });
+    std::erase_if(settings, [](const auto& setting) { return setting.first == "host"; });
+    settings.emplace_back("host", names);
+    if (hasPorts) Set(settings, "port", ports);
+}
+
+/// The server's code in a message with codes, such as "FATAL:  28P01: ...", taken out of it with the lines
+/// that tell where in the server it happened.
+struct ConnectFailure {
+    std::string words;
+    bool isLogin = false;
+};
+
+ConnectFailure ReadFailure(std::string_view message) {
+    constexpr std::size_t kCodeLength = 5;
+    constexpr std::string_view kCodeCharacters = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    ConnectFailure failure;
+    while (!message.empty()) {
+        const auto end = std::min(message.find('\n'), message.size());
+        std::string line(message.substr(0, end));
+        message.remove_prefix(std::min(end + 1, message.size()));
+        if (line.starts_with("LOCATION:")) continue;
+        const auto mark = line.find(":  ");
+        if (mark != std::string::npos) {
+            const auto code = line.substr(mark + 3, kCodeLength);
+            const bool isCode = code.size() == kCodeLength &&
+                                line.substr(mark + 3 + kCodeLength, 2) == ": " &&
+                                code.find_first_not_of(kCodeCharacters) == std::string::npos;
+            if (isCode) {
+                failure.isLogin = failure.isLogin || KindOfSqlState(code) == AdoError::LoginFailed;
+                line.erase(mark + 3, kCodeLength + 2);
+            }
+        }
+        if (!failure.words.empty()) failure.words += '\n';
+        failure.words += line;
+    }
+    failure.words.erase(failure.words.find_last_not_of(" \r\n") + 1);
+    return failure;
+}
+
+[[noreturn]] void RaiseFailure(const PGconn* connection) {
+    auto failure = ReadFailure(PQerrorMessage(connection));
+    const bool isLogin = failure.isLogin || PQconnectionNeedsPassword(connection) != 0;
+    Raise(isLogin ? AdoError::LoginFailed : AdoError::Unspecified, failure.words);
+}
+
+PostgresqlHandle Begin(const Settings& settings) {
+    std::vector<const char*> keywords;
+    std::vector<const char*> values;
+    for (const auto& [keyword, value] : settings) {
+        keywords.push_back(keyword.c_str());
+        values.push_back(value.c_str());
+    }
+    keywords.push_back(nullptr);
+    values.push_back(nullptr);
+    PostgresqlHandle connection(PQconnectStartParams(keywords.data(), values.data(), 0));
+    if (!connection) throw std::bad_alloc();
+    if (PQstatus(connection.get()) == CONNECTION_BAD) RaiseFailure(connection.get());
+    // With the server's code: a refused login is told from other failures by that alone.
+    PQsetErrorVerbosity(connection.get(), PQERRORS_VERBOSE);
+    PQsetNoticeReceiver(
+        connection.get(), [](void*, const PGresult*) {}, nullptr);
+    PQsetNoticeProcessor(
+        connection.get(), [](void*, const char*) {}, nullptr);
+    return connection;
+}
+
+struct Attempt {
+    PostgresqlHandle connection;  // null where a host has taken too long
+    std::string slowHost;
+    std::string slowPort;
+};
+
+Attempt Try(const Settings& settings, std::chrono::seconds limit, CancelSwitch& cancel) {
+    using platform::SocketReady;
+    auto connection = Begin(settings);
+    std::string host;
+    std::string port;
+    auto begin = Clock::now();
+    for (auto wanted = SocketReady::Writing;;) {
+        if (cancel.Take()) Raise(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description);
+        if (host != PQhost(connection.get()) || port != PQport(connection.get())) {
+            host = PQhost(connection.get());
+            port = PQport(connection.get());
+            begin = Clock::now();
+        }
+        if (limit.count() > 0 && Clock::now() - begin >= limit) return {nullptr, host, port};
+        if (!platform::AwaitSocket(PQsocket(connection.get()), wanted, kLookAtSwitch)) continue;
+        const auto state = PQconnectPoll(connection.get());
+        if (state == PGRES_POLLING_OK) return {std::move(connection), {}, {}};
+        if (state == PGRES_POLLING_FAILED) RaiseFailure(connection.get());
+        wanted = state == PGRES_POLLING_READING ? SocketReady::Reading : SocketReady::Writing;
+    }
+}
+
+PostgresqlHandle Connect(Settings settings, std::vector<Host> hosts, std::chrono::seconds limit,
+                         CancelSwitch& cancel) {
+    for (;;) {
+        SetHosts(settings, hosts);
+        auto attempt = Try(settings, limit, cancel);
+        if (attempt.connection) return std::move(attempt.connection);
+        // The hosts behind the one that does not answer have not had their turn.
+        const auto slow = std::find_if(hosts.begin(), hosts.end(), [&](const Host& host) {
+            return host.name == attempt.slowHost && (host.port.empty() || host.port == attempt.slowPort);
+        });
+        if (slow == hosts.end() || std::next(slow) == hosts.end()) {
+            Raise(AdoError::Unspecified, "The server at \"" + attempt.slowHost + "\", port " +
+                                             attempt.slowPort + ", has not answered in time.");
+        }
+        hosts.erase(hosts.begin(), std::next(slow));
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<Session> OpenPostgresqlSession(const ConnectionParameters& parameters,
+                                               std::int32_t connectionTimeout,
+                                               std::shared_ptr<CancelSwitch> cancel) {
+    RequireNoPasswordIn(parameters);
+    Settings settings = PassedThrough(parameters);
+    Set(settings, "dbname", std::string(parameters.Get("Initial Catalog")));
+    Set(settings, "user", std::string(parameters.Get("User ID")));
+    Set(settings, "password", std::string(parameters.Get("Password")));
+    Set(settings, "client_encoding", "UTF8");
+    Set(settings, "fallback_application_name", "halvtiv");
+    auto connection = Connect(std::move(settings), ReadHosts(parameters.Get("Data Source")),
+                              std::chrono::seconds(std::max(connectionTimeout, 0)), *cancel);
+    PQsetErrorVerbosity(connection.get(), PQERRORS_DEFAULT);
+    auto link = std::make_unique<PostgresqlLink>(std::move(connection), std::move(cancel));
+    link->RunScript(kSessionSettings);
+    return std::make_shared<PostgresqlSession>(std::move(link));
+}
+
+}  // namespace halvtiv::ado
