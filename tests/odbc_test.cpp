@@ -32,6 +32,10 @@ struct Database {
     const char* sleep;                         // a query that takes ten seconds; null where there is none
 };
 
+void PrintTo(const Database& database, std::ostream* out) {
+    *out << database.name;
+}
+
 const std::vector<Database> kDatabases{
     {"Sqlite",
      [](const std::string& folder) { return test::SqliteOdbcConnectionString(folder + "/data.db"); },

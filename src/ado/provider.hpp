@@ -153,12 +153,14 @@ public:
 
     /// Final once the first `Next` has returned: a column without a declared type takes the first row's.
     virtual std::span<const ColumnInfo> Columns() const = 0;
-    /// The columns of a row with those behind `Columns` that nobody sees: what a kept row must hold.
-    virtual std::int32_t RowWidth() const { return static_cast<std::int32_t>(Columns().size()); }
-
     /// Where changes go; null where the rows cannot be changed or were not opened for it. Lives as long as
     /// the cursor.
     virtual std::shared_ptr<const ChangeTarget> Target() const { return nullptr; }
+    /// The columns of a row with those behind `Columns` that nobody sees: what a kept row must hold.
+    virtual std::int32_t RowWidth() const {
+        const auto target = Target();
+        return target ? target->width : static_cast<std::int32_t>(Columns().size());
+    }
     /// The long values that are not fetched with the row; null when there are none.
     virtual std::shared_ptr<DeferredValues> Deferred() { return nullptr; }
 
