@@ -16,6 +16,7 @@
 #include "process_memory.hpp"
 #include "ratios.hpp"
 #include "sample_table.hpp"
+#include "xml_by_hand.hpp"
 
 namespace halvtiv::bench {
 
@@ -50,11 +51,6 @@ public:
 private:
     std::string path_;
 };
-
-std::string_view TextOf(sqlite3_stmt* row, int column) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
-    return {text == nullptr ? "" : text, static_cast<std::size_t>(sqlite3_column_bytes(row, column))};
-}
 
 /// CSV as a program by hand writes it: blocks of 64 KiB, a field of text looked at byte by byte.
 class HandCsv {
@@ -216,9 +212,29 @@ void CsvExport(benchmark::State& state) {
     state.counters["peak_mib"] = static_cast<double>(peak) / (1 << 20);
 }
 
+void DataFileHand(benchmark::State& state) {
+    const ExportFile file(CsvTable(), ".hand.xml");
+    for (auto _ : state) {
+        const SampleTable::Database database = CsvTable().Open();
+        const Statement statement = Prepare(database.get(), "select * from t");
+        std::FILE* const opened = std::fopen(file.Path().c_str(), "wb");
+        Require(opened != nullptr, "open " + file.Path());
+        std::setvbuf(opened, nullptr, _IONBF, 0);
+        {
+            BlockWriter writer([opened](std::string_view block) {
+                Require(std::fwrite(block.data(), 1, block.size(), opened) == block.size(), "write by hand");
+            });
+            writer.Put("<data guid=\"k\" type=\"file\">");
+            WriteRowsByHand(statement.get(), writer);
+            writer.Put("</data>");
+        }
+        std::fclose(opened);
+    }
+}
+
 void DataFile(benchmark::State& state) {
-    const ExportFile file(XlsxTable(), ".xml");
-    const auto engine = XlsxTable().Engine();
+    const ExportFile file(CsvTable(), ".xml");
+    const auto engine = CsvTable().Engine();
     ado::RecordsetPtr rows;
     std::int64_t peak = 0;
     for (auto _ : state) {
@@ -246,6 +262,7 @@ void XlsxExport(benchmark::State& state) {
 
 BENCHMARK(CsvHand)->Name("export/csv by hand")->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(CsvExport)->Name("export/csv")->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(DataFileHand)->Name("export/data file by hand")->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(DataFile)->Name("export/data file")->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(XlsxHand)->Name("export/xlsx by hand")->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(XlsxExport)->Name("export/xlsx")->Unit(benchmark::kMillisecond)->Iterations(1);
@@ -253,8 +270,9 @@ BENCHMARK(XlsxExport)->Name("export/xlsx")->Unit(benchmark::kMillisecond)->Itera
 const Promised kCsvTime({"CSV of 5,000,000 x 8 rows, time against the loop by hand", "export/csv",
                          "export/csv by hand", "", 1.3});
 const Promised kCsvMemory({"the same, peak memory in MiB", "export/csv", "", "peak_mib", 32.0});
-const Promised kDataFile({"data file of 500,000 x 8 rows, peak memory in MiB", "export/data file", "",
-                          "peak_mib", 8.0});
+const Promised kDataFileTime({"data file of 5,000,000 x 8 rows, time against the loop by hand",
+                              "export/data file", "export/data file by hand", "", 1.3});
+const Promised kDataFile({"the same, peak memory in MiB", "export/data file", "", "peak_mib", 32.0});
 const Promised kXlsxTime({"XLSX of 500,000 x 8 rows, time against the library by hand", "export/xlsx",
                           "export/xlsx by hand", "", 1.3});
 
