@@ -267,7 +267,7 @@ const Promised kOut({"a 256 MB column into a file, against by hand", "writing/fi
 const Promised kInPlace({"the same in and out, peak memory in MiB", "writing/memory", "", "in_place_mib",
                          32});
 const Promised kWhole({"in and out of a table without row ids, peak memory against the file",
-                       "writing/memory", "", "whole_per_size", 2.2});
+                       "writing/memory", "", "whole_per_size", 3.3});
 
 }  // namespace
 
