@@ -17,6 +17,7 @@ std::pair<ErrorNumber, const char*> FileError(int error) {
         case EPERM:
             return {ErrorNumber::PermissionDenied, "Permission denied."};
         case ENOSPC:
+        case EDQUOT:
         case EFBIG:
             return {ErrorNumber::DiskFull, "Disk full."};
         case ENOTDIR:
@@ -25,9 +26,12 @@ std::pair<ErrorNumber, const char*> FileError(int error) {
         case ELOOP:
         case ENAMETOOLONG:
         case EINVAL:
+        case EILSEQ:
         case EEXIST:
         case EROFS:
         case EBUSY:
+        case ETXTBSY:
+        case EXDEV:
             return {ErrorNumber::PathAccess, "Path/File access error."};
         default:
             return {ErrorNumber::DeviceIo, "Device I/O error."};

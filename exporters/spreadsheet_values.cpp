@@ -12,8 +12,15 @@ namespace halvtiv::exporters {
 
 namespace {
 
+/// "007", which as a number would lose its zeros.
+bool IsZeroFilled(std::string_view number) {
+    if (number.starts_with('-')) number.remove_prefix(1);
+    return number.size() > 1 && number[0] == '0' && number[1] >= '0' && number[1] <= '9';
+}
+
 template <typename Number>
 std::optional<Number> Parse(std::string_view text) {
+    if (IsZeroFilled(text)) return std::nullopt;
     Number value{};
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, value);
@@ -28,6 +35,21 @@ std::int64_t DaysSince1970(const DateTime& date) {
     const std::int64_t month = (date.Month + 9) % 12;
     const std::int64_t dayOfYear = (153 * month + 2) / 5 + date.Day - 1;
     return year * 365 + year / 4 - year / 100 + year / 400 + dayOfYear - 719468;
+}
+
+constexpr std::string_view kFffe = "\xEF\xBF\xBE";
+constexpr std::string_view kFfff = "\xEF\xBF\xBF";
+
+/// Whether a character is one that XML cannot carry although it is well-formed UTF-8.
+bool IsNoncharacter(std::string_view character) {
+    return character == kFffe || character == kFfff;
+}
+
+/// Whether a text starts with what stands for a character in a cell: "_x0041_".
+bool IsEscape(std::string_view text) {
+    constexpr std::size_t kLength = 7;
+    return text.size() >= kLength && text.starts_with("_x") && text[kLength - 1] == '_' &&
+           text.substr(2, 4).find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
 }
 
 }  // namespace
@@ -72,8 +94,8 @@ std::string SheetName(std::string_view wanted) {
     while (!rest.empty()) {
         const std::string_view character = rest.substr(0, Utf8CharacterSize(rest));
         if (Utf16Length(name) + Utf16Length(character) > kLongest) break;
-        const bool isForbidden =
-            character.find_first_of("[]:*?/\\") == 0 || static_cast<unsigned char>(character[0]) < 0x20;
+        const bool isForbidden = character.find_first_of("[]:*?/\\") == 0 ||
+                                 static_cast<unsigned char>(character[0]) < 0x20 || IsNoncharacter(character);
         name += isForbidden ? std::string_view("_") : character;
         rest.remove_prefix(character.size());
     }
@@ -83,6 +105,28 @@ std::string SheetName(std::string_view wanted) {
     }
     if (AsciiLower(name) == "history") name += '_';  // the one name that is taken in every workbook
     return name;
+}
+
+std::string CellText(std::string_view text) {
+    const auto has = [text](std::string_view part) { return text.find(part) != std::string_view::npos; };
+    if (IsUtf8(text) && text.find('\0') == std::string_view::npos && !has("_x") && !has("\xEF\xBF"))
+        return std::string(text);
+    std::string cell;
+    cell.reserve(text.size() + 16);
+    while (!text.empty()) {
+        const std::size_t size = Utf8CharacterSize(text);
+        const std::string_view character = text.substr(0, std::max<std::size_t>(size, 1));
+        if (size == 0 || character.front() == '\0') {
+            cell += "\xEF\xBF\xBD";
+        } else if (IsNoncharacter(character)) {
+            cell += character == kFffe ? "_xFFFE_" : "_xFFFF_";
+        } else {
+            if (IsEscape(text)) cell += "_x005F";  // and the "_" itself
+            cell += character;
+        }
+        text.remove_prefix(character.size());
+    }
+    return cell;
 }
 
 std::size_t DisplayWidth(std::string_view text) noexcept {

@@ -26,6 +26,10 @@ std::optional<double> DateSerial(const DateTime& value);
 /// `[]:*?/\`, no "'" at its ends. "Sheet1" for none.
 std::string SheetName(std::string_view wanted);
 
+/// A text as a cell holds it: what is no character, and a NUL, is U+FFFD; U+FFFE and U+FFFF, and a "_x0041_"
+/// of the text's own, are written so that they come out as they were.
+std::string CellText(std::string_view text);
+
 /// Columns that a text takes on a screen, roughly: East Asian characters take two.
 std::size_t DisplayWidth(std::string_view text) noexcept;
 

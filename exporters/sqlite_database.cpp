@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <filesystem>
+
 #include "errors.hpp"
 
 namespace halvtiv::exporters {
@@ -38,11 +40,17 @@ void SqliteDatabase::CloseDatabase::operator()(sqlite3* database) const {
 
 SqliteDatabase::SqliteDatabase(const std::string& path) {
     sqlite3* opened = nullptr;
+    // A whole path is nothing but a path: ":memory:" or "file:" by itself would mean something else.
+    const std::string whole = std::filesystem::absolute(path).string();
     const int status =
-        sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+        sqlite3_open_v2(whole.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(opened);
     if (status != SQLITE_OK) RaiseError();
-    sqlite3_busy_timeout(opened, kBusyTimeout);
+    WaitForOthers(true);
+}
+
+void SqliteDatabase::WaitForOthers(bool wait) {
+    sqlite3_busy_timeout(Handle(), wait ? kBusyTimeout : 0);
 }
 
 void SqliteDatabase::Run(const std::string& sql) {

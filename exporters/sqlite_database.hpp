@@ -17,6 +17,8 @@ public:
     explicit SqliteDatabase(const std::string& path);
 
     void Run(const std::string& sql);
+    /// Whether statements wait a while for what others hold; they do from the start.
+    void WaitForOthers(bool wait);
     sqlite3* Handle() const { return database_.get(); }
     /// Raises what the last call has found.
     [[noreturn]] void RaiseError() const;

@@ -1,7 +1,9 @@
 #include <sqlite3.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -82,6 +84,21 @@ std::optional<Number> Parse(std::string_view text) {
     return value;
 }
 
+/// Whether a double holds a number so that it is read as the same text again.
+std::optional<double> DoubleOf(std::string_view number) {
+    const auto value = Parse<double>(number);
+    if (!value) return std::nullopt;
+    std::array<char, 400> text;  // the longest double without an exponent has 326
+    const auto [end, error] =
+        std::to_chars(text.data(), text.data() + text.size(), *value, std::chars_format::fixed);
+    const bool isSame = error == std::errc{} &&
+                        std::string_view(text.data(), static_cast<std::size_t>(end - text.data())) == number;
+    return isSame ? value : std::nullopt;
+}
+
+/// What a column makes of what is put into it.
+enum class Affinity { Number, Text, None };
+
 /// The table that is filled.
 class TargetTable {
 public:
@@ -103,7 +120,7 @@ public:
         database_.Run("create table if not exists " + table + " (" + definitions + ")");
         if (task.clearTable) database_.Run("delete from " + table);
         insert_.emplace(database_, "insert into " + table + " (" + names + ") values (" + places + ")");
-        for (const std::string& name : names_) keepsDigits_.push_back(KeepsDigits(name));
+        for (const std::string& name : names_) affinities_.push_back(AffinityOf(name));
     }
 
     void Add(const std::vector<SourceColumn>& columns) {
@@ -112,27 +129,35 @@ public:
     }
 
 private:
-    /// Whether the column takes a number's text as it is, instead of making a number of it.
-    bool KeepsDigits(const std::string& name) const {
+    Affinity AffinityOf(const std::string& name) const {
         const char* declared = nullptr;
         sqlite3_table_column_metadata(database_.Handle(), nullptr, table_.c_str(), name.c_str(), &declared,
                                       nullptr, nullptr, nullptr, nullptr);
         const std::string type = AsciiLower(declared != nullptr ? declared : "");
         const auto has = [&type](const char* part) { return type.find(part) != std::string::npos; };
-        return !has("int") && (type.empty() || has("char") || has("clob") || has("text") || has("blob"));
+        if (has("int")) return Affinity::Number;
+        if (has("char") || has("clob") || has("text")) return Affinity::Text;
+        return type.empty() || has("blob") ? Affinity::None : Affinity::Number;
     }
 
     void Bind(std::size_t index, const SourceColumn& column) {
         const std::string_view text = column.field->Text();
         if (text.empty() && column.field->IsNull()) return insert_->BindNull(index);
+        const bool isText = affinities_[index] == Affinity::Text;  // where a number would lose digits
         switch (column.kind) {
             case ColumnKind::Integer:
             case ColumnKind::Decimal:
+                if (isText) break;
                 if (const auto value = Parse<std::int64_t>(text)) return insert_->BindInteger(index, *value);
+                if (affinities_[index] == Affinity::None) break;
+                if (const auto value = DoubleOf(text)) return insert_->BindDouble(index, *value);
                 RequireExact(index, text);
                 break;
             case ColumnKind::Double:
-                if (const auto value = Parse<double>(text)) return insert_->BindDouble(index, *value);
+                if (isText) break;
+                if (const auto value = Parse<double>(text); value && !std::isnan(*value)) {  // that is null
+                    return insert_->BindDouble(index, *value);
+                }
                 break;
             case ColumnKind::Boolean:
                 if (text == "True" || text == "False") {
@@ -149,7 +174,7 @@ private:
 
     void RequireExact(std::size_t index, std::string_view number) const {
         constexpr std::size_t kMostDigits = 15;
-        if (keepsDigits_[index] || SignificantDigits(number) <= kMostDigits) return;
+        if (SignificantDigits(number) <= kMostDigits) return;
         Raise(ErrorNumber::Own, "The column \"" + names_[index] + "\" would round " + std::string(number) +
                                     "; a TEXT column keeps all digits.");
     }
@@ -158,7 +183,7 @@ private:
     std::string table_;
     std::vector<std::string> names_;
     std::optional<SqliteInsert> insert_;
-    std::vector<bool> keepsDigits_;
+    std::vector<Affinity> affinities_;
 };
 
 class SqliteExporter final : public ExporterBase {
@@ -168,6 +193,7 @@ public:
 protected:
     std::int64_t Write(ExportTask& task) override {
         const std::string path = NativePath(task.fileName);
+        if (path.find('\0') != std::string::npos) RaiseFileError(EINVAL, {});
         std::error_code ignored;
         if (std::filesystem::exists(path, ignored)) {
             SqliteDatabase database(path);
@@ -178,19 +204,34 @@ protected:
         database.Run("pragma journal_mode = off");  // what fails half-way is not kept
         const std::int64_t rows = Fill(database, task);
         database.Close();
+        RemoveJournals(target.Target());
         target.Commit();
         return rows;
     }
 
 private:
+    /// What an earlier database of that name, gone since, has left beside it would be played back into this
+    /// one.
+    static void RemoveJournals(const std::filesystem::path& file) {
+        for (const char* const ending : {"-journal", "-wal", "-shm"}) {
+            std::error_code error;
+            std::filesystem::remove(file.string() + ending, error);
+            if (error) RaiseFileError(error.value(), file.string() + ending);
+        }
+    }
+
     // Closing the database without a commit rolls back.
     std::int64_t Fill(SqliteDatabase& database, const ExportTask& task) {
         database.Run("begin immediate");
+        // Rows may come out of this very file: to wait for that reader before it is done is in vain. Its
+        // pages stay in memory instead.
+        database.WaitForOthers(false);
         std::int64_t rows = 0;
         {
             TargetTable table(database, task);
             rows = ForEachRow(task, [&](std::int64_t /*row*/) { table.Add(task.columns); });
         }
+        database.WaitForOthers(true);
         database.Run("commit");
         return rows;
     }

@@ -49,6 +49,17 @@ bool LeadsToOpenFile(fs::path path) {
     return false;
 }
 
+/// Where a new file of that name has to be put: at the end of a chain of links.
+fs::path EndOfLinks(fs::path path) {
+    constexpr int kMostLinks = 40;
+    std::error_code error;
+    for (int links = 0; fs::is_symlink(path, error); ++links) {
+        if (links == kMostLinks) RaiseFileError(ELOOP, path.string());
+        path = FolderOf(path) / fs::read_symlink(path, error);
+    }
+    return path;
+}
+
 }  // namespace
 
 TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) {
@@ -56,6 +67,7 @@ TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) 
     std::error_code error;
     const fs::file_status earlier = fs::status(name_, error);
     if (fs::is_directory(earlier) || name_.ends_with('/')) RaiseFileError(EISDIR, name_);
+    if (earlier.type() == fs::file_type::none) RaiseFileError(error.value(), name_);
     target_ = name_;
     const bool exists = fs::exists(earlier);
     if (exists && (!fs::is_regular_file(earlier) || LeadsToOpenFile(target_))) {
@@ -66,8 +78,9 @@ TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) 
         // A file that may not be written is not to be replaced either.
         TryOpen(target_, "r+b", name_);
         target_ = fs::canonical(target_);  // what a link leads to is replaced, not the link
-    } else if (name_.empty() || !fs::is_directory(FolderOf(target_), error)) {
-        RaiseFileError(ENOTDIR, name_);
+    } else {
+        target_ = EndOfLinks(target_);
+        if (name_.empty() || !fs::is_directory(FolderOf(target_), error)) RaiseFileError(ENOTDIR, name_);
     }
     const fs::path temporary = TemporaryBeside(target_);
     TryOpen(temporary, "wbx", name_);

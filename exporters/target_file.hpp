@@ -24,6 +24,8 @@ public:
 
     /// What to write until `Commit`.
     const std::filesystem::path& Path() const { return written_; }
+    /// Where the file stands after `Commit`.
+    const std::filesystem::path& Target() const { return target_; }
     /// The name that the caller knows, for messages.
     const std::string& Name() const { return name_; }
     bool IsStraight() const { return written_ == target_; }

@@ -33,11 +33,17 @@ constexpr std::int64_t kRowsMeasured = 1000;  // for the columns' widths
 /// While it lives, this thread writes numbers with a point, whatever locale the program has set.
 class PointLocale {
 public:
-    PointLocale() : plain_(::newlocale(LC_NUMERIC_MASK, "C", nullptr)) {
-        if (plain_ != nullptr) earlier_ = ::uselocale(plain_);
+    PointLocale() {
+        const locale_t copy = ::duplocale(::uselocale(nullptr));  // all but the numbers stays
+        if (copy == nullptr) throw std::bad_alloc();
+        plain_ = ::newlocale(LC_NUMERIC_MASK, "C", copy);
+        if (plain_ == nullptr) {
+            ::freelocale(copy);
+            throw std::bad_alloc();
+        }
+        earlier_ = ::uselocale(plain_);
     }
     ~PointLocale() {
-        if (plain_ == nullptr) return;
         ::uselocale(earlier_);
         ::freelocale(plain_);
     }
@@ -45,7 +51,7 @@ public:
     PointLocale& operator=(const PointLocale&) = delete;
 
 private:
-    locale_t plain_;
+    locale_t plain_ = nullptr;
     locale_t earlier_ = nullptr;
 };
 
@@ -117,7 +123,15 @@ public:
 
 private:
     struct FreeBook {
-        void operator()(lxw_workbook* book) const { lxw_workbook_free(book); }
+        void operator()(lxw_workbook* book) const {
+            lxw_worksheet* sheet = nullptr;
+            STAILQ_FOREACH(sheet, book->worksheets, list_pointers) {
+                // Freeing it leaves the file open that it keeps the rows in.
+                if (sheet->optimize_tmpfile != nullptr) std::fclose(sheet->optimize_tmpfile);
+                sheet->optimize_tmpfile = nullptr;
+            }
+            lxw_workbook_free(book);
+        }
     };
 
     lxw_format* NewFormat(const char* pattern) {
@@ -128,6 +142,11 @@ private:
 
     void Measure(std::int64_t row, std::size_t column, std::string_view text) {
         if (row <= kRowsMeasured) widths_[column] = std::max(widths_[column], DisplayWidth(text));
+    }
+
+    [[noreturn]] static void RaiseTooLong(std::int64_t row, const SourceColumn& source) {
+        Raise(ErrorNumber::Own, "Row " + std::to_string(row) + " of column \"" + source.name +
+                                    "\" has more than 32,767 characters, the most a cell can hold.");
     }
 
     void Check(lxw_error error) const {
@@ -141,21 +160,16 @@ private:
 
     void Text(std::int64_t row, std::size_t column, std::string_view text, const SourceColumn& source,
               lxw_format* format = nullptr) {
-        if (text.size() > kMostCharacters && Utf16Length(text) > kMostCharacters) {
-            Raise(ErrorNumber::Own, "Row " + std::to_string(row) + " of column \"" + source.name +
-                                        "\" has more than 32,767 characters, the most a cell can hold.");
-        }
-        if (IsUtf8(text)) {
-            text_ = text;
-        } else {
-            text_ = RepairedUtf8(text);
-        }
-        for (std::size_t at = 0; (at = text_.find('\0', at)) != std::string::npos;) {
-            text_.replace(at, 1, "\xEF\xBF\xBD");  // texts end at a NUL here
+        text_ = CellText(text);
+        if (text.size() > kMostCharacters && Utf16Length(RepairedUtf8(text)) > kMostCharacters) {
+            RaiseTooLong(row, source);
         }
         Measure(row, column, text_);
-        Check(worksheet_write_string(sheet_, static_cast<lxw_row_t>(row), static_cast<lxw_col_t>(column),
-                                     text_.c_str(), format));
+        const lxw_error error = worksheet_write_string(sheet_, static_cast<lxw_row_t>(row),
+                                                       static_cast<lxw_col_t>(column), text_.c_str(), format);
+        // Escapes count, too.
+        if (error == LXW_ERROR_MAX_STRING_LENGTH_EXCEEDED) RaiseTooLong(row, source);
+        Check(error);
     }
 
     /// Writes a value as what its column holds; false when a cell cannot hold it as that.

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <langinfo.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -164,10 +167,27 @@ TEST_F(ExportTest, AWorkbookHoldsTypedCells) {
          "n:0.2500028935185185 hh:mm:ss.000", "n:2958465 yyyy-mm-dd hh:mm:ss"}};
     EXPECT_EQ(ReadBack("xlsx", "t.xlsx"), expected);
 
-    for (const auto& [wanted, name] : {std::pair("'quoted'", "_quoted_"), std::pair("History", "History_"),
-                                       std::pair("", "Sheet1"), std::pair("[]:*?/\\", "_______")}) {
+    for (const auto& [wanted, name] :
+         {std::pair("'quoted'", "_quoted_"), std::pair("History", "History_"), std::pair("", "Sheet1"),
+          std::pair("[]:*?/\\", "_______"), std::pair("\xEF\xBF\xBF!", "_!")}) {
         ASSERT_EQ(Export(exporter, "select 1 as a", "n.xlsx", wanted), 1) << wanted;
         EXPECT_EQ(ReadBack("xlsx", "n.xlsx")[0][0], name);
+    }
+}
+
+TEST_F(ExportTest, ACellKeepsATextThatLooksLikeSomethingElse) {
+    const std::pair<const char*, const char*> cases[] = {{"'_x0041_'", "s:_x0041_"},
+                                                         {"'_x_x00e9_'", "s:_x_x00e9_"},
+                                                         {"char(65534, 65535)", "s:\xEF\xBF\xBE\xEF\xBF\xBF"},
+                                                         {"char(1, 13)", "s:\x01\r"},
+                                                         {"' =1'", "s: =1"},
+                                                         {"1 union all select '007'", "s:007"},
+                                                         {"1 union all select '-00.5'", "s:-00.5"},
+                                                         {"0.5 union all select '00.5'", "s:00.5"}};
+    for (const auto& [value, cell] : cases) {
+        ASSERT_GT(Export(exporters::NewXlsxExporter(), std::string("select ") + value + " as a", "c.xlsx"),
+                  0);
+        EXPECT_EQ(ReadBack("xlsx", "c.xlsx").back(), std::vector<std::string>{cell}) << value;
     }
 }
 
@@ -196,6 +216,8 @@ TEST_F(ExportTest, WhatASheetCannotHoldIsAnErrorAndTheOldFileStays) {
     test::WriteFile(folder_.PathOf("old.xlsx"), "old");
     const std::pair<const char*, const char*> cases[] = {
         {"select 1 as n, printf('%.*c', 32768, 'x') as \"long\"", "Row 1 of column \"long\""},
+        {"select cast(replace(printf('%.*c', 32768, 'x'), 'x', cast(x'80' as text)) as text) as bad",
+         "Row 1 of column \"bad\""},
         {"with recursive n(i) as (select 1 union all select i + 1 from n where i < 1048576) select i from n",
          "1,048,575 rows"}};
     for (const auto& [sql, message] : cases) {
@@ -266,6 +288,67 @@ TEST_F(ExportTest, ATableOfADatabaseIsMadeFilledAndReplaced) {
     EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Source, "SQLite");
 }
 
+TEST_F(ExportTest, NumbersComeIntoATableAsTheyAre) {
+    connection_->Execute(
+        "create table n (a NUMERIC, i INTEGER, d DOUBLE); insert into n values"
+        " (0.1 + 0.2, 1.0 / 3, 0.1 + 0.2), (1e20, 9223372036854775807, 'nan'), (-1e-7, '7', 9e999)");
+    const std::string sql = "select * from n order by rowid";
+    const Table expected = RowsOf(connection_, sql);
+    const auto exporter = exporters::NewSqliteExporter();
+    const auto out =
+        test::MakeDatabase(folder_.PathOf("out.db"), "create table texts (a TEXT, i TEXT, d CHAR(30))");
+    for (const char* table : {"made", "texts"}) {
+        ASSERT_EQ(Export(exporter, sql, "out.db", table), 3) << exporter->GetLastError();
+        EXPECT_EQ(RowsOf(out, std::string("select * from ") + table + " order by rowid"), expected) << table;
+    }
+    EXPECT_EQ(
+        RowsOf(out, "select typeof(a), typeof(i), typeof(d) from made where rowid < 3"),
+        (Table{
+            {"typeof(a)", "typeof(i)", "typeof(d)"}, {"real", "real", "real"}, {"real", "integer", "text"}}));
+}
+
+TEST_F(ExportTest, ManyRowsGoIntoTheDatabaseThatTheyComeFrom) {
+    connection_->Execute(std::string("create table source as select i, s || hex(zeroblob(200)) as s from (") +
+                         kMany + ")");
+    const auto start = std::chrono::steady_clock::now();
+    const auto exporter = exporters::NewSqliteExporter();
+    EXPECT_EQ(Export(exporter, "select * from source", "source.db", "copy"), 20000)
+        << exporter->GetLastError();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5))
+        << "waits for its own reader";
+    EXPECT_EQ(RowsOf(connection_, "select count(*), sum(i) from copy")[1],
+              (std::vector<std::string>{"20000", "200010000"}));
+}
+
+TEST_F(ExportTest, ADatabaseIsTheFileOfThatName) {
+    const auto exporter = exporters::NewSqliteExporter();
+    const auto earlier = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.PathOf(""));
+    for (const char* name : {":memory:", "file:x.db?mode=memory"}) {
+        for (const char* sql : {"select 1 as a", "select 2 as a"}) {
+            ado::RecordsetPtr rows = Query(sql);
+            std::string path = name, table = "t";
+            EXPECT_EQ(exporter->ExportData(rows, path, table), 1) << exporter->GetLastError();
+        }
+        EXPECT_EQ(RowsOf(test::MakeDatabase(folder_.PathOf(name)), "select * from t"),
+                  (Table{{"a"}, {"1"}, {"2"}}));
+    }
+    std::filesystem::current_path(earlier);
+    EXPECT_EQ(Export(exporter, "select 1 as a", std::string("source.db\0x", 11), "t3"), -1);
+    EXPECT_EQ(ErrorOf([&] { exporter->RaiseLastError(); }).Number, 75);
+
+    {  // the log of a database that is gone
+        const auto old =
+            test::MakeDatabase(folder_.PathOf("w.db"), "pragma journal_mode = wal; create table old (a)");
+        std::filesystem::copy_file(folder_.PathOf("w.db-wal"), folder_.PathOf("kept"));
+    }
+    std::filesystem::remove(folder_.PathOf("w.db"));
+    std::filesystem::rename(folder_.PathOf("kept"), folder_.PathOf("w.db-wal"));
+    ASSERT_EQ(Export(exporter, "select 1 as a", "w.db", "new"), 1);
+    EXPECT_EQ(RowsOf(test::MakeDatabase(folder_.PathOf("w.db")), "select name from sqlite_master"),
+              (Table{{"name"}, {"new"}}));
+}
+
 TEST_F(ExportTest, ExportersAreFoundByTypeAndByFileName) {
     const std::pair<const char*, const char*> cases[] = {
         {"a.csv", "csv"},           {"A.CSV", "csv"},     {"a.tsv", "tsv"},      {"a.tab", "tsv"},
@@ -286,6 +369,10 @@ TEST_F(ExportTest, ExportersAreFoundByTypeAndByFileName) {
               "JSON lines(*.JSONL)|*.jsonl|SQLite database(*.SQLITE)|*.sqlite");
 }
 
+std::ptrdiff_t OpenFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
 /// Does something after a number of reported rows, and remembers the reports.
 class Updater : public IProgressUpdater {
 public:
@@ -300,6 +387,16 @@ private:
     std::function<void()> action_;
 };
 
+TEST_F(ExportTest, AProgramsLocaleStaysDuringAnExport) {
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no such locale here";
+    const auto exporter = exporters::NewXlsxExporter();
+    std::string charset;
+    exporter->SetProgressUpdater(std::make_shared<Updater>([&charset] { charset = ::nl_langinfo(CODESET); }));
+    EXPECT_EQ(Export(exporter, kMany, "l.xlsx"), 20000);
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(charset, "UTF-8");
+}
+
 TEST_F(ExportTest, AnExportThatEndsHalfWayLeavesTheOldFile) {
     std::signal(SIGXFSZ, SIG_IGN);
     for (const IZorbDataExporterPtr& exporter : exporters::AllExporters()) {
@@ -310,9 +407,11 @@ TEST_F(ExportTest, AnExportThatEndsHalfWayLeavesTheOldFile) {
         const std::string old = test::ReadFile(folder_.PathOf(name));
         const auto files = folder_.FilesIn();
 
+        const auto open = OpenFiles();
         exporter->SetProgressUpdater(std::make_shared<Updater>([] { throw std::runtime_error("stop it"); }));
         EXPECT_EQ(Export(exporter, kMany, name), -1);
         EXPECT_EQ(exporter->GetLastError(), "stop it(ERR#: -2147467259)");
+        EXPECT_EQ(OpenFiles(), open) << "nothing stays open";
         exporter->SetProgressUpdater(nullptr);
 
         rlimit limit{};
@@ -367,6 +466,13 @@ TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
     EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1);
     EXPECT_TRUE(std::filesystem::is_symlink(folder_.PathOf("link.csv")));
     EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
+    std::filesystem::rename(folder_.PathOf("target.csv"), folder_.PathOf("kept.csv"));
+    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1) << "a link to nothing yet";
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
+    std::filesystem::remove(folder_.PathOf("kept.csv"));
+    std::filesystem::create_symlink("loop", folder_.PathOf("loop"));
+    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "loop"), -1);
+    EXPECT_TRUE(std::filesystem::remove(folder_.PathOf("loop")));
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> open(
         std::fopen(folder_.PathOf("target.csv").c_str(), "r+"), &std::fclose);
     std::string path = "/proc/self/fd/" + std::to_string(::fileno(open.get())), table;
@@ -512,6 +618,7 @@ public:
                             std::string /*folder*/) override {
         if (way_ == "throws") throw std::runtime_error("its own words");
         if (way_ == "anything") throw 42;
+        if (way_ == "none") return rows ? -2 : 0;
         if (way_ == "takes") rows.reset();
         return way_ == "takes" ? 0 : -2;
     }
@@ -531,13 +638,15 @@ TEST_F(EngineFilesTest, AnExporterThatFailsLeavesTheEngineUsable) {
         {"throws",
          "K error[number=-2147467259 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
         {"anything", "K error[number=-2147467259 description="},
-        {"takes", "K file[file=x(file)]"}};
+        {"takes", "K file[file=x(file)]"},
+        {"none", "K file[file=x(file)]"}};
     for (const auto& [way, entry] : cases) {
         std::string xml;
-        EXPECT_TRUE(engine.RunFunction(
-            test::Request("public.getdatatoexportfile",
-                          {{"sql", "select id, Name from t"}, {"filename", "x"}, {"exporttype", way}}),
-            xml));
+        const char* const sql =
+            std::string_view(way) == "none" ? "select 1 as a; select 2 as b" : "select id, Name from t";
+        EXPECT_TRUE(engine.RunFunction(test::Request("public.getdatatoexportfile",
+                                                     {{"sql", sql}, {"filename", "x"}, {"exporttype", way}}),
+                                       xml));
         EXPECT_THAT(Entries(xml), ElementsAre(StartsWith(entry))) << way;
         EXPECT_TRUE(engine.RunFunction(test::Request("public.getdata", {{"sql", "select 1 as a"}}), xml));
         EXPECT_THAT(Entries(xml), ElementsAre("K data[a=integer|a=1]"));

@@ -252,7 +252,7 @@ bool ZorbFunctionResult::AddFunctionResult_ExportFile(std::string_view guid, ado
     return Succeeds(impl_->errors, [&] {
         impl_->AppendFile(guid, fileName, dataFolder,
                           [&](const ResultEntry& /*entry*/, const std::string& folder) {
-                              if (!recordset || !exporter) {
+                              if (!exporter) {
                                   platform::RaiseRunTimeError(platform::RunTimeError::ObjectNotSet);
                               }
                               std::string file(fileName);
