@@ -24,7 +24,8 @@ constexpr int kRows = 100'000;
 constexpr std::int64_t kFileSize = std::int64_t{256} << 20;
 
 void Run(sqlite3* database, const std::string& sql) {
-    Require(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK, sql);
+    Require(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK,
+            sql + ": " + sqlite3_errmsg(database));
 }
 
 std::string Call(std::string_view function, std::string_view params) {
@@ -109,7 +110,7 @@ void DeleteByEngine(benchmark::State& state) {
 
 /// Two tables, one empty, one of ten million rows.
 struct FewAndMany {
-    SampleTable table{1};
+    SampleTable table{2};  // a file of its own: the number of rows is in its name
     FewAndMany() {
         const SampleTable::Database database = table.Open();
         Run(database.get(),
