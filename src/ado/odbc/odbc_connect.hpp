@@ -19,7 +19,7 @@ public:
     /// The names under which drivers are installed.
     std::vector<std::string> Drivers() const;
     /// Opens a session and ends this object's use. connectionString is in the driver manager's form, secrets
-    /// are the parts of it that no message may show, source is that of its errors.
+    /// is what no message may show of it, source is that of its errors.
     std::shared_ptr<OdbcSession> Connect(const std::string& connectionString, std::string_view source,
                                          std::int32_t connectionTimeout,
                                          const std::vector<std::string>& secrets,

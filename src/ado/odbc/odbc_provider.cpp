@@ -16,17 +16,17 @@
 namespace halvtiv::ado {
 namespace {
 
-bool Contains(std::string_view text, std::string_view lowerCasePart) {
-    return platform::ToLower(text).find(lowerCasePart) != std::string::npos;
+bool Contains(std::string_view text, std::string_view lowerCaseWord) {
+    return platform::ToLower(text).find(lowerCaseWord) != std::string::npos;
 }
 
-// The first of the installed drivers whose name contains one of the parts, the parts in their order; of
+// The first of the installed drivers whose name contains one of the words, the words in their order; of
 // several the one with the last name, whose version is the newest.
 std::string RequireDriver(const OdbcEnvironment& environment,
-                          std::initializer_list<std::string_view> lowerCaseParts) {
+                          std::initializer_list<std::string_view> lowerCaseWords) {
     auto drivers = environment.Drivers();
     std::sort(drivers.rbegin(), drivers.rend());
-    for (const auto part : lowerCaseParts) {
+    for (const auto part : lowerCaseWords) {
         for (const auto& driver : drivers) {
             if (Contains(driver, part)) return driver;
         }
