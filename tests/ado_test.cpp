@@ -182,30 +182,6 @@ TEST_F(AdoTest, LongValuesAreReadInPieces) {
     EXPECT_EQ(field->GetChunk(3), (Bytes{1}));
 }
 
-TEST_F(AdoTest, ABatchRunsEachStatementOnceAndInOrder) {
-    Run("create table t (n)");
-    std::int32_t affected = 0;
-    auto recordset = connection_->Execute(
-        "insert into t values (1), (2); -- a comment\n;; select n from t; "
-        "insert into t values (3); select count(*) from t /* end */",
-        &affected);
-    EXPECT_EQ(recordset->State(), adStateClosed);
-    EXPECT_EQ(affected, 2);
-    EXPECT_EQ(Scalar("select count(*) from t"), "2");
-    auto rows = recordset->NextRecordset();
-    EXPECT_EQ(rows->State(), adStateOpen);
-    rows = rows->NextRecordset();
-    EXPECT_EQ(rows->State(), adStateClosed);
-    rows = rows->NextRecordset();
-    EXPECT_EQ(rows->Fields().Item(0)->Value().Text(), "3");
-    EXPECT_EQ(rows->NextRecordset(), nullptr);
-    EXPECT_EQ(rows->State(), adStateClosed);
-    EXPECT_EQ(Scalar("select count(*) from t"), "3");
-
-    EXPECT_EQ(connection_->Execute(" -- nothing\n")->State(), adStateClosed);
-    EXPECT_EQ(NumberOf([&] { connection_->Execute(std::string_view("select 1\0", 9)); }), -2147217900);
-}
-
 TEST_F(AdoTest, WhatIsLeftOfABatchRunsAtCloseOrAtRelease) {
     Run("create table t (n unique)");
     connection_->Execute("select 1; insert into t values (1); insert into t values (2)")->Close();
@@ -233,28 +209,6 @@ TEST_F(AdoTest, WhatIsLeftOfABatchRunsAtCloseOrAtRelease) {
     EXPECT_EQ(Scalar("select count(*) from t"), "6");
     field.reset();
     EXPECT_EQ(Scalar("select count(*) from t"), "7");
-}
-
-TEST_F(AdoTest, SeveralRecordsetsAreOpenAtOnce) {
-    const auto* sql = "select 1 n union all select 2";
-    const auto first = Query(sql);
-    const auto second = Query(sql);
-    first->MoveNext();
-    EXPECT_EQ(first->Fields().Item(0)->Value().Text(), "2");
-    EXPECT_EQ(second->Fields().Item(0)->Value().Text(), "1");
-    first->MoveNext();
-    EXPECT_TRUE(first->IsEOF());
-    EXPECT_FALSE(first->IsBOF());
-    EXPECT_EQ(NumberOf([&] { first->MoveNext(); }), -2146825267);
-    EXPECT_EQ(NumberOf([&] { first->Fields().Item(0)->Value(); }), -2146825267);
-    EXPECT_EQ(NumberOf([&] { first->MoveFirst(); }), -2146825037);
-    second->MoveFirst();
-    EXPECT_EQ(NumberOf([&] { second->Fields().Item(1); }), -2146825023);
-    EXPECT_EQ(NumberOf([&] { second->Fields().Item(-1); }), -2146825023);
-    EXPECT_EQ(NumberOf([&] { second->Fields().Item("m"); }), -2146825023);
-    const auto none = Query("select 1 where 0", adOpenDynamic);
-    EXPECT_TRUE(none->IsBOF() && none->IsEOF());
-    EXPECT_EQ(NumberOf([&] { none->MoveFirst(); }), -2146825267);
 }
 
 TEST_F(AdoTest, ADynamicCursorGoesBackWithoutRunningTheStatementAgain) {
@@ -317,46 +271,6 @@ TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
     EXPECT_FALSE(spool.Next());
 }
 
-TEST_F(AdoTest, TransactionsNest) {
-    Run("create table t (n)");
-    EXPECT_EQ(connection_->BeginTrans(), 1);
-    Run("insert into t values (1)");
-    EXPECT_EQ(connection_->BeginTrans(), 2);
-    Run("insert into t values (2)");
-    connection_->RollbackTrans();
-    EXPECT_EQ(connection_->BeginTrans(), 2);
-    Run("insert into t values (3)");
-    connection_->CommitTrans();
-    connection_->CommitTrans();
-    EXPECT_EQ(Scalar("select group_concat(n) from t"), "1,3");
-    EXPECT_EQ(NumberOf([&] { connection_->CommitTrans(); }), -2147168242);
-    EXPECT_EQ(NumberOf([&] { connection_->RollbackTrans(); }), -2147168242);
-
-    // Inside a transaction of the caller's own SQL a level is a savepoint of that transaction.
-    Run("begin");
-    Run("insert into t values (4)");
-    EXPECT_EQ(connection_->BeginTrans(), 1);
-    Run("insert into t values (5)");
-    connection_->RollbackTrans();
-    Run("commit");
-    EXPECT_EQ(Scalar("select group_concat(n) from t"), "1,3,4");
-
-    // The caller's SQL ends what BeginTrans has begun.
-    connection_->BeginTrans();
-    Run("commit");
-    EXPECT_EQ(NumberOf([&] { connection_->CommitTrans(); }), -2147168242);
-    connection_->BeginTrans();
-    connection_->BeginTrans();
-    Run("rollback");
-    connection_->RollbackTrans();
-    connection_->RollbackTrans();
-    EXPECT_EQ(connection_->BeginTrans(), 1);
-    Run("insert into t values (6)");
-    connection_->Close();
-    connection_ = OpenFile("data.db");
-    EXPECT_EQ(Scalar("select max(n) from t"), "4");
-}
-
 TEST_F(AdoTest, ANestedCommitThatFailsTakesItsOwnRowsAlone) {
     Run("create table t(i integer)");
     connection_->BeginTrans();
@@ -370,19 +284,6 @@ TEST_F(AdoTest, ANestedCommitThatFailsTakesItsOwnRowsAlone) {
     EXPECT_EQ(Scalar("select group_concat(i) from t"), "1");
 }
 
-TEST_F(AdoTest, AFailedCommitLeavesNoTransaction) {
-    Run("create table p (id integer primary key)");
-    Run("create table c (p references p deferrable initially deferred)");
-    connection_->BeginTrans();
-    Run("insert into c values (7)");
-    const auto error = ErrorOf([&] { connection_->CommitTrans(); });
-    EXPECT_EQ(error.Number, -2147217873);
-    EXPECT_EQ(error.Description, "FOREIGN KEY constraint failed");
-    EXPECT_EQ(connection_->BeginTrans(), 1);
-    connection_->RollbackTrans();
-    EXPECT_EQ(Scalar("select count(*) from c"), "0");
-}
-
 TEST_F(AdoTest, ALockedDatabaseIsAwaitedForAsLongAsSaid) {
     const auto other = OpenFile("data.db", ";Busy Timeout=30");
     connection_->BeginTrans();
@@ -391,44 +292,6 @@ TEST_F(AdoTest, ALockedDatabaseIsAwaitedForAsLongAsSaid) {
     EXPECT_EQ(error.Description, "database is locked");
     connection_->CommitTrans();
     EXPECT_EQ(other->BeginTrans(), 1);
-}
-
-TEST_F(AdoTest, ACommandEndsAtItsTimeOut) {
-    const auto* endless =
-        "with recursive r(n) as (select 1 union all select n + 1 from r) select count(*) from r";
-    connection_->CommandTimeout(1);
-    const auto start = std::chrono::steady_clock::now();
-    const auto error = ErrorOf([&] { Query(endless); });
-    EXPECT_EQ(error.Number, -2147217871);
-    EXPECT_EQ(error.Description, "Query timeout expired.");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-    EXPECT_EQ(Scalar("select 1"), "1");
-}
-
-TEST_F(AdoTest, ErrorsHaveTheirNumbers) {
-    EXPECT_EQ(NumberOf([&] { Query("select * from nowhere"); }), -2147217865);
-    EXPECT_EQ(NumberOf([&] { Query("selec 1"); }), -2147217900);
-    EXPECT_EQ(ErrorOf([&] { Query("selec 1"); }).Description, "near \"selec\": syntax error");
-
-    Recordset recordset;
-    EXPECT_EQ(recordset.State(), adStateClosed);
-    EXPECT_EQ(recordset.NextRecordset(), nullptr);
-    EXPECT_EQ(NumberOf([&] { recordset.IsEOF(); }), -2146824584);
-    EXPECT_EQ(NumberOf([&] { recordset.Open("select 1", nullptr, 0, 1); }), -2146824579);
-    recordset.Open("select 1", connection_, 0, 1);
-    EXPECT_EQ(NumberOf([&] { recordset.Open("select 1", connection_, 0, 1); }), -2146824583);
-    EXPECT_EQ(NumberOf([&] { RecordsetState::Of(nullptr); }), 91);
-
-    const auto field = recordset.Fields().Item(0);
-    connection_->Close();
-    EXPECT_EQ(recordset.State(), adStateClosed);
-    EXPECT_EQ(NumberOf([&] { field->Value(); }), -2146824579);
-    EXPECT_EQ(NumberOf([&] { recordset.MoveNext(); }), -2146824579);
-    recordset.Close();
-    EXPECT_EQ(NumberOf([&] { connection_->Close(); }), -2146824584);
-    EXPECT_EQ(NumberOf([&] { connection_->Execute("select 1"); }), -2146824584);
-    EXPECT_EQ(NumberOf([&] { connection_->BeginTrans(); }), -2146824584);
-    EXPECT_EQ(NumberOf([&] { Query("select 1"); }), -2146824579);
 }
 
 TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
@@ -454,20 +317,6 @@ TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     const auto readOnly = OpenFile("data.db", ";Read Only=1");
     EXPECT_EQ(ErrorOf([&] { readOnly->Execute("create table x (n)"); }).Description,
               "attempt to write a readonly database");
-}
-
-TEST_F(AdoTest, AStatementIsRightAfterTheSchemaHasChanged) {
-    Run("create table t (a integer)");
-    Run("insert into t values (1)");
-    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
-    Run("alter table t add column b text default 'x'");
-    EXPECT_EQ(Query("select * from t")->Fields().Item("b")->Value().Text(), "x");
-    Run("drop table t");
-    EXPECT_EQ(NumberOf([&] { Query("select * from t"); }), -2147217865);
-    Run("create table t (c real, d date)");
-    EXPECT_EQ(Query("select * from t")->Fields().Item(1)->Name(), "d");
-    EXPECT_EQ(Query("select * from t")->Fields().Item(1)->Type(), 133);
-    for (int i = 0; i < 200; ++i) EXPECT_EQ(Scalar("select " + std::to_string(i)), std::to_string(i));
 }
 
 TEST(TableName, OnlyABareNameIsATable) {

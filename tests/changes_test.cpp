@@ -138,29 +138,6 @@ TEST_F(ChangesTest, AnEmptyValueIsLeftOutOfANewRowAndEmptiesAnOldOne) {
     }
 }
 
-TEST_F(ChangesTest, OnlyAnAdditionExplainsADuplicate) {
-    Sql("create table t (id integer primary key, a text unique check (a <> 'unique'))");
-    EXPECT_EQ(Add({{"a", "x"}}), "1");
-    const std::string plain = std::string("-2147217873 ") + kCore;
-    const std::string explained =
-        plain + "The field you input that required unique has already been existed.";
-    EXPECT_EQ(Add({{"a", "x"}}), explained);
-    EXPECT_EQ(Run("updatedataex", {{"sql", "select * from t where id = 9"}}, {{"a", "x"}}), explained);
-    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "select * from t where id = 9"}, {"col", "a"}}, {{"a", "x"}}),
-              explained);
-    EXPECT_THAT(Add({{"a", "unique"}}), HasSubstr(plain + "CHECK constraint failed"));
-    EXPECT_EQ(Add({{"id", "2"}, {"a", "y"}}), "1");
-    for (const char* function : {"updatedata", "updatedataex"}) {
-        EXPECT_EQ(Run(function, {{"sql", "select * from t where id = 2"}}, {{"a", "x"}}),
-                  plain + "UNIQUE constraint failed: t.a");
-    }
-    // Rows before the failing one stay changed, and no transaction stays open.
-    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t order by id"}}, {{"a", "z"}}),
-              plain + "UNIQUE constraint failed: t.a");
-    EXPECT_EQ(test::ErrorOf([&] { engine_.GetDatabaseConnection()->CommitTrans(); }).Number, -2147168242);
-    EXPECT_EQ(Value("select a from t order by id"), "z|y");
-}
-
 TEST_F(ChangesTest, AdditionKeepsToTheColumnsType) {
     struct Case {
         const char* type;

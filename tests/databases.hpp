@@ -4,9 +4,12 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <halvtiv/halvtiv.hpp>
@@ -15,100 +18,113 @@
 
 namespace halvtiv::test {
 
+/// What not every database can do. Each has its row in the table of docs/databases.md.
+enum class Can {
+    ExplainDuplicates,
+    GoOnAfterFailure,
+    CheckAtCommit,
+    UndoDefinitions,
+    NestInSqlTransaction,
+    ChangeWithoutKey,
+    ChangeJoins,
+    KeepLargeDecimals,
+    KeepEmptyBytes,
+    KeepNulInText,
+    StopStatements
+};
+
+struct Capability {
+    Can can;
+    const char* name;  ///< as the table has it
+};
+
+inline const std::vector<Capability>& Capabilities() {
+    static const std::vector<Capability> all{
+        {Can::ExplainDuplicates, "A duplicate key is explained to the person at the keyboard"},
+        {Can::GoOnAfterFailure, "A transaction goes on after a statement that has failed"},
+        {Can::CheckAtCommit, "A constraint can wait for the commit"},
+        {Can::UndoDefinitions, "CREATE, ALTER and DROP are undone with their transaction"},
+        {Can::NestInSqlTransaction, "`BeginTrans` nests in a transaction that SQL has begun"},
+        {Can::ChangeWithoutKey, "Rows of a table without a key can be changed"},
+        {Can::ChangeJoins, "Rows of a join can be changed"},
+        {Can::KeepLargeDecimals, "Decimals keep all their digits"},
+        {Can::KeepEmptyBytes, "Bytes of length 0 are not null"},
+        {Can::KeepNulInText, "A text may hold a NUL"},
+        {Can::StopStatements, "A running statement can be stopped, by time-out and by `Cancel`"}};
+    return all;
+}
+
 /// What a database calls things, and where it is unlike the others.
 struct DatabaseTraits {
     std::string name;
+    std::string column;  ///< of the table in docs/databases.md
+    std::string source;  ///< of its errors
     /// The variable of the environment that holds a server's connection string; "" for a file.
     std::string variable;
 
-    std::string bigInteger, decimal, text, bytes, timestamp, guid, boolean;  ///< types
-    /// The most digits that a decimal keeps; SQLite makes a double of it.
-    std::string largestDecimal;
-    /// What stands behind "create table t (id ...": a number that the database gives by itself.
-    std::string key;
-    std::string manyNumbers;  ///< rows of one column n, from 1 to %
-    std::string endless;      ///< a query that does not end by itself
+    // A place of the test's own, "%" being its name, or a file's path.
+    std::string make, drop, connect;
 
-    /// A failed statement leaves a transaction that can only be rolled back.
-    bool failureSpoilsTransaction = false;
-    /// The error of a duplicate key contains "UNIQUE", which is translated for the person at the keyboard.
-    bool saysUnique = false;
+    std::string bigInteger, decimal, text, longText, bytes, timestamp, guid, boolean;  ///< types
+    std::string key;                  ///< of a number that the database gives by itself
+    std::vector<std::string> tables;  ///< with columns a, b, c and keys of kinds that others lack
+    std::string manyNumbers;          ///< rows of one column n, from 1 to %
+    std::string endless;              ///< a query that does not end by itself; "" where there is none
+    std::string largestDecimal;       ///< of ten digits behind the point, where it keeps so many
+
+    std::map<Can, const char*> cannot;  ///< and why
+
+    bool Has(Can can) const { return !cannot.contains(can); }
 };
 
-inline const DatabaseTraits& Sqlite() {
-    static const DatabaseTraits traits{
-        "SQLite",
-        "",
-        "bigint",
-        "decimal(40,10)",
-        "text",
-        "blob",
-        "timestamp",
-        "guid",
-        "boolean",
-        "99999999999.999",
-        "integer primary key",
-        "(with recursive r(n) as (select 1 union all select n + 1 from r where n < %) select n from r)",
-        "with recursive r(n) as (select 1 union all select n + 1 from r) select count(*) from r",
-        false,
-        true};
-    return traits;
+inline void PrintTo(const DatabaseTraits* traits, std::ostream* out) {
+    *out << traits->name;
+    for (const auto& [can, why] : traits->cannot) *out << "\n  " << why;
 }
 
-inline const DatabaseTraits& Postgresql() {
-    static const DatabaseTraits traits{"PostgreSQL",
-                                       "HALVTIV_TEST_POSTGRESQL",
-                                       "bigint",
-                                       "numeric",
-                                       "text",
-                                       "bytea",
-                                       "timestamp",
-                                       "uuid",
-                                       "boolean",
-                                       "9999999999999999999999999999999999999999.9999999999",
-                                       "integer generated by default as identity primary key",
-                                       "(select generate_series(1, %) n)",
-                                       "select pg_sleep(60)",
-                                       true,
-                                       false};
-    return traits;
+const DatabaseTraits& Sqlite();
+const DatabaseTraits& Postgresql();
+const DatabaseTraits& MariaDb();
+const DatabaseTraits& SqliteOdbc();
+const DatabaseTraits& PostgresqlOdbc();
+
+inline std::vector<const DatabaseTraits*> Databases() {
+    return {&Sqlite(), &Postgresql(), &MariaDb(), &SqliteOdbc(), &PostgresqlOdbc()};
+}
+inline std::string DatabaseName(const testing::TestParamInfo<const DatabaseTraits*>& info) {
+    return info.param->name;
+}
+
+/// What comes of a call of a built-in function, "public." left out, whose items are its "data" block: the
+/// returned number, or the error's number and words.
+struct Item {
+    const char* name;
+    std::string value;
+    std::int32_t type = 0;
+};
+std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Params params,
+                    const std::vector<Item>* items = nullptr);
+
+/// The rows from the current one on, "a b|c d", null as "null".
+std::string RestOf(const ado::RecordsetPtr& rows);
+
+inline std::int32_t NumberOf(const std::function<void()>& action) {
+    return ErrorOf(action).Number;
 }
 
 /// A connection to an empty database of the test's own.
 class DatabaseFixture {
 public:
     /// Skips the running test, with the reason, where the database is not there.
-    void Open(const DatabaseTraits& traits) {
-        traits_ = &traits;
-        const char* server = traits.variable.empty() ? nullptr : ::getenv(traits.variable.c_str());
-        if (traits.variable.empty()) {
-            folder_ = std::make_unique<TemporaryFolder>();
-            string_ = "Provider=SQLite;Create=1;Data Source=" + folder_->PathOf("data.db");
-        } else if (server == nullptr) {
-            GTEST_SKIP() << "NOT TESTED ON " << traits.name << ": " << traits.variable
-                         << " is not set; run the tests through scripts/test-servers";
-        } else {
-            schema_ = "test_" + std::to_string(::getpid());
-            admin_ = std::make_shared<ado::Connection>();
-            admin_->Open(server);
-            DropSchema();
-            admin_->Execute("create schema " + schema_);
-            string_ = std::string(server) + ";options=-c search_path=" + schema_;
-        }
-        connection = Connect();
-    }
-    void Close() {
-        connection.reset();
-        if (admin_) DropSchema();
-        admin_.reset();
-        folder_.reset();
-    }
+    void Open(const DatabaseTraits& traits);
+    void Close();
 
     const DatabaseTraits& Traits() const { return *traits_; }
+    bool Has(Can can) const { return traits_->Has(can); }
     const std::string& ConnectionString() const { return string_; }
-    ado::ConnectionPtr Connect(const std::string& more = {}) const {
+    ado::ConnectionPtr Connect() const {
         auto opened = std::make_shared<ado::Connection>();
-        opened->Open(string_ + more);
+        opened->Open(string_);
         return opened;
     }
     void Run(std::string_view sql) const {
@@ -128,14 +144,7 @@ public:
         const auto rows = Query(sql);
         return rows->IsEOF() ? "(no row)" : rows->Fields().Item(0)->Value().Text();
     }
-    /// A query's numbers, joined by ",".
-    std::string List(std::string_view sql) const {
-        std::string all;
-        for (const auto rows = Query(sql); !rows->IsEOF(); rows->MoveNext()) {
-            all += (all.empty() ? "" : ",") + rows->Fields().Item(0)->Value().Text();
-        }
-        return all;
-    }
+    std::string Rows(std::string_view sql) const { return RestOf(Query(sql)); }
     /// The rows 1 to count as a FROM item.
     std::string Numbers(int count) const {
         auto text = traits_->manyNumbers;
@@ -145,12 +154,10 @@ public:
     ado::ConnectionPtr connection;
 
 private:
-    void DropSchema() { admin_->Execute("drop schema if exists " + schema_ + " cascade"); }
-
     const DatabaseTraits* traits_ = nullptr;
     std::string string_;
     std::unique_ptr<TemporaryFolder> folder_;
-    std::string schema_;
+    std::string place_;
     ado::ConnectionPtr admin_;
 };
 
@@ -162,8 +169,25 @@ protected:
     void TearDown() override { Close(); }
 };
 
-inline std::string DatabaseName(const testing::TestParamInfo<const DatabaseTraits*>& info) {
-    return info.param->name;
-}
+/// The same with an engine beside the connection.
+class EveryDatabasesEngine : public EveryDatabase {
+protected:
+    void SetUp() override {
+        EveryDatabase::SetUp();
+        if (IsSkipped()) return;
+        ASSERT_NE(engine.SetDatabaseConnectionString(ConnectionString()), nullptr) << engine.GetLastError();
+    }
+    void TearDown() override {
+        engine.DisConnect();
+        EveryDatabase::TearDown();
+    }
+    std::string Call(std::string_view function, Params params) { return Outcome(engine, function, params); }
+    std::string Call(std::string_view function, Params params, const std::vector<Item>& items) {
+        return Outcome(engine, function, params, &items);
+    }
+
+    ZorbDbAccessEngine engine;
+    TemporaryFolder folder;
+};
 
 }  // namespace halvtiv::test

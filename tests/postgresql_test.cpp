@@ -316,9 +316,9 @@ TEST_F(PostgresqlTest, RowsOfEveryKindOfTableAreChanged) {
             }
         }
         rows->Close();
-        EXPECT_EQ(List("select " + column + " from " + name + " order by 1"), "100,102");
+        EXPECT_EQ(Rows("select " + column + " from " + name + " order by 1"), "100|102");
     }
-    EXPECT_EQ(List("select j from plain"), "[1],[1]");
+    EXPECT_EQ(Rows("select j from plain"), "[1]|[1]");
 
     Run("create table made (id integer generated always as identity primary key, n integer, twice integer "
         "generated always as (2 * n) stored)");

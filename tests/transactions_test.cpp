@@ -226,71 +226,6 @@ protected:
     ZorbDbAccessEngine engine_;
 };
 
-TEST_F(TransactionTest, AllCallsAreDoneAndTheirResultsMerged) {
-    EXPECT_TRUE(Run(Add("1", "1") + Call("2", "insert into t values (2); select 5 x; select a from t") +
-                    "<function name='all'/>" + Call("2", "select 1 y", "Public.GetData")))
-        << engine_.GetLastError();
-    EXPECT_EQ(engine_.GetLastError(), "");
-    EXPECT_THAT(Entries(xml_),
-                ElementsAre("1 info[return=1]", "2.1 data[x=integer|x=5]", "2 data[a=integer|a=1|a=2]",
-                            " data[a=integer|a=1|a=2]", "2 data[y=integer|y=1]"));
-    EXPECT_EQ(Rows(), "1 2");
-    EXPECT_TRUE(Run("")) << "a transaction without calls";
-    EXPECT_EQ(xml_, "<result guid=\"T\" name=\"N\"/>");
-}
-
-TEST_F(TransactionTest, TheFirstFailureUndoesEverythingAndIsAllThatIsReturned) {
-    const std::string first = Add("1", "1");
-    const std::string third = Add("3", "3");
-    struct Case {
-        std::string second;
-        std::string error;
-        std::vector<std::string> entries;
-    };
-    const Case cases[] = {
-        {Add("2", "1"), "(ERR#: -2147217873)", {"2 error[number=-2147217873 "}},
-        {Call("2", "insert into t values (2); select 7 x; insert into nope values (1)"),
-         "no such table: nope(ERR#: -2147217865)",
-         {"2.1 data[x=integer|x=7]", "2 error[number=-2147217865 "}},
-        {Call("2", "begin"), "within a transaction(ERR#: -2147217900)", {"2 error["}},
-        {Call("2", ""), "sql parameter missed.(ERR#: -1)", {"2 error[number=-1 "}},
-        {Call("2", "", "public.nothing"), "Function not found - public.nothing.(ERR#: -1)", {}},
-        {Add("2", "two"), "(ERR#: -1)", {}},
-    };
-    for (const auto& [second, error, entries] : cases) {
-        EXPECT_FALSE(Run(first + second + third)) << second;
-        EXPECT_THAT(engine_.GetLastError(), StartsWith("ZorbDbAccessEngine:"));
-        EXPECT_THAT(engine_.GetLastError(), EndsWith(error));
-        std::vector<std::string> returned = Entries(xml_);
-        ASSERT_EQ(returned.size(), entries.size()) << xml_;
-        for (std::size_t entry = 0; entry < entries.size(); ++entry) {
-            EXPECT_THAT(returned[entry], StartsWith(entries[entry]));
-        }
-        EXPECT_EQ(Rows(), "") << second;
-    }
-    EXPECT_TRUE(Run(first + third)) << "nothing stays behind, " << engine_.GetLastError();
-    EXPECT_EQ(Rows(), "1 3");
-}
-
-TEST_F(TransactionTest, NoCallRunsBehindOneThatEndedTheTransaction) {
-    for (const char* ending : {"commit", "rollback"}) {
-        EXPECT_FALSE(Run(Call("2", ending) + Add("3", "3")));
-        EXPECT_THAT(engine_.GetLastError(), HasSubstr("The transaction was ended by one of its calls."));
-        EXPECT_EQ(Rows(), "");
-    }
-}
-
-TEST_F(TransactionTest, ACommitThatFailsLeavesItsReason) {
-    EXPECT_TRUE(Run(Add("1", "1") + Call("2", "insert into child values (9)")));
-    EXPECT_THAT(engine_.GetLastError(),
-                StartsWith("ZorbDbAccessEngine:clsZorbTivCore:FOREIGN KEY constraint failed(ERR#: "));
-    EXPECT_THAT(Entries(xml_), ElementsAre("1 info[return=1]", "2 info[return=1]"));
-    EXPECT_EQ(Rows(), "");
-    EXPECT_TRUE(Run(Add("1", "9") + Call("2", "insert into child values (9)")));
-    EXPECT_EQ(engine_.GetLastError(), "");
-    EXPECT_EQ(Rows(), "9");
-}
-
 TEST_F(TransactionTest, WhatCannotBeginRunsNothing) {
     auto writer = test::MakeDatabase(path_, "begin immediate");
     EXPECT_FALSE(Run(Add("1", "1")));
@@ -304,19 +239,6 @@ TEST_F(TransactionTest, WhatCannotBeginRunsNothing) {
     EXPECT_EQ(engine_.GetLastError(),
               "ZorbDbAccessEngine:ZorbTransactionCall:Failed to load Xml Transaction.(ERR#: -1)");
     EXPECT_EQ(Rows(), "");
-}
-
-TEST_F(TransactionTest, WithinACallersTransactionItNests) {
-    const ado::ConnectionPtr connection = engine_.GetDatabaseConnection();
-    connection->Execute("begin; insert into t values (100)");
-    EXPECT_TRUE(Run(Add("1", "1"))) << engine_.GetLastError();
-    EXPECT_FALSE(Run(Add("2", "2") + Add("3", "1")));
-    connection->Execute("commit");
-    EXPECT_EQ(Rows(), "1 100") << "only its own part is undone";
-    connection->BeginTrans();
-    EXPECT_TRUE(Run(Add("4", "4")));
-    connection->RollbackTrans();
-    EXPECT_EQ(Rows(), "1 100");
 }
 
 TEST_F(TransactionTest, ALostConnectionIsReestablishedBeforeNotWithin) {
@@ -363,58 +285,6 @@ TEST_F(TransactionTest, ACallThatLosesItsTransactionsConnectionFails) {
     EXPECT_FALSE(engine.core.IsConnectionOK());
     EXPECT_TRUE(ExecuteBuiltInFunction(engine, call, result)) << engine.errors.GetErrorMsg();
     EXPECT_EQ(Rows(), "1");
-}
-
-TEST_F(TransactionTest, SimpleCallsNeedNoXml) {
-    ZorbColumnDataItems params;
-    params.Add("A", "7");
-    EXPECT_TRUE(engine_.SimpleAddDataItem("add", &params, "  ")) << engine_.GetLastError();
-    params.Item(1)->Value = "8";
-    EXPECT_TRUE(engine_.SimpleUpdateDataItem("add", &params, "<row><col name='x' value='y'/></row>"));
-    params.Item(1)->Value = "9";
-    EXPECT_TRUE(engine_.SimpleDeleteDataItem("add", &params));
-    EXPECT_EQ(Rows(), "7 8 9");
-    EXPECT_EQ(engine_.GetLastError(), "");
-    EXPECT_FALSE(engine_.SimpleAddDataItem("add", &params, ""));
-    EXPECT_THAT(engine_.GetLastError(), EndsWith("UNIQUE constraint failed: t.a(ERR#: -2147217873)"));
-    EXPECT_FALSE(engine_.SimpleUpdateDataItem("add", &params, "<row>"));
-    EXPECT_THAT(engine_.GetLastError(), HasSubstr("Failed to load Xml Data Row."));
-    EXPECT_FALSE(engine_.SimpleDeleteDataItem("add", nullptr));
-    EXPECT_THAT(engine_.GetLastError(), HasSubstr("clsZorbXmlFunctionLibrary:"));
-    EXPECT_FALSE(engine_.SimpleDeleteDataItem("public.executesql", nullptr));
-    EXPECT_THAT(engine_.GetLastError(), EndsWith("Invalid Xml - sql parameter missed.(ERR#: -1)"));
-    EXPECT_FALSE(engine_.SimpleDeleteDataItem("\xFF", nullptr));
-    EXPECT_THAT(engine_.GetLastError(), EndsWith("(ERR#: 5)"));
-}
-
-TEST_F(TransactionTest, SimpleCallsReturnWhatWasReadAsText) {
-    test::MakeDatabase(path_, "insert into t values (7), (8)");
-    std::string text = "all";
-    EXPECT_TRUE(engine_.SimpleGetDataItem(text, nullptr, text, true)) << "one text for both";
-    EXPECT_EQ(text, "<row><col name=\"a\" value=\"7\"/></row>");
-    EXPECT_TRUE(engine_.SimpleGetDataItem("all", nullptr, text, false));
-    EXPECT_THAT(text, testing::AllOf(StartsWith("<data guid="), EndsWith("value=\"8\"/></row></data>")));
-
-    ZorbColumnDataItems params;
-    params.Add("sql", "select a from t where a > 7");
-    EXPECT_TRUE(engine_.SimpleExecuteSQL("public.executesql", &params, &text, true));
-    EXPECT_EQ(text, "<row index=\"1\"><col name=\"a\" value=\"8\"/></row>");
-    EXPECT_TRUE(engine_.SimpleExecuteSQL("public.executesql", &params, &text));
-    EXPECT_THAT(text, HasSubstr("<row index=\"0\">"));
-    params.Item(1)->Value = "delete from t";
-    EXPECT_TRUE(engine_.SimpleExecuteSQL("public.executesql", &params));
-    EXPECT_EQ(Rows(), "");
-    EXPECT_TRUE(engine_.SimpleGetDataItem("all", nullptr, text, false)) << "no row is no failure";
-    EXPECT_EQ(text, "");
-
-    text = "old";
-    params.Item(1)->Value = "select * from nope";
-    EXPECT_FALSE(engine_.SimpleExecuteSQL("public.executesql", &params));
-    EXPECT_FALSE(engine_.SimpleExecuteSQL("public.executesql", &params, &text));
-    EXPECT_EQ(text, "old");
-    EXPECT_FALSE(engine_.SimpleGetDataItem("public.getdata", &params, text, true));
-    EXPECT_EQ(text, "");
-    EXPECT_THAT(engine_.GetLastError(), EndsWith("no such table: nope(ERR#: -2147217865)"));
 }
 
 }  // namespace

@@ -66,60 +66,6 @@ protected:
     ConnectionPtr connection_ = NewConnection();
 };
 
-TEST_F(WritingTest, RowsAreAddedChangedAndDeletedWhateverTheirKey) {
-    for (const char* columns :
-         {"(a integer primary key, b varchar(9), c integer)", "(a integer, b varchar(9), c integer)",
-          "(a integer, b varchar(9), c integer, primary key (b, a))",
-          "(a integer, b varchar(9), c integer, primary key (b, a)) without rowid",
-          "(a integer, b varchar(9) unique not null, c integer)",
-          "(a integer primary key desc, b varchar(9), c integer, rowid text, oid text, _rowid_ text)",
-          "(a integer, b varchar(9) default 'b' primary key, c integer) without rowid",
-          "(c integer, b varchar(9), a integer primary key autoincrement)"}) {
-        SCOPED_TRACE(columns);
-        Run("drop table if exists t");
-        Run("create table t " + std::string(columns));
-        auto rows = Open("t");
-        EXPECT_TRUE(rows->IsEOF());
-        for (const char* key : {"1", "2", "3"}) {
-            rows->AddNew();
-            Assign(rows, "a", key);
-            Assign(rows, "B", std::string("k") + key);
-            EXPECT_EQ(Field(rows, "b")->Value().Text(), std::string("k") + key)
-                << "seen before it is written";
-            rows->Update();
-        }
-        Assign(rows, "c", "30");  // the row just added
-        rows->Update();
-        rows->Close();
-
-        rows = Open("select a, b, c from t order by a");
-        Assign(rows, "a", "10");
-        rows->Update();
-        Assign(rows, "b", "k10");
-        Assign(rows, "c", "-1");
-        rows->Update();
-        rows->MoveNext();
-        rows->Delete();
-        EXPECT_EQ(NumberOf([&] { RowText(rows); }), kNoRecord);
-        EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kNoRecord);
-        rows->MoveNext();
-        Assign(rows, "c", "31");
-        rows->MoveNext();  // writes it
-        EXPECT_TRUE(rows->IsEOF());
-        EXPECT_EQ(NumberOf([&] { Assign(rows, "c", "0"); }), kNoRecord);
-        rows->Close();
-        EXPECT_THAT(Rows("select a, b, c from t order by a"), ElementsAre("3 k3 31", "10 k10 -1"));
-        EXPECT_THAT(Rest(Open("select c from t where b = 'k3'")), ElementsAre("31"))
-            << "the key is not selected";
-        rows = Open("select c from t order by a");
-        Assign(rows, "c", "7");
-        rows->Update();
-        rows->MoveNext();
-        rows->Delete();
-        EXPECT_THAT(Rows("select a, c from t"), ElementsAre("3 7"));
-    }
-}
-
 TEST_F(WritingTest, TheRowsOwnNumberCanBeAssigned) {
     Run("create table t (a text)");
     auto rows = Open("select rowid, a from t");
@@ -176,96 +122,6 @@ TEST_F(WritingTest, WhatIsNoRowOfOneTableIsNotChanged) {
         EXPECT_THAT(Rows("select name from t order by id"), ElementsAre("a", "changed")) << sql;
         Run("update t set name = 'b' where id = 2");
     }
-}
-
-TEST_F(WritingTest, AJoinIsChangedInTheTableWhoseKeyIsSelected) {
-    Run("create table t (code text primary key, name text)");
-    Run("create table u (id " + Type("key") + ", t text, note text)");
-    Run("insert into t values ('c', 'a'), (null, 'nobody')");
-    Run("insert into u values (1, 'c', 'x'), (2, 'none', 'y')");
-    auto rows = Open("select u.id, u.note, t.name from u join t on t.code = u.t");
-    Assign(rows, "note", "changed");
-    rows->Update();
-    Assign(rows, "name", "changed");
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kNotSupported) << "its key is not selected";
-    rows->Close();
-    rows = Open("select u.id, u.note, t.name, t.code from u, t where t.code = u.t");
-    Assign(rows, "name", "A");
-    rows->Update();
-    Assign(rows, "note", "twice");
-    rows->Update();
-    EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kNotSupported);
-    Assign(rows, "name", "B");
-    Assign(rows, "note", "both");
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kNotSupported) << "two tables at once";
-    rows->Close();
-    rows = Open("select u.id, t.name, t.code from u left join t on t.code = u.t order by u.id desc");
-    Assign(rows, "name", "lost");
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kRowChanged) << "there is no such row";
-    rows->Close();
-    EXPECT_THAT(Rows("select * from t order by 2"), ElementsAre("c A", "null nobody"));
-    EXPECT_THAT(Rows("select note from u"), ElementsAre("twice", "y"));
-}
-
-TEST_F(WritingTest, WhatAnotherHasChangedMeanwhileIsNotOverwritten) {
-    Run("create table t (id " + Type("key") + ", a text, d double, n decimal(9,2), m " + Type("long text") +
-        ")");
-    const auto other = NewConnection();
-    struct Case {
-        const char* column;
-        const char* otherSql;
-        std::int32_t number;
-    };
-    for (const Case& expected : {Case{"a", "update t set a = 'other'", kRowChanged},
-                                 {"a", "update t set a = null", kRowChanged},
-                                 {"a", "delete from t", kRowChanged},
-                                 {"a", "update t set id = 5", kRowChanged},
-                                 {"n", "update t set n = 2", kRowChanged},
-                                 {"a", "update t set n = 2", 0},
-                                 {"d", "update t set d = 2", 0},
-                                 {"m", "update t set m = '2'", 0}}) {
-        SCOPED_TRACE(std::string(expected.column) + ": " + expected.otherSql);
-        Run("delete from t");
-        Run("insert into t values (1, 'mine', 1.1, 1, '1')");
-        auto rows = Open("select * from t");
-        Assign(rows, expected.column, "7");
-        other->Execute(expected.otherSql)->NextRecordset();
-        EXPECT_EQ(NumberOf([&] { rows->Update(); }), expected.number);
-        EXPECT_EQ(Field(rows, expected.column)->Value().Text(), "7") << "it stays assigned";
-    }
-    Run("delete from t");
-    Run("insert into t (id, a) values (1, 'x')");
-    auto rows = Open("t");
-    EXPECT_EQ(RowText(rows), "1 x null null null");
-    Assign(rows, "a", "y");
-    other->Execute("delete from t")->NextRecordset();
-    EXPECT_EQ(NumberOf([&] { rows->Delete(); }), kRowChanged);
-}
-
-TEST_F(WritingTest, AViolatedConstraintLeavesTheValuesToBeMended) {
-    Run("create table t (id " + Type("key") + ", a text not null check (a <> 'bad'), b integer unique)");
-    Run("insert into t values (1, 'one', 1)");
-    auto rows = Open("t");
-    rows->AddNew();
-    Assign(rows, "b", "1");
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kConstraint) << "not null";
-    Assign(rows, "a", "bad");
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), kConstraint) << "check";
-    Assign(rows, "a", "good");
-    const ErrorInfo error = ErrorOf([&] { rows->Update(); });
-    EXPECT_EQ(error.Number, kConstraint);
-    EXPECT_EQ(error.Description, "UNIQUE constraint failed: t.b");
-    EXPECT_EQ(Field(rows, "a")->Value().Text(), "good");
-    Assign(rows, "b", "2");
-    rows->Update();
-    rows->MoveFirst();
-    Assign(rows, "b", "2");
-    EXPECT_EQ(NumberOf([&] { rows->MoveNext(); }), kConstraint);
-    EXPECT_EQ(NumberOf([&] { Assign(rows, "b", "x"); }), kWrongType);
-    Assign(rows, "b", "3");
-    rows->Update();
-    rows->Close();
-    EXPECT_THAT(Rows("select * from t order by id"), ElementsAre("1 one 3", "2 good 2"));
 }
 
 TEST_F(WritingTest, DefaultsTriggersAndComputedColumnsKeepTheirPart) {
@@ -365,51 +221,6 @@ TEST_F(WritingTest, TextBecomesAValueOfItsColumnsTypeOrIsRefused) {
             auto rows = Open("t");
             EXPECT_EQ(NumberOf([&] { Assign(rows, "a", text); }), kWrongType) << text;
             rows->Close();
-        }
-    }
-}
-
-TEST_F(WritingTest, GoingBackShowsTheRowsAsTheyAreByNow) {
-    Run("create table t (id " + Type("key") + ", a integer)");
-    Run("insert into t values (1, 10), (2, 20), (3, 30), (4, 40)");
-    auto rows = Open("select * from t order by id");
-    rows->MoveNext();
-    Assign(rows, "a", "21");
-    rows->Update();
-    rows->MoveNext();
-    rows->Delete();
-    rows->MoveFirst();
-    EXPECT_EQ(RowText(rows), "1 10");
-    rows->AddNew();
-    Assign(rows, "a", "50");
-    rows->Update();
-    rows->MoveNext();
-    EXPECT_TRUE(rows->IsEOF());
-    rows->MoveFirst();
-    EXPECT_THAT(Rest(rows), ElementsAre("1 10", "2 21", "4 40", "null 50"));
-    rows->MoveFirst();
-    for (; !rows->IsEOF(); rows->MoveNext()) rows->Delete();
-    EXPECT_EQ(NumberOf([&] { rows->MoveFirst(); }), kNoRecord);
-    EXPECT_TRUE(rows->IsBOF() && rows->IsEOF());
-}
-
-TEST_F(WritingTest, AChangeDoesNotMakeARowComeRoundAgain) {
-    for (const char* index : {"", "create index i on t (a)", "create index i on t (a, b)"}) {
-        for (const char* query :
-             {"select a, b from t where a < 1000 order by a", "select * from t where a > 0",
-              "select a from t order by a desc", "select b, a from t where a in (1, 2, 1001, 1002)"}) {
-            Run("drop table if exists t");
-            Run("create table t (id " + Type("key") + ", a integer, b text)");
-            Run("insert into t (a, b) values (1, 'x'), (2, 'y')");
-            if (*index) Run(index);
-            auto rows = Open(query);
-            for (; !rows->IsEOF(); rows->MoveNext()) {
-                Field(rows, "a")->Value(Variant(*Field(rows, "a")->Value().AsInteger() + 1000));
-                rows->Update();
-            }
-            rows->Close();
-            EXPECT_THAT(Rows("select a, b from t order by a"), ElementsAre("1001 x", "1002 y"))
-                << query << index;
         }
     }
 }
