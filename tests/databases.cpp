@@ -1,6 +1,11 @@
 #include "databases.hpp"
 
 namespace halvtiv::test {
+namespace {
+
+constexpr const char* kNoRowIdentity = "ODBC has no identity of a row but its key.";
+
+}  // namespace
 
 const DatabaseTraits& Sqlite() {
     static const DatabaseTraits traits = [] {
@@ -16,16 +21,17 @@ const DatabaseTraits& Sqlite() {
         t.guid = "guid";
         t.boolean = "boolean";
         t.key = "integer primary key";
-        t.tables = {"(a integer, b varchar(9), c integer, primary key (b, a)) without rowid",
-                    "(a integer primary key desc, b varchar(9), c integer, rowid text, oid text, _rowid_ text)",
-                    "(a integer, b varchar(9) default 'b' primary key, c integer) without rowid",
-                    "(c integer, b varchar(9), a integer primary key autoincrement)"};
+        t.tables = {
+            "(a integer, b varchar(9), c integer, primary key (b, a)) without rowid",
+            "(a integer primary key desc, b varchar(9), c integer, rowid text, oid text, _rowid_ text)",
+            "(a integer, b varchar(9) default 'b' primary key, c integer) without rowid",
+            "(c integer, b varchar(9), a integer primary key autoincrement)"};
         t.manyNumbers =
             "(with recursive r(n) as (select 1 union all select n + 1 from r where n < %) select n from r)";
         t.endless = "with recursive r(n) as (select 1 union all select n + 1 from r) select count(*) from r";
         t.largestDecimal = "99999999999.999";
-        t.cannot = {{Can::KeepLargeDecimals,
-                     "A number with a fraction becomes a double, whose 15 digits are kept."}};
+        t.cannot = {
+            {Can::KeepLargeDecimals, "A number with a fraction becomes a double, whose 15 digits are kept."}};
         return t;
     }();
     return traits;
@@ -74,13 +80,19 @@ const DatabaseTraits& MariaDb() {
         t.longText = "longtext";
         t.bytes = "longblob";
         t.timestamp = "datetime(6)";
-        t.guid = "uuid";
+        t.guid = "char(38)";
         t.boolean = "bit(1)";
         t.key = "bigint auto_increment primary key";
         t.manyNumbers = "(select seq n from seq_1_to_%)";
         t.endless = "select sleep(60)";
         t.largestDecimal = std::string(55, '9') + ".9999999999";
-        t.cannot = {};
+        t.cannot = {
+            {Can::ExplainDuplicates,
+             "The server's message says \"Duplicate entry\", not which constraint it was."},
+            {Can::CheckAtCommit, "The server checks foreign keys with each row."},
+            {Can::UndoDefinitions, "The server commits the transaction first; it has ended then."},
+            {Can::ChangeWithoutKey, kNoRowIdentity},
+            {Can::HaveGuids, "The driver calls a uuid column a text of 36 characters, without braces."}};
         return t;
     }();
     return traits;
@@ -91,9 +103,17 @@ const DatabaseTraits& SqliteOdbc() {
         DatabaseTraits t = Sqlite();
         t.name = "SqliteOdbc";
         t.column = "SQLite through ODBC";
-        t.connect = "Driver=SQLite3;Database=%";
+        t.connect = "Driver=SQLite3;Database=%;FKSupport=1";
         t.tables = {};
         t.endless = "";
+        t.cannot = {
+            {Can::ChangeWithoutKey, kNoRowIdentity},
+            {Can::KnowNewKeys, "The driver does not say which columns number themselves."},
+            {Can::SeeOthersDefinitions, "The driver takes the columns from the schema as it knew it."},
+            {Can::KeepLargeDecimals, t.cannot.at(Can::KeepLargeDecimals)},
+            {Can::KeepDoubles, "The driver gives floating numbers in 15 digits."},
+            {Can::KeepNulInText, "The driver would cut the text there; the change is refused."},
+            {Can::StopStatements, "The driver neither stops a statement nor watches the time."}};
         return t;
     }();
     return traits;
@@ -105,7 +125,11 @@ const DatabaseTraits& PostgresqlOdbc() {
         t.name = "PostgresqlOdbc";
         t.column = "PostgreSQL through ODBC";
         t.variable = "HALVTIV_TEST_POSTGRESQL_ODBC";
-        t.connect = ";ConnSettings=set search_path to %";
+        t.connect = ";BoolsAsChar=0;ConnSettings=set search_path to %";
+        t.cannot = {{Can::ExplainDuplicates, t.cannot.at(Can::ExplainDuplicates)},
+                    {Can::ChangeWithoutKey, kNoRowIdentity},
+                    {Can::KnowNewKeys, "The driver does not say which columns number themselves."},
+                    {Can::KeepNulInText, "The driver would cut the text there; the change is refused."}};
         return t;
     }();
     return traits;

@@ -24,11 +24,13 @@ enum class Can {
     GoOnAfterFailure,
     CheckAtCommit,
     UndoDefinitions,
-    NestInSqlTransaction,
     ChangeWithoutKey,
     ChangeJoins,
+    KnowNewKeys,
+    SeeOthersDefinitions,
     KeepLargeDecimals,
-    KeepEmptyBytes,
+    KeepDoubles,
+    HaveGuids,
     KeepNulInText,
     StopStatements
 };
@@ -44,11 +46,13 @@ inline const std::vector<Capability>& Capabilities() {
         {Can::GoOnAfterFailure, "A transaction goes on after a statement that has failed"},
         {Can::CheckAtCommit, "A constraint can wait for the commit"},
         {Can::UndoDefinitions, "CREATE, ALTER and DROP are undone with their transaction"},
-        {Can::NestInSqlTransaction, "`BeginTrans` nests in a transaction that SQL has begun"},
         {Can::ChangeWithoutKey, "Rows of a table without a key can be changed"},
         {Can::ChangeJoins, "Rows of a join can be changed"},
+        {Can::KnowNewKeys, "A new row whose key the database has given can be changed at once"},
+        {Can::SeeOthersDefinitions, "A column that somebody else has just added is read"},
         {Can::KeepLargeDecimals, "Decimals keep all their digits"},
-        {Can::KeepEmptyBytes, "Bytes of length 0 are not null"},
+        {Can::KeepDoubles, "Floating numbers keep all their digits"},
+        {Can::HaveGuids, "GUIDs are a type of their own"},
         {Can::KeepNulInText, "A text may hold a NUL"},
         {Can::StopStatements, "A running statement can be stopped, by time-out and by `Cancel`"}};
     return all;

@@ -41,7 +41,8 @@ TEST_P(EveryDatabase, RowsAreAddedChangedAndDeletedWhateverTheirKey) {
             rows->AddNew();
             Assign(rows, "a", key);
             Assign(rows, "B", (std::string("k") + key).c_str());
-            EXPECT_EQ(rows->Fields().Item("b")->Value().Text(), std::string("k") + key) << "before it is written";
+            EXPECT_EQ(rows->Fields().Item("b")->Value().Text(), std::string("k") + key)
+                << "before it is written";
             rows->Update();
         }
         rows->Close();
@@ -85,7 +86,8 @@ TEST_P(EveryDatabase, AnAddedRowIsFoundByTheKeyThatTheDatabaseGaveIt) {
         added->Update();
     }
     Assign(added, "name", "changed");
-    added->Update();
+    EXPECT_EQ(Updated(added), Has(Can::KnowNewKeys) ? 0 : kRowChanged);
+    if (!Has(Can::KnowNewKeys)) return;
     EXPECT_EQ(Rows("select name from t order by id"), "first|changed");
     added->Delete();
     added->Close();
@@ -196,7 +198,8 @@ TEST_P(EveryDatabase, WhatAnotherHasChangedMeanwhileIsNotOverwritten) {
 }
 
 TEST_P(EveryDatabase, AViolatedConstraintLeavesTheValuesToBeMended) {
-    Run("create table t (id " + Traits().key + ", a varchar(9) not null check (a <> 'bad'), b integer unique)");
+    Run("create table t (id " + Traits().key +
+        ", a varchar(9) not null check (a <> 'bad'), b integer unique)");
     Run("insert into t values (1, 'one', 1)");
     const auto rows = Change("t");
     rows->AddNew();
@@ -329,7 +332,8 @@ TEST_P(EveryDatabasesEngine, AdditionKeepsToTheColumnsType) {
                                  {"f", {"1.5", " .25"}, "1.75"},
                                  {"s", {"ab", "cd", "1"}, "abcd1"},
                                  {"day", {"2024-02-28", "2"}, "2024-03-01"}}) {
-        if (std::string(expected.sum).size() > 18 && *expected.column == 'm' && !Has(Can::KeepLargeDecimals)) {
+        if (std::string_view(expected.sum).size() > 18 && *expected.column == 'm' &&
+            !Has(Can::KeepLargeDecimals)) {
             continue;
         }
         SCOPED_TRACE(std::string(expected.column) + " " + expected.added.front());

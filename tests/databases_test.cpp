@@ -136,17 +136,17 @@ TEST_P(EveryDatabase, AStatementIsRightAfterTheSchemaHasChanged) {
     Run("create table t (a integer)");
     Run("insert into t values (1)");
     EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
-    for (const auto& who : {connection, other}) {
-        const std::string name = who == connection ? "b" : "c";
-        who->Execute("alter table t add column " + name + " varchar(9) default '" + name + "'");
-        EXPECT_EQ(Query("select * from t")->Fields().Item(name)->Value().Text(), name);
-    }
+    Run("alter table t add column b varchar(9) default 'b'");
+    EXPECT_EQ(Query("select * from t")->Fields().Item("b")->Value().Text(), "b");
+    other->Execute("alter table t add column c varchar(9) default 'c'");
+    EXPECT_EQ(Query("select * from t")->Fields().Count() == 3, Has(Can::SeeOthersDefinitions));
+    EXPECT_EQ(Query("select * from t")->Fields().Item("c")->Value().Text(), "c");
     connection->BeginTrans();
     EXPECT_EQ(Query("select * from t")->Fields().Count(), 3);
     connection->CommitTrans();
     other->Execute("alter table t add column d varchar(9) default 'd'");
     connection->BeginTrans();
-    EXPECT_EQ(Query("select * from t")->Fields().Item("d")->Value().Text(), "d");
+    EXPECT_EQ(Query("select * from t")->Fields().Count() == 4, Has(Can::SeeOthersDefinitions));
     EXPECT_EQ(Query("select * from t")->Fields().Item("d")->Value().Text(), "d");
     connection->CommitTrans();
     Run("drop table t");

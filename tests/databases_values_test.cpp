@@ -13,6 +13,11 @@ struct Written {
     std::string column, text;
 };
 
+// Blanks around a value do not outlive the XML, and an empty one is none.
+bool GoesThroughXml(const Written& value) {
+    return !value.text.empty() && !value.text.starts_with(' ') && !value.text.ends_with(' ');
+}
+
 // A database fills up the places behind the point, or leaves them out.
 std::string Plain(const Written& value, std::string text) {
     if (value.column != "d" || text.find('.') == std::string::npos) return text;
@@ -21,7 +26,8 @@ std::string Plain(const Written& value, std::string text) {
 }
 
 std::vector<Written> ValuesAtTheLimits(const DatabaseTraits& database) {
-    const std::string everyKind = "a\tb\r\nc'\"\\&<>%$1{}; \xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
+    const std::string everyKind =
+        "a\tb\r\nc'\"\\&<>%$1{}; \xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
     std::string longText;
     while (longText.size() < 1'000'000) longText += everyKind;
     std::vector<Written> values{{"i", "2147483646"},
@@ -66,6 +72,11 @@ std::vector<Written> ValuesAtTheLimits(const DatabaseTraits& database) {
                                 {"g", "{00000000-0000-0000-0000-000000000000}"},
                                 {"b", "True"},
                                 {"b", "False"}};
+    std::erase_if(values, [&](const Written& value) {
+        const auto& [column, text] = value;
+        const bool isLong = text.find_last_of("123456789") > 10;
+        return column == "f" && isLong && !database.Has(Can::KeepDoubles);
+    });
     return values;
 }
 
@@ -91,15 +102,17 @@ protected:
             }
         }
     }
-    void ExpectRows(const std::vector<Written>& values, bool byEngine) {
+    void ExpectRows(const std::vector<Written>& values) {
         const auto read = Query("select * from t order by id");
+        const bool isLong =
+            (read->Fields().Item("x")->Attributes() & adFldLong) != 0;  // stays out of results
         for (const auto& value : values) {
             const auto& [column, text] = value;
             SCOPED_TRACE(column + " " + text.substr(0, 40));
             ASSERT_FALSE(read->IsEOF());
             for (std::int32_t i = 1; i < read->Fields().Count(); ++i) {
                 const auto field = read->Fields().Item(i);
-                if (field->Name() != column || (byEngine && text.empty())) {
+                if (field->Name() != column) {
                     EXPECT_TRUE(field->IsNull() && field->Value().IsNull());
                     EXPECT_EQ(field->ActualSize(), 0);
                     continue;
@@ -121,6 +134,7 @@ protected:
         std::int32_t row = 0;
         for (const auto& value : values) {
             const auto found = result.GetResultDataItem("K", ++row)->GetItemValueByName(value.column);
+            if (!GoesThroughXml(value) || (value.column == "x" && isLong)) continue;
             EXPECT_TRUE(Plain(value, found) == value.text)
                 << value.column << " " << value.text.substr(0, 40) << " " << found.substr(0, 60);
         }
@@ -130,12 +144,9 @@ INSTANTIATE_TEST_SUITE_P(Databases, ValuesTest, testing::ValuesIn(Databases()), 
 
 TEST_P(ValuesTest, ValuesAtTheirLimitsComeBackAndAreFoundAgain) {
     MakeTable();
-    const auto values = ValuesAtTheLimits(Traits());
-    for (const bool byEngine : {false, true}) {
-        Run("delete from t");
-        Write(values, byEngine);
-        ExpectRows(values, byEngine);
-    }
+    auto values = ValuesAtTheLimits(Traits());
+    Write(values, false);
+    ExpectRows(values);
     // What is replaced is compared with what the row held, so each of them must be equal to itself.
     const auto rows = Change("select * from t order by id");
     for (const auto& [column, text] : values) {
@@ -148,7 +159,12 @@ TEST_P(ValuesTest, ValuesAtTheirLimitsComeBackAndAreFoundAgain) {
         rows->MoveNext();
     }
     rows->Close();
-    ExpectRows(values, false);
+    ExpectRows(values);
+
+    Run("delete from t");
+    std::erase_if(values, [](const Written& value) { return !GoesThroughXml(value); });
+    Write(values, true);
+    ExpectRows(values);
 }
 
 TEST_P(ValuesTest, WhatNoColumnHoldsIsRefused) {
@@ -159,7 +175,10 @@ TEST_P(ValuesTest, WhatNoColumnHoldsIsRefused) {
     const auto number = [&](const char* column, const char* text) {
         return NumberOf([&] { rows->Fields().Item(column)->Value(Variant(text)); });
     };
-    const bool isSmall = rows->Fields().Item("i")->Type() == adInteger;
+    const auto type = [&](const char* column) { return rows->Fields().Item(column)->Type(); };
+    EXPECT_EQ(type("g") == adGUID, Has(Can::HaveGuids));
+    EXPECT_EQ(type("d"), adNumeric);
+    const bool isSmall = type("i") == adInteger;
     EXPECT_EQ(number("i", "2147483648"), isSmall ? kWrongType : 0);
     EXPECT_EQ(number("i", "-2147483649"), isSmall ? kWrongType : 0);
     for (const auto& [column, text] : {std::pair{"n", "9223372036854775808"},
@@ -173,6 +192,7 @@ TEST_P(ValuesTest, WhatNoColumnHoldsIsRefused) {
                                        {"c", "24:00:00"},
                                        {"g", "{6F9619FF}"},
                                        {"b", "yes"}}) {
+        if (*column == 'g' && !Has(Can::HaveGuids)) continue;
         EXPECT_EQ(number(column, text), kWrongType) << column << " " << text;
     }
     rows->Close();
@@ -232,11 +252,7 @@ TEST_P(ValuesTest, BytesOfEveryLengthComeBack) {
                 whole.insert(whole.end(), piece.begin(), piece.end());
             }
             EXPECT_TRUE(whole == BytesOf(length));
-            if (length > 0 || Has(Can::KeepEmptyBytes)) {
-                EXPECT_TRUE(field->Value() == Variant(BytesOf(length)));
-            } else {
-                EXPECT_TRUE(field->IsNull());
-            }
+            EXPECT_TRUE(field->Value() == Variant(BytesOf(length)));
             read->MoveNext();
         }
         EXPECT_TRUE(read->Fields().Item("b")->Value().IsNull());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -9,9 +10,11 @@
 #include <halvtiv/halvtiv.hpp>
 
 #include "ado/connection_parameters.hpp"
+#include "ado/odbc/odbc_provider.hpp"
 #include "ado/odbc/odbc_script.hpp"
 #include "ado/odbc/odbc_text.hpp"
 #include "databases.hpp"
+#include "silent_server.hpp"
 #include "support.hpp"
 
 namespace halvtiv::ado {
@@ -54,17 +57,17 @@ TEST_F(MariaDbTest, TypesHaveTheirNumbersSizesAndFormats) {
         {"time(3)", "'-838:59:59'", "-838:59:59.000", 134, 6},
         {"datetime", "'1000-01-01 00:00:00'", "1000-01-01 00:00:00", 135, 16},
         {"datetime(6)", "'2024-02-29 23:59:59.5'", "2024-02-29 23:59:59.5", 135, 16},
-        {"year", "2024", "2024", 2, 2},
+        {"year", "2024", "2024", 18, 2},
         {"char(4)", "'ab'", "ab", 130, 4},
         {"varchar(20)", "'it\\'s; \\\\'", "it's; \\", 202, 20},
         {"text", "'a'", "a", 202, 65535},
-        {"longtext", "'a'", "a", 203, kUnbounded},
-        {"json", "'{}'", "{}", 203, kUnbounded},
+        {"longtext", "'a'", "a", 203, kUnbounded / 2},
+        {"json", "'{}'", "{}", 203, kUnbounded / 2},
         {"enum('a', 'b')", "'b'", "b", 130, 1},
-        {"uuid", "'6f9619ff-8b86-d011-b42d-00c04fc964ff'", "{6F9619FF-8B86-D011-B42D-00C04FC964FF}", 72, 16},
+        {"uuid", "'6f9619ff-8b86-d011-b42d-00c04fc964ff'", "6f9619ff-8b86-d011-b42d-00c04fc964ff", 130, 36},
         {"binary(2)", "x'4100'", std::string("A\0", 2), 128, 2},
         {"varbinary(9)", "x'4100'", std::string("A\0", 2), 204, 9},
-        {"blob", "'x'", "x", 205, kUnbounded},
+        {"blob", "'x'", "x", 205, 65535},
         {"longblob", "'x'", "x", 205, kUnbounded}};
     std::string columns;
     std::string values;
@@ -132,6 +135,78 @@ TEST(Odbc, AMissingDriverIsAMissingProvider) {
         Connection connection;
         EXPECT_EQ(ErrorOf([&] { connection.Open(text); }).Number, -2146824582) << text;
     }
+}
+
+// There is no such server to test on: what the driver manager gets, and that a connection is really tried.
+TEST(SqlServer, TheStringBecomesThatOfTheInstalledDriver) {
+    struct Case {
+        const char* string;
+        const char* ofFreeTds;  ///< without what always stands there
+        const char* ofOther;
+    };
+    const std::vector<Case> cases{
+        {"Data Source=db", "Server=db;Port=1433;", "Server=db;"},
+        {"Data Source= db , 1500 ", "Server=db;Port=1500;", "Server={db , 1500};"},
+        {"data source=tcp:db,1500", "Server=db;Port=1500;", "Server={tcp:db,1500};"},
+        {"Server=db\\two", "Server=db\\two;", "Server=db\\two;"},
+        {"Data Source=.", "Server=localhost;Port=1433;", "Server=localhost;"},
+        {"Data Source=.\\two", "Server=localhost\\two;", "Server=localhost\\two;"},
+        {"Data Source=(LOCAL);Initial Catalog=a b", "Server=localhost;Port=1433;Database={a b};",
+         "Server=localhost;Database={a b};"},
+        {"Data Source=db;User ID=sa;Password=\"p;}w\";Encrypt=yes;Application Name=mine",
+         "Server=db;Port=1433;UID=sa;PWD={p;}}w};APP=mine;",
+         "Server=db;Encrypt=yes;UID=sa;PWD={p;}}w};APP=mine;"},
+        {"Data Source=db;User ID=sa;Password=p;Integrated Security=SSPI",
+         "Server=db;Port=1433;Trusted_Connection=Yes;", "Server=db;Trusted_Connection=Yes;"}};
+    for (const auto& [string, ofFreeTds, ofOther] : cases) {
+        const ConnectionParameters parameters(std::string("Provider=SQLOLEDB.1;") + string);
+        auto text = SqlServerConnectionText(parameters, "FreeTDS");
+        const std::string always = "TDS_Version=7.4;ClientCharset=UTF-8;";
+        ASSERT_NE(text.find(always), std::string::npos) << text;
+        text.erase(text.find(always), always.size());
+        EXPECT_EQ(text, std::string("Driver={FreeTDS};") + ofFreeTds);
+        EXPECT_EQ(SqlServerConnectionText(parameters, "ODBC Driver 18 for SQL Server"),
+                  std::string("Driver={ODBC Driver 18 for SQL Server};") + ofOther);
+    }
+}
+
+TEST(SqlServer, WhereNobodyAnswersThatIsSaidWithoutThePassword) {
+    const test::SilentServer silent;
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& server : {std::string("127.0.0.1,1"), "127.0.0.1," + silent.Port()}) {
+        Connection connection;
+        connection.ConnectionTimeout(2);
+        const auto error = ErrorOf([&] {
+            connection.Open(
+                "Provider=SQLOLEDB.1;Persist Security Info=False;User ID=sa;Password=hid-42;"
+                "Initial Catalog=x;Data Source=" +
+                server);
+        });
+        if (error.Number == -2146824582) GTEST_SKIP() << "no ODBC driver of SQL Server is installed";
+        EXPECT_EQ(error.Number, -2147467259) << error.Description;
+        EXPECT_EQ(error.Source, "SQL Server");
+        EXPECT_NE(error.Description.find("SQLSTATE"), std::string::npos) << error.Description;
+        EXPECT_EQ(error.Description.find("hid-42"), std::string::npos) << error.Description;
+        EXPECT_EQ(connection.State(), adStateClosed);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+// In a process of its own: the driver manager remembers which drivers it has seen.
+TEST(SqlServerDeathTest, ADriverThatIsMissingIsAMissingProvider) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto open = [] {
+        const test::TemporaryFolder folder;  // where the driver manager is to look for its drivers
+        ::setenv("ODBCSYSINI", folder.PathOf("").c_str(), 1);
+        int missing = 0;
+        for (const auto* provider : {"SQLOLEDB", "sqloledb.1", "MSOLEDBSQL", "MariaDB"}) {
+            Connection connection;
+            const auto text = "Provider=" + std::string(provider) + ";Data Source=127.0.0.1";
+            if (ErrorOf([&] { connection.Open(text); }).Number == -2146824582) ++missing;
+        }
+        return missing;
+    };
+    EXPECT_EXIT(std::exit(open()), testing::ExitedWithCode(4), "");
 }
 
 TEST(Odbc, AccessFilesAreRead) {

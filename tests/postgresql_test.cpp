@@ -1,10 +1,7 @@
 // What is PostgreSQL's alone.
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <stdlib.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <functional>
@@ -18,6 +15,7 @@
 #include "ado/postgresql/postgresql_text.hpp"
 #include "ado/recordset_state.hpp"
 #include "databases.hpp"
+#include "silent_server.hpp"
 #include "support.hpp"
 
 namespace halvtiv::ado {
@@ -45,27 +43,6 @@ protected:
 };
 
 using Clock = std::chrono::steady_clock;
-
-/// A server that takes connections and says nothing.
-class SilentServer {
-public:
-    SilentServer() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address_;
-        ::bind(socket_, reinterpret_cast<sockaddr*>(&address_), size);
-        ::listen(socket_, 8);
-        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address_), &size);
-    }
-    ~SilentServer() { ::close(socket_); }
-    SilentServer(const SilentServer&) = delete;
-    SilentServer& operator=(const SilentServer&) = delete;
-    std::string Address() const { return "127.0.0.1:" + std::to_string(ntohs(address_.sin_port)); }
-
-private:
-    int socket_;
-    sockaddr_in address_{};
-};
 
 TEST_F(PostgresqlTest, TypesHaveTheirNumbersSizesAndFormats) {
     struct Expected {
@@ -272,7 +249,7 @@ TEST_F(PostgresqlTest, OpeningTellsWhatIsWrong) {
     // The first host that answers is taken; one that does not answer at all does not hold up the others.
     const auto start = Clock::now();
     const std::string address(ConnectionParameters(server).Get("Data Source"));
-    const SilentServer silent;
+    const test::SilentServer silent;
     Connection second;
     second.ConnectionTimeout(1);
     second.Open(server + ";Data Source='127.0.0.1:1, " + silent.Address() + ", " + address +

@@ -68,6 +68,8 @@ std::optional<std::int64_t> ReadInteger(std::string_view text) {
     if (error == std::errc{} && end == digits.data() + digits.size() && !(isSigned && digits != text)) {
         return value;
     }
+    // As a double, it could come to lie within the range.
+    if (error == std::errc::result_out_of_range && end == digits.data() + digits.size()) return std::nullopt;
     const auto number = platform::ParseNumber(text);
     return number ? Rounded(*number) : std::nullopt;
 }

@@ -11,6 +11,15 @@ namespace halvtiv::ado {
 
 namespace {
 
+// That driver takes a ";" in a comment for the end of the statement.
+std::string_view WithoutOuterComments(std::string_view statement) {
+    SqlScanner scanner(statement);
+    const auto first = scanner.Next();
+    auto last = first;
+    for (auto token = first; token.kind != SqlToken::Kind::End; token = scanner.Next()) last = token;
+    return statement.substr(first.position, last.position + last.text.size() - first.position);
+}
+
 bool IsQuery(std::string_view statement) {
     return SqlScanner(statement).Next().IsWord("select");
 }
@@ -38,7 +47,7 @@ std::optional<std::string> OdbcBatch::TakeText() {
     if (length < rest.size() || traits.splitsScripts) {
         if (statement.ends_with(';')) statement.remove_suffix(1);
     }
-    return std::string(statement);
+    return std::string(traits.dialect == OdbcDialect::Sqlite ? WithoutOuterComments(statement) : statement);
 }
 
 std::optional<StatementResult> OdbcBatch::RunNext() {

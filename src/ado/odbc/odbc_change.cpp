@@ -92,6 +92,7 @@ private:
     void BindBytes(SQLUSMALLINT place, Value& value) {
         const auto& parameter = *value.parameter;
         const bool isText = parameter.value.kind == CellKind::Text;
+        if (isText) RefuseNul(parameter.value.text);
         value.isWide = IsWideText(parameter);
         const auto size = parameter.source ? static_cast<std::size_t>(parameter.source->Size())
                                            : parameter.value.text.size();
@@ -110,6 +111,15 @@ private:
         }
         BindMemory(place, static_cast<SQLSMALLINT>(cType), type, size,
                    const_cast<char*>(parameter.value.text.data()), size);
+    }
+
+    // These drivers write what stands before it, and say nothing.
+    void RefuseNul(std::string_view text) const {
+        const auto dialect = session_.Traits().dialect;
+        if (dialect != OdbcDialect::Sqlite && dialect != OdbcDialect::PostgreSql) return;
+        if (text.find('\0') == std::string_view::npos) return;
+        throw MakeProviderError(AdoError::SqlError, "The driver takes no text with a NUL character.",
+                                session_.Traits().databaseName);
     }
 
     static SQLSMALLINT TypeOfKind(bool isText, bool isWide, bool isLong) {

@@ -27,6 +27,10 @@ bool IsMissingDriver(const OdbcDiagnostic& diagnostic) {
         RaiseAdoError(AdoError::ProviderNotFound);
     }
     auto error = MakeOdbcError(diagnostics, source);
+    // No command has run out of time: nothing has answered.
+    if (error.Number == static_cast<std::int32_t>(AdoError::CommandTimeout)) {
+        error.Number = static_cast<std::int32_t>(AdoError::Unspecified);
+    }
     for (const auto& secret : secrets) {
         error.Description = platform::ReplaceAll(error.Description, secret, "***");
     }

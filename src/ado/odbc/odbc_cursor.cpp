@@ -52,8 +52,12 @@ constexpr bool IsIntegerType(std::int32_t type) noexcept {
     return type == adSmallInt || type == adInteger || (type >= adTinyInt && type <= adBigInt);
 }
 
-// Some drivers leave out the "0" in front of the point.
-std::string_view WithLeadingZero(std::string_view digits, CellBuffer& buffer) {
+// Some drivers leave out the "0" in front of the point, some write an exponent.
+std::string_view DecimalText(std::string_view digits, std::int32_t type, CellBuffer& buffer) {
+    if (digits.find_first_of("eE") != std::string_view::npos) {
+        const auto value = platform::ParseNumber(digits);
+        return value ? CellTextOfDouble(*value, type, buffer) : digits;
+    }
     const bool isNegative = digits.starts_with('-');
     if (!digits.substr(isNegative ? 1 : 0).starts_with('.')) return digits;
     std::string whole(isNegative ? "-0" : "0");
@@ -157,8 +161,10 @@ CellValue OdbcCursor::Value(std::int32_t column) {
         default:
             break;
     }
-    const auto text = Text(column);
-    if (IsIntegerType(TypeOf(column))) {
+    // A loose column's own text is what the database compares with.
+    const bool isBoolean = TypeOf(column) == adBoolean;
+    const auto text = isBoolean ? rows.Bytes(column) : Text(column);
+    if (isBoolean || IsIntegerType(TypeOf(column))) {
         std::int64_t integer = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), integer);
         if (error == std::errc{} && end == text.data() + text.size()) {
@@ -175,7 +181,7 @@ std::string_view OdbcCursor::Text(std::int32_t column) {
     const auto type = TypeOf(column);
     if (HasOwnText(column)) {
         const auto text = rows.Bytes(column);
-        if (IsDecimalType(type)) return WithLeadingZero(text, buffer_);
+        if (IsDecimalType(type)) return DecimalText(text, type, buffer_);
         return HasTextForm(type) ? CellTextOfText(text, type, buffer_) : text;
     }
     switch (FormOf(column)) {
@@ -196,8 +202,9 @@ std::int64_t OdbcCursor::Size(std::int32_t column) {
     if (spool_) return spool_->Size(column);
     auto& rows = Rows();
     if (rows.IsNull(column)) return 0;
-    const bool isPlain =
-        FormOf(column) == OdbcForm::Binary || (HasOwnText(column) && !HasTextForm(TypeOf(column)));
+    const auto type = TypeOf(column);
+    const bool isPlain = FormOf(column) == OdbcForm::Binary ||
+                         (HasOwnText(column) && !HasTextForm(type) && !IsDecimalType(type));
     return isPlain ? rows.Size(column) : static_cast<std::int64_t>(Text(column).size());
 }
 

@@ -53,6 +53,7 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
         }
     }
     session_->Check(status, statement_.Get());
+    if (isFirst) session_->HasRun(text_);
     stage_ = Stage::Running;
     return CurrentResult();
 }

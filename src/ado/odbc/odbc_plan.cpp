@@ -6,6 +6,7 @@
 
 #include "ado/odbc/odbc_catalog.hpp"
 #include "ado/select_text.hpp"
+#include "ado/sql_scanner.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::ado {
@@ -55,6 +56,10 @@ private:
             origin.table.table = OdbcColumnText(statement, number, SQL_DESC_BASE_TABLE_NAME, isWide);
             if (!origin.table.table.empty()) {
                 origin.column = OdbcColumnText(statement, number, SQL_DESC_BASE_COLUMN_NAME, isWide);
+                // That driver gives the name that the query gives the column.
+                if (session_.Traits().dialect == OdbcDialect::Sqlite) {
+                    origin.column = SelectedColumn(i, origin.column);
+                }
                 origin.table.catalog = OdbcColumnText(statement, number, SQL_DESC_CATALOG_NAME, isWide);
                 origin.table.schema = OdbcColumnText(statement, number, SQL_DESC_SCHEMA_NAME, isWide);
             }
@@ -64,7 +69,7 @@ private:
         if (!isKnown && IsOfOneTable()) GuessOrigins();
     }
 
-    // A driver that tells nothing: the columns of the query's one table that are selected under their names.
+    // A driver that tells nothing: the columns of the query's one table that its select list names.
     void GuessOrigins() {
         OdbcTableName table;
         table.table = select_.tables.front().name;
@@ -75,24 +80,26 @@ private:
                                [&](const auto& column) { return EqualIgnoringCase(column, name); });
         };
         for (std::size_t i = 0; i < columns_.size(); ++i) {
-            const auto& name = columns_[i].info.name;
-            if (isOfTable(name) && IsSelectedPlainly(i, name)) origins_[i] = {table, name};
+            const auto name = SelectedColumn(i, columns_[i].info.name);
+            if (isOfTable(name)) origins_[i] = {table, name};
         }
     }
 
-    // Whether the select list's item for a column is "*" or the name itself, and no expression under it.
-    bool IsSelectedPlainly(std::size_t column, std::string_view name) const {
+    // The table's column that a visible one is, as far as the select list tells: "*" under its own name, a
+    // name with or without another one behind it; "" for all else.
+    std::string SelectedColumn(std::size_t column, const std::string& ownName) const {
         if (std::any_of(select_.items.begin(), select_.items.end(), IsStarItem)) {
-            return select_.items.size() == 1;
+            return select_.items.size() == 1 ? ownName : "";
         }
-        if (column >= select_.items.size()) return false;
-        auto item = select_.items[column];
-        for (const std::string_view quote : {"\"", "`", "["}) {
-            if (item.starts_with(quote)) item = item.substr(1, item.size() - 2);
-        }
-        if (const auto point = item.rfind('.'); point != std::string_view::npos)
-            item = item.substr(point + 1);
-        return EqualIgnoringCase(item, name);
+        if (column >= select_.items.size()) return {};
+        SqlScanner scanner(select_.items[column]);
+        auto name = scanner.Next();
+        auto next = scanner.Next();
+        for (; next.IsSymbol('.'); next = scanner.Next()) name = scanner.Next();
+        if (!name.IsName()) return {};
+        if (next.IsWord("as")) next = scanner.Next();
+        if (next.IsName()) next = scanner.Next();
+        return next.kind == SqlToken::Kind::End ? name.Name() : "";
     }
 
     std::int32_t PlaceOfTable(ChangeTarget& target, const OdbcTableName& table,

@@ -130,20 +130,21 @@ std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& paramete
     }
 }
 
-std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parameters,
-                                              std::int32_t connectionTimeout,
-                                              std::shared_ptr<CancelSwitch> cancel) {
-    OdbcEnvironment environment;
-    const auto driver = RequireDriver(environment, {"for sql server", "freetds"});
+std::string SqlServerConnectionText(const ConnectionParameters& parameters, std::string_view driver) {
     OdbcConnectionText text;
-    text.Add("Driver", "{" + driver + "}");
-    auto server = FirstOf(parameters, {"Data Source", "Server"});
-    if (server == "." || platform::EqualIgnoringCase(server, "(local)")) server = "localhost";
+    text.Add("Driver", "{" + std::string(driver) + "}");
+    std::string server(platform::TrimBlanks(FirstOf(parameters, {"Data Source", "Server"})));
+    if (platform::EqualIgnoringCase(server, "(local)")) server = "localhost";
+    if (server == "." || server.starts_with(".\\")) server.replace(0, 1, "localhost");
     if (Contains(driver, "freetds")) {
+        if (platform::ToLower(server).starts_with("tcp:")) server.erase(0, 4);
         const auto comma = server.find(',');
-        const bool hasPort = comma != std::string_view::npos;
-        text.Add("Server", platform::TrimBlanks(server.substr(0, comma)));
-        text.Add("Port", hasPort ? platform::TrimBlanks(server.substr(comma + 1)) : "1433");
+        text.Add("Server", platform::TrimBlanks(std::string_view(server).substr(0, comma)));
+        if (comma != std::string::npos) {
+            text.Add("Port", platform::TrimBlanks(std::string_view(server).substr(comma + 1)));
+        } else if (server.find('\\') == std::string::npos) {  // an instance tells its port itself
+            text.Add("Port", "1433");
+        }
         text.Add("TDS_Version", "7.4").Add("ClientCharset", "UTF-8");
     } else {
         text.Add("Server", server);
@@ -159,8 +160,16 @@ std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parame
         text.Add("PWD", FirstOf(parameters, {"Password", "PWD"}));
     }
     text.Add("APP", parameters.Get("Application Name"));
-    return environment.Connect(text.Text(), "SQL Server", connectionTimeout, SecretsOf(parameters),
-                               std::move(cancel));
+    return text.Text();
+}
+
+std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parameters,
+                                              std::int32_t connectionTimeout,
+                                              std::shared_ptr<CancelSwitch> cancel) {
+    OdbcEnvironment environment;
+    const auto driver = RequireDriver(environment, {"for sql server", "freetds"});
+    return environment.Connect(SqlServerConnectionText(parameters, driver), "SQL Server", connectionTimeout,
+                               SecretsOf(parameters), std::move(cancel));
 }
 
 std::shared_ptr<Session> OpenAccessSession(const ConnectionParameters& parameters,

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "ado/provider.hpp"
 
@@ -22,11 +24,14 @@ std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& paramete
                                             std::int32_t connectionTimeout,
                                             std::shared_ptr<CancelSwitch> cancel);
 
-/// "Data Source" is host or host,port; with "Initial Catalog", "User ID" and "Password" or "Integrated
-/// Security".
+/// "Data Source" is [tcp:]host[\instance][,port], "." or "(local)" being this machine; with "Initial
+/// Catalog", "User ID" and "Password" or "Integrated Security".
 std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parameters,
                                               std::int32_t connectionTimeout,
                                               std::shared_ptr<CancelSwitch> cancel);
+
+/// What the driver manager gets of such a string, for a driver of that name.
+std::string SqlServerConnectionText(const ConnectionParameters& parameters, std::string_view driver);
 
 /// "Data Source" is an Access file, which can only be read.
 std::shared_ptr<Session> OpenAccessSession(const ConnectionParameters& parameters,

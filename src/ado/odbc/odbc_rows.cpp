@@ -95,6 +95,8 @@ bool OdbcRows::Next() {
     ended_ = true;  // holds when the fetch fails
     row_ = 0;
     rowsInBlock_ = 0;
+    // A driver that leaves the length of a fixed type alone would leave the null of a row before.
+    for (auto& bound : bound_) std::fill(bound.lengths.begin(), bound.lengths.end(), SQLLEN{0});
     const auto status = session_.Wait(statement_, [this] { return SQLFetch(statement_); });
     if (status == SQL_NO_DATA) return false;
     session_.Check(status, statement_);

@@ -7,6 +7,7 @@
 #include "ado/odbc/odbc_diagnostics.hpp"
 #include "ado/odbc/odbc_execution.hpp"
 #include "ado/odbc/odbc_text.hpp"
+#include "ado/sql_scanner.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -73,7 +74,7 @@ void OdbcSession::Close() {
     for (auto* execution : executions_) execution->Drop();
     executions_.clear();
     changes_.clear();
-    if (inTransaction_) SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
+    if (inTransaction_ && !traits_.beginsBySql) SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
     SQLDisconnect(connection_.Get());
     connection_.Free();
     environment_.Free();
@@ -185,15 +186,65 @@ void OdbcSession::Begin() {
             traits_.dialect == OdbcDialect::Access ? kAccessIsReadOnly : "The database has no transactions.",
             traits_.databaseName);
     }
-    MakeRoom(nullptr);
-    SetAutoCommit(false);
+    if (traits_.beginsBySql) {
+        Run(traits_.dialect == OdbcDialect::Sqlite ? "BEGIN IMMEDIATE" : "START TRANSACTION");
+    } else {
+        MakeRoom(nullptr);
+        SetAutoCommit(false);
+    }
     inTransaction_ = true;
+}
+
+bool OdbcSession::InTransaction() {
+    if (inTransaction_ && traits_.dialect == OdbcDialect::MariaDb) inTransaction_ = HasServerTransaction();
+    return inTransaction_;
+}
+
+bool OdbcSession::HasServerTransaction() {
+    const bool wasUndoing = std::exchange(undoing_, true);
+    SQLINTEGER is = 0;
+    try {
+        MakeRoom(nullptr);
+        const auto statement = NewStatement();
+        SQLLEN length = SQL_NULL_DATA;
+        Check(ExecuteText(statement.Get(), "SELECT @@in_transaction"), statement.Get());
+        Check(SQLFetch(statement.Get()), statement.Get());
+        Check(SQLGetData(statement.Get(), 1, SQL_C_LONG, &is, sizeof is, &length), statement.Get());
+    } catch (const ErrorInfo&) {
+        is = 0;  // the connection is lost, and the transaction with it
+    }
+    undoing_ = wasUndoing;
+    return is != 0;
+}
+
+// The driver manager's transactions are none of the SQL's: what the SQL does to them is read from its words.
+void OdbcSession::HasRun(std::string_view text) {
+    if (!traits_.splitsScripts) return;
+    SqlScanner words(text);
+    const auto first = words.Next();
+    const auto second = words.Next();
+    const bool begins = (first.IsWord("begin") && !second.IsWord("not")) ||
+                        (first.IsWord("start") && second.IsWord("transaction"));
+    if (begins) {
+        inTransaction_ = true;
+        return;
+    }
+    if (!inTransaction_ || !(first.IsWord("commit") || first.IsWord("rollback") || first.IsWord("end") ||
+                             first.IsWord("abort"))) {
+        return;
+    }
+    for (auto word = second; word.kind != SqlToken::Kind::End; word = words.Next()) {
+        if (word.IsWord("to") || word.IsWord("chain")) return;
+    }
+    inTransaction_ = false;
+    if (!traits_.beginsBySql) SetAutoCommit(true);
 }
 
 void OdbcSession::EndTransaction(SQLSMALLINT how) {
     RequireOpen();
     MakeRoom(nullptr);
     if (!traits_.keepsResultsAtEnd) SetOthersAside(nullptr);
+    if (traits_.beginsBySql) return Run(how == SQL_COMMIT ? "COMMIT" : "ROLLBACK");
     const auto status = SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), how);
     if (!SQL_SUCCEEDED(status)) Raise(SQL_HANDLE_DBC, connection_.Get());
     inTransaction_ = false;
@@ -202,6 +253,13 @@ void OdbcSession::EndTransaction(SQLSMALLINT how) {
 
 void OdbcSession::ForgetTransaction() noexcept {
     if (!std::exchange(inTransaction_, false) || isLost_) return;
+    if (traits_.beginsBySql) {
+        try {
+            RunToUndo("ROLLBACK");
+        } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): there is none any more
+        }
+        return;
+    }
     SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
     SQLSetConnectAttr(connection_.Get(), SQL_ATTR_AUTOCOMMIT,
                       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(SQL_AUTOCOMMIT_ON)), SQL_IS_UINTEGER);

@@ -35,7 +35,7 @@ public:
     std::string_view DatabaseName() const override;
     bool IsAlive() override { return connection_ && !isLost_; }
     void Close() override;
-    bool InTransaction() override { return inTransaction_; }
+    bool InTransaction() override;
     void Begin() override;
     void Commit() override;
     void Rollback() override;
@@ -71,6 +71,8 @@ public:
     [[noreturn]] void Raise(SQLSMALLINT handleType, SQLHANDLE handle);
     /// Before a statement runs: others that hold the connection give way.
     void MakeRoom(const OdbcExecution* except);
+    /// After a statement has run, which may have begun or ended a transaction.
+    void HasRun(std::string_view text);
     void Add(OdbcExecution& execution) { executions_.push_back(&execution); }
     void Remove(OdbcExecution& execution) noexcept { std::erase(executions_, &execution); }
 
@@ -89,6 +91,8 @@ private:
     SQLHSTMT PreparedStatement(const std::string& text);
     std::optional<std::int64_t> NewKeyAfter(const RowChange& change);
     void SetAutoCommit(bool isOn);
+    /// Whether a server that ends transactions by itself still has this one.
+    bool HasServerTransaction();
     /// Ends the transaction at the database; what is open gives way first where it would not outlive that.
     void EndTransaction(SQLSMALLINT how);
     /// The database has rolled back by itself.

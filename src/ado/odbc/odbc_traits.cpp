@@ -72,6 +72,9 @@ OdbcTraits ReadOdbcTraits(SQLHDBC connection) {
     traits.hasTransactions =
         InfoNumber<SQLUSMALLINT>(connection, SQL_TXN_CAPABLE, SQL_TC_ALL) != SQL_TC_NONE &&
         traits.dialect != OdbcDialect::Access;
+    // Begun by a statement, SQLite's takes the write lock at once, and MariaDB's is seen to end when a
+    // definition commits it.
+    traits.beginsBySql = traits.dialect == OdbcDialect::Sqlite || traits.dialect == OdbcDialect::MariaDb;
     traits.getDataExtensions = InfoNumber<SQLUINTEGER>(connection, SQL_GETDATA_EXTENSIONS, 0);
     // It says that it can, and gives the last row's cells where rows are not kept in its memory.
     if (traits.dialect == OdbcDialect::MariaDb) traits.getDataExtensions &= ~SQLUINTEGER{SQL_GD_BLOCK};

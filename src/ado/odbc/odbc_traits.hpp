@@ -21,6 +21,7 @@ struct OdbcTraits {
     bool bindsColumns = true;        ///< rows come in blocks, into memory that is bound
     bool keepsResultsAtEnd = false;  ///< open results outlive the end of a transaction
     bool hasTransactions = true;
+    bool beginsBySql = false;           ///< transactions are begun and ended by statements, not by the driver
     SQLUINTEGER getDataExtensions = 0;  ///< what SQLGetData can do beyond the least
     std::string nameQuote;              ///< stands around names; "" where nothing can
 };

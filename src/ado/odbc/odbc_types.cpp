@@ -94,6 +94,13 @@ std::int32_t TypeOf(const Facts& facts, const OdbcTraits& traits) {
     }
 }
 
+// SQLite's driver calls what it does not know a text, and says what the table's creator has written.
+SQLLEN TypeOfDeclared(const Facts& facts) {
+    const auto begins = [&](std::string_view word) { return facts.typeName.starts_with(word); };
+    if (begins("decimal") || begins("numeric")) return SQL_DECIMAL;
+    return begins("guid") || begins("uniqueidentifier") ? SQL_GUID : facts.type;
+}
+
 std::int64_t SizeOf(std::int32_t type, const Facts& facts) {
     switch (type) {
         case adTinyInt:
@@ -248,6 +255,7 @@ OdbcColumn Describe(SQLHSTMT statement, SQLUSMALLINT number, const OdbcTraits& t
     // The length of such a column is none that it keeps to.
     const bool isBlob = facts.type == SQL_BINARY && facts.typeName == "blob";
     if (isBlob) facts.type = SQL_LONGVARBINARY, facts.length = 0;
+    if (traits.dialect == OdbcDialect::Sqlite) facts.type = TypeOfDeclared(facts);
     OdbcColumn column;
     column.info.name = OdbcColumnText(statement, number, SQL_DESC_LABEL, traits.isWide);
     column.info.type = TypeOf(facts, traits);
