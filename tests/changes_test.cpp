@@ -6,22 +6,18 @@
 #include <thread>
 #include <vector>
 
+#include "databases.hpp"
 #include "db/tiv_core.hpp"
 #include "support.hpp"
 
 namespace halvtiv {
 namespace {
 
+using test::Item;
 using test::ReadFile;
 using test::WriteFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-struct Item {
-    const char* name;
-    std::string value;
-    std::int32_t type = 0;
-};
 
 /// Calls of the functions that change rows, and what is in the tables after them.
 class ChangesTest : public testing::Test {
@@ -34,28 +30,11 @@ protected:
         Sql("pragma synchronous = off");
     }
 
-    /// The returned number, or the error's number and words.
-    std::string Run(std::string_view function, test::Params params,
-                    const std::vector<Item>* items = nullptr) {
-        ZorbFunctionCall call;
-        call.FunctionName(std::string("public.") + std::string(function));
-        call.FunctionGUID("K");
-        for (const auto& [name, value] : params) call.AddParam(name, value);
-        if (items) {
-            const auto block = call.AddDataParam("data");
-            for (const Item& item : *items) call.AddSubParam(block, item.name, item.value, item.type);
-        }
-        std::string request, xml;
-        EXPECT_TRUE(call.Save(request) && engine_.RunFunction(request, xml)) << engine_.GetLastError();
-        ZorbFunctionResult result;
-        EXPECT_TRUE(result.Parse(xml));
-        const auto cells = result.GetResultDataItem("K", 0);
-        if (!cells) return xml;
-        if (const auto cell = cells->GetItemByName("return")) return cell->Value;
-        return cells->GetItemValueByName("number") + " " + cells->GetItemValueByName("description");
+    std::string Run(std::string_view function, test::Params params) {
+        return test::Outcome(engine_, function, params);
     }
     std::string Run(std::string_view function, test::Params params, const std::vector<Item>& items) {
-        return Run(function, params, &items);
+        return test::Outcome(engine_, function, params, &items);
     }
     std::string Add(const std::vector<Item>& items) { return Run("adddata", {{"sql", "t"}}, items); }
     std::string Put(const std::string& file, const char* column = "b", const char* sql = "select * from t") {
@@ -103,38 +82,6 @@ TEST_F(ChangesTest, EachFunctionSaysWhatItMisses) {
     for (const char* function : {"adddata", "updatedata", "updatedataex", "deletedata"}) {
         const auto outcome = Run(function, {{"sql", "select * from nope"}}, {{"a", "1"}});
         EXPECT_EQ(outcome, std::string("-2147217865 ") + kCore + "no such table: nope") << function;
-    }
-}
-
-TEST_F(ChangesTest, AnEmptyValueIsLeftOutOfANewRowAndEmptiesAnOldOne) {
-    Sql("create table t (id integer primary key, a text default 'd', b blob default x'01', c integer)");
-    const std::string bytes = File("f", "xyz");
-    const std::vector<Item> empty{{"a", ""}, {"b", "", 1}, {"c", "5"}};
-    EXPECT_EQ(Add(empty), "1");
-    EXPECT_EQ(Add({{"nope", "x"}}), "1");
-    EXPECT_EQ(Add({{"A", "x"}, {"nope", "1"}, {"c", "9", 2}, {"c", "8"}, {"b", bytes, 1}, {"a", "second"}}),
-              "1");
-    EXPECT_EQ(Value("select a || '-' || hex(b) || '-' || ifnull(c, '') from t"), "d-01-5|d-01-|x-78797A-");
-    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id < 3"}}, empty), "2");
-    EXPECT_EQ(Value("select ifnull(a, '') || '-' || hex(b) || '-' || ifnull(c, '') from t"),
-              "--5|--5|x-78797A-");
-    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id > 9"}}, {{"a", "q"}}), "0");
-    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"nope", "x"}}), "3") << "rows are counted";
-    EXPECT_EQ(Run("updatedataex", {{"sql", "select * from t where id > 9"}}, {{"id", "10"}, {"a", "new"}}),
-              "1");
-    EXPECT_EQ(Run("updatedataex", {{"sql", "select a from t where id > 2"}}, {{"id", "11"}, {"a", "two"}}),
-              "2");
-    EXPECT_EQ(Value("select id || a from t where a <> ''"), "3two|10two")
-        << "a column that is not selected is ignored";
-    EXPECT_EQ(Run("updatedata", {{"sql", "select id as a, c from t where id = 10"}}, {{"a", "12"}}), "1");
-    EXPECT_EQ(Run("deletedata", {{"sql", "select * from t where c = 77"}}), "0");
-    EXPECT_EQ(Run("deletedata", {{"sql", "select * from t where id in (1, 12)"}}), "2");
-    EXPECT_EQ(Value("select id from t"), "2|3");
-    EXPECT_THAT(Run("updatedata", {{"sql", "t"}}), HasSubstr("91 ")) << "no block";
-    EXPECT_EQ(Run("updatedata", {{"sql", "select * from t where id > 9"}}), "0");
-    for (const char* function : {"adddata", "updatedataex"}) {
-        EXPECT_EQ(Run(function, {{"sql", "select * from t where id > 9"}}),
-                  std::string("-1 ") + kCore + "Invalid data parametner to added.");
     }
 }
 

@@ -131,10 +131,6 @@ TEST_P(EveryDatabase, AJoinIsChangedInTheTableWhoseKeyIsSelected) {
     Run("insert into t values ('c', 'a')");
     Run("insert into u values (1, 'c', 'x'), (2, 'none', 'y')");
     auto rows = Change("select u.id, u.note, t.name from u join t on t.code = u.t");
-    if (!Has(Can::ChangeJoins)) {
-        EXPECT_EQ(NumberOf([&] { Assign(rows, "note", "changed"); }), kNotSupported);
-        return;
-    }
     Assign(rows, "note", "changed");
     rows->Update();
     EXPECT_EQ(NumberOf([&] {

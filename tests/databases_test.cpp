@@ -1,6 +1,8 @@
 // What holds on every database: reading, batches, errors, and what each of them can.
 
+#include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <thread>
 
 #include "databases.hpp"
@@ -158,6 +160,9 @@ TEST_P(EveryDatabase, AStatementIsRightAfterTheSchemaHasChanged) {
 
 TEST(DatabasesTest, TheTableOfWhatEachCanSaysWhatTheSuiteHasSeen) {
     const auto page = ReadFile(HALVTIV_DATABASES_PAGE);
+    std::istringstream lines(page);
+    std::string text;  // without the line ends
+    for (std::string word; lines >> word;) text += word + " ";
     const auto rowOf = [&](const std::string& name) {
         std::vector<std::string> cells;
         const auto begin = page.find("\n| " + name + " |");
@@ -178,7 +183,7 @@ TEST(DatabasesTest, TheTableOfWhatEachCanSaysWhatTheSuiteHasSeen) {
             EXPECT_EQ(row.at(static_cast<std::size_t>(column)), database->Has(can) ? "yes" : "no")
                 << database->name << ": " << name;
             if (database->Has(can)) continue;
-            EXPECT_NE(page.find(database->cannot.at(can)), std::string::npos) << database->cannot.at(can);
+            EXPECT_NE(text.find(database->cannot.at(can)), std::string::npos) << database->cannot.at(can);
         }
     }
 }

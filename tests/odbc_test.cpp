@@ -61,12 +61,14 @@ TEST_F(MariaDbTest, TypesHaveTheirNumbersSizesAndFormats) {
         {"char(4)", "'ab'", "ab", 130, 4},
         {"varchar(20)", "'it\\'s; \\\\'", "it's; \\", 202, 20},
         {"text", "'a'", "a", 202, 65535},
+        {"mediumtext", "'a'", "a", 203, 16777215},
         {"longtext", "'a'", "a", 203, kUnbounded / 2},
         {"json", "'{}'", "{}", 203, kUnbounded / 2},
         {"enum('a', 'b')", "'b'", "b", 130, 1},
         {"uuid", "'6f9619ff-8b86-d011-b42d-00c04fc964ff'", "6f9619ff-8b86-d011-b42d-00c04fc964ff", 130, 36},
         {"binary(2)", "x'4100'", std::string("A\0", 2), 128, 2},
         {"varbinary(9)", "x'4100'", std::string("A\0", 2), 204, 9},
+        {"tinyblob", "'x'", "x", 205, 255},
         {"blob", "'x'", "x", 205, 65535},
         {"longblob", "'x'", "x", 205, kUnbounded}};
     std::string columns;

@@ -88,12 +88,7 @@ TEST_F(WritingTest, WhatIsNoRowOfOneTableIsNotChanged) {
     Run("insert into t values (1, 'a', 1), (2, 'b', 1)");
     Run("insert into u values (1, 1, 'x')");
     for (const char* sql :
-         {"v", "select distinct name from t", "select all name from v", "select name from t group by name",
-          "select max(id), name from t", "select count(*) as name from t",
-          "SELECT name FROM t UNION select name from t", "select name from t except select 'z'",
-          "select name from (select name from t)", "with c as (select name from t) select name from c",
-          "select t.name, b.name from t, t as b where b.id = t.boss",
-          "select t.id, t.name, b.id from t join t as b on b.id = t.boss", "select 'x' as name",
+         {"select all name from v", "select max(id), name from t", "select name from t except select 'z'",
           "select sum(id) filter (where id > 0) as name from t", "pragma table_info(t)"}) {
         SCOPED_TRACE(sql);
         auto rows = Open(sql);
