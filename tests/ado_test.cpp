@@ -109,6 +109,7 @@ TEST_F(AdoTest, DeclaredTypesHaveTheirNumbersAndSizes) {
 TEST_F(AdoTest, ColumnsWithoutATypeHaveThatOfTheFirstRow) {
     const auto recordset = Query("select 1, 1.5, 'x', x'00', null union all select 'later', 1, 1, 1, 1");
     std::vector<std::int32_t> types;
+    types.reserve(5);
     for (std::int32_t i = 0; i < recordset->Fields().Count(); ++i)
         types.push_back(recordset->Fields().Item(i)->Type());
     EXPECT_EQ(types, (std::vector<std::int32_t>{20, 5, 202, 205, 202}));

@@ -15,7 +15,7 @@ const DatabaseTraits& Sqlite() {
         t.bigInteger = "bigint";
         t.decimal = "decimal(40,10)";
         t.text = "text";
-        t.longText = "memo";
+        t.caseless = "varchar(9) collate nocase";
         t.bytes = "blob";
         t.timestamp = "timestamp";
         t.guid = "guid";
@@ -48,7 +48,7 @@ const DatabaseTraits& Postgresql() {
         t.bigInteger = "bigint";
         t.decimal = "numeric(50,10)";
         t.text = "text";
-        t.longText = "text";
+        t.caseless = "varchar(9)";
         t.bytes = "bytea";
         t.timestamp = "timestamp";
         t.guid = "uuid";
@@ -77,7 +77,7 @@ const DatabaseTraits& MariaDb() {
         t.bigInteger = "bigint";
         t.decimal = "decimal(65,10)";
         t.text = "longtext";
-        t.longText = "longtext";
+        t.caseless = "varchar(9)";
         t.bytes = "longblob";
         t.timestamp = "datetime(6)";
         t.guid = "char(38)";

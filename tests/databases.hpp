@@ -67,7 +67,8 @@ struct DatabaseTraits {
     // A place of the test's own, "%" being its name, or a file's path.
     std::string make, drop, connect;
 
-    std::string bigInteger, decimal, text, longText, bytes, timestamp, guid, boolean;  ///< types
+    std::string bigInteger, decimal, text, bytes, timestamp, guid, boolean;  ///< types
+    std::string caseless;             ///< a type of short texts that takes "a" for "A", where there is one
     std::string key;                  ///< of a number that the database gives by itself
     std::vector<std::string> tables;  ///< with columns a, b, c and keys of kinds that others lack
     std::string manyNumbers;          ///< rows of one column n, from 1 to %

@@ -159,8 +159,8 @@ TEST_P(EveryDatabase, AJoinIsChangedInTheTableWhoseKeyIsSelected) {
 }
 
 TEST_P(EveryDatabase, WhatAnotherHasChangedMeanwhileIsNotOverwritten) {
-    Run("create table t (id integer primary key, a varchar(9), d double precision, n decimal(9,2), b " +
-        Traits().bytes + ")");
+    Run("create table t (id integer primary key, a " + Traits().caseless +
+        ", d double precision, n decimal(9,2), b " + Traits().bytes + ")");
     const auto other = Connect();
     struct Case {
         const char* column;
@@ -168,6 +168,7 @@ TEST_P(EveryDatabase, WhatAnotherHasChangedMeanwhileIsNotOverwritten) {
         std::int32_t number;
     };
     for (const Case& expected : {Case{"a", "update t set a = 'other'", kRowChanged},
+                                 {"a", "update t set a = 'MINE'", kRowChanged},
                                  {"a", "update t set a = null", kRowChanged},
                                  {"a", "delete from t", kRowChanged},
                                  {"a", "update t set id = 5", kRowChanged},

@@ -30,6 +30,8 @@ std::vector<Written> ValuesAtTheLimits(const DatabaseTraits& database) {
         "a\tb\r\nc'\"\\&<>%$1{}; \xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
     std::string longText;
     while (longText.size() < 1'000'000) longText += everyKind;
+    std::string fullLength;
+    for (int i = 0; i < 200; ++i) fullLength += "\xF0\x9F\x98\x80";
     std::vector<Written> values{{"i", "2147483646"},
                                 {"i", "2147483647"},
                                 {"i", "-2147483647"},
@@ -51,6 +53,7 @@ std::vector<Written> ValuesAtTheLimits(const DatabaseTraits& database) {
                                 {"v", ""},
                                 {"v", " a  "},
                                 {"v", everyKind},
+                                {"v", fullLength},
                                 {"x", ""},
                                 {"x", everyKind},
                                 {"x", std::string(8000, 'k')},
@@ -125,6 +128,19 @@ protected:
             read->MoveNext();
         }
         EXPECT_TRUE(read->IsEOF());
+
+        // By itself, a short column comes in blocks of rows.
+        for (const char* column : {"i", "n", "d", "f", "v", "m", "day", "c", "g", "b"}) {
+            const auto many = Query(std::string("select t.") + column + " as c from t, " + Numbers(3) +
+                                    " order by numbers.n, t.id");
+            const auto field = many->Fields().Item(0);
+            for (std::size_t i = 0; i < 3 * values.size(); ++i, many->MoveNext()) {
+                const auto& value = values[i % values.size()];
+                const auto found = field->IsNull() ? "(null)" : Plain(value, std::string(field->Text()));
+                EXPECT_EQ(found, value.column == column ? value.text : "(null)") << column << " " << i;
+            }
+            EXPECT_TRUE(many->IsEOF());
+        }
 
         std::string xml;
         ZorbFunctionResult result;

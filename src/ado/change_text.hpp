@@ -14,8 +14,8 @@ struct ChangeText {
     std::vector<const Parameter*> parameters;
 };
 
-/// Writes INSERT, UPDATE or DELETE. appendPlace(text, number) appends the place of the number-th value, from
-/// 1. noValues is what follows the table's name in an INSERT without values.
+/// Writes INSERT, UPDATE or DELETE. appendPlace(text, number, parameter) appends the place of the number-th
+/// value, from 1. noValues is what follows the table's name in an INSERT without values.
 template <typename AppendPlace>
 ChangeText WriteChange(const RowChange& change, AppendPlace&& appendPlace,
                        std::string_view noValues = " DEFAULT VALUES") {
@@ -23,7 +23,7 @@ ChangeText WriteChange(const RowChange& change, AppendPlace&& appendPlace,
     std::string& text = result.text;
     const auto appendNext = [&](const Parameter& parameter) {
         result.parameters.push_back(&parameter);
-        appendPlace(text, result.parameters.size());
+        appendPlace(text, result.parameters.size(), parameter);
     };
     const auto forAll = [&text](const std::vector<Parameter>& parameters, std::string_view separator,
                                 const auto& append) {

@@ -119,6 +119,7 @@ struct Parameter {
     std::string_view name;  ///< the column's, as it stands in a statement
     CellValue value;
     ByteSource* source = nullptr;  ///< where set, the value's bytes come from there
+    bool isOldText = false;        ///< compared with a column that must hold it letter by letter
 };
 
 /// One change of one row. The texts and sources in it live until the change is done.

@@ -82,7 +82,11 @@ const ChangeTarget::Table& RowEditor::ChangedTable() const {
 namespace {
 
 Parameter MakeParameter(std::string_view name, CellValue value, ByteSource* source = nullptr) {
-    return {name, value, source};
+    return {name, value, source, false};
+}
+
+constexpr bool IsTextType(std::int32_t type) noexcept {
+    return type == adChar || type == adWChar || type == adVarChar || type == adVarWChar;
 }
 
 }  // namespace
@@ -156,7 +160,9 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
         const bool isKey = std::any_of(change.table->key.begin(), change.table->key.end(),
                                        [&, at = column](const auto& part) { return part.column == at; });
         if (isKey || !HasComparableValue(column)) continue;
-        change.conditions.push_back(MakeParameter(target_.columns[Index(column)].name, WrittenValue(column)));
+        auto condition = MakeParameter(target_.columns[Index(column)].name, WrittenValue(column));
+        condition.isOldText = IsTextType(columns_[Index(column)].type);
+        change.conditions.push_back(condition);
     }
 }
 

@@ -181,13 +181,22 @@ private:
     std::list<Value> values_;  // they stay where they are
 };
 
+// A column's own comparison may pass over letter case: what somebody else has changed in it would be lost.
+std::string_view PlaceOfOldText(OdbcDialect dialect) {
+    if (dialect == OdbcDialect::MariaDb) return "CONVERT(? USING utf8mb4) COLLATE utf8mb4_bin";
+    return dialect == OdbcDialect::Sqlite ? "? COLLATE BINARY" : "?";
+}
+
 }  // namespace
 
 RowChangeResult OdbcSession::Change(const RowChange& change) {
     RequireOpen();
     MakeRoom(nullptr);
     const auto written = WriteChange(
-        change, [](std::string& text, std::size_t) { text += '?'; },
+        change,
+        [this](std::string& text, std::size_t, const Parameter& parameter) {
+            text += parameter.isOldText ? PlaceOfOldText(traits_.dialect) : "?";
+        },
         traits_.dialect == OdbcDialect::MariaDb ? " () VALUES ()" : " DEFAULT VALUES");
     auto* const statement = PreparedStatement(written.text);
     RowChangeResult result;

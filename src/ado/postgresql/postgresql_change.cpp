@@ -76,7 +76,7 @@ std::optional<std::int64_t> NumberIn(const char* digits) {
 
 RowChangeResult PostgresqlSession::Change(const RowChange& change) {
     auto& link = FreeLine();
-    auto written = WriteChange(change, [](std::string& text, std::size_t place) {
+    auto written = WriteChange(change, [](std::string& text, std::size_t place, const Parameter&) {
         text += '$';
         text += std::to_string(place);
     });

@@ -123,7 +123,9 @@ RowChangeResult SqliteSession::Change(const RowChange& change) {
 }
 
 RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces) {
-    const auto written = WriteChange(change, [](std::string& text, std::size_t) { text += '?'; });
+    const auto written = WriteChange(change, [](std::string& text, std::size_t, const Parameter& parameter) {
+        text += parameter.isOldText ? "? COLLATE BINARY" : "?";
+    });
     const auto statement = Acquire(written.text, Purpose::Read);
     BoundValues values(*this, statement->Handle());
     int place = 0;
