@@ -110,9 +110,11 @@ TEST_P(EveryDatabase, AFailureLeavesTheTransactionToTheCaller) {
 }
 
 TEST_P(EveryDatabase, AFailedCommitLeavesNoTransaction) {
-    if (!Has(Can::CheckAtCommit)) GTEST_SKIP() << Traits().cannot.at(Can::CheckAtCommit);
     Run("create table p (id integer primary key)");
-    Run("create table c (id integer references p deferrable initially deferred)");
+    const auto defined =
+        NumberOf([&] { Run("create table c (id integer references p deferrable initially deferred)"); });
+    EXPECT_EQ(defined == 0, Has(Can::CheckAtCommit));
+    if (defined != 0) return;
     connection->BeginTrans();
     Run("insert into c values (7)");
     EXPECT_EQ(NumberOf([&] { connection->CommitTrans(); }), kViolation);
@@ -154,7 +156,7 @@ protected:
     /// What is in the table for everybody, and that nobody holds it.
     std::string All() const {
         connection->BeginTrans();
-        const auto all = Rows("select a from t order by a");
+        auto all = Rows("select a from t order by a");
         Run("delete from t");
         connection->RollbackTrans();
         return all;
@@ -242,6 +244,8 @@ TEST_P(TransactionTest, NoCallRunsBehindOneThatEndedTheTransaction) {
         EXPECT_THAT(engine.GetLastError(), HasSubstr("The transaction was ended by one of its calls."));
         EXPECT_EQ(All(), "") << ending;
     }
+    EXPECT_FALSE(RunCalls(Add("1", "1") + Sql("2", "begin") + Add("3", "1")));
+    EXPECT_EQ(All(), "") << "a second one ends the first nowhere";
     EXPECT_TRUE(RunCalls(Sql("1", "savepoint s") + Add("2", "2") + Sql("3", "rollback to savepoint s") +
                          Add("4", "4")))
         << engine.GetLastError();

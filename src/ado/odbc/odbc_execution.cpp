@@ -37,7 +37,10 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
     if (stage_ == Stage::Done) return std::nullopt;
     SQLRETURN status = SQL_SUCCESS;
     const bool isFirst = stage_ == Stage::New;
-    if (isFirst) session_->MakeRoom(this);
+    if (isFirst) {
+        session_->RefuseSecondBegin(text_);
+        session_->MakeRoom(this);
+    }
     stage_ = Stage::Done;  // holds when this fails
     if (isFirst) {
         status = session_->ExecuteText(statement_.Get(), text_);

@@ -21,6 +21,11 @@ bool IsStopped(const OdbcDiagnostic& diagnostic) {
     return diagnostic.state.starts_with("HY") || diagnostic.state == "70100" || diagnostic.state == "57014";
 }
 
+bool BeginsTransaction(const SqlToken& first, const SqlToken& second) {
+    return (first.IsWord("begin") && !second.IsWord("not")) ||
+           (first.IsWord("start") && second.IsWord("transaction"));
+}
+
 bool HasRolledBack(const OdbcDiagnostic& diagnostic) {
     return diagnostic.state.starts_with("40");
 }
@@ -217,15 +222,23 @@ bool OdbcSession::HasServerTransaction() {
     return is != 0;
 }
 
+void OdbcSession::RefuseSecondBegin(std::string_view text) {
+    if (traits_.dialect != OdbcDialect::MariaDb || !inTransaction_) return;
+    SqlScanner words(text);
+    const auto first = words.Next();
+    if (!BeginsTransaction(first, words.Next()) || !InTransaction()) return;
+    throw MakeProviderError(AdoError::SqlError,
+                            "A transaction is open, which the server would commit to begin another one.",
+                            traits_.databaseName);
+}
+
 // The driver manager's transactions are none of the SQL's: what the SQL does to them is read from its words.
 void OdbcSession::HasRun(std::string_view text) {
     if (!traits_.splitsScripts) return;
     SqlScanner words(text);
     const auto first = words.Next();
     const auto second = words.Next();
-    const bool begins = (first.IsWord("begin") && !second.IsWord("not")) ||
-                        (first.IsWord("start") && second.IsWord("transaction"));
-    if (begins) {
+    if (BeginsTransaction(first, second)) {
         inTransaction_ = true;
         return;
     }

@@ -71,6 +71,8 @@ public:
     [[noreturn]] void Raise(SQLSMALLINT handleType, SQLHANDLE handle);
     /// Before a statement runs: others that hold the connection give way.
     void MakeRoom(const OdbcExecution* except);
+    /// Before a statement runs: raises where it would commit the open transaction by beginning another.
+    void RefuseSecondBegin(std::string_view text);
     /// After a statement has run, which may have begun or ended a transaction.
     void HasRun(std::string_view text);
     void Add(OdbcExecution& execution) { executions_.push_back(&execution); }
