@@ -1,5 +1,7 @@
 #include "databases.hpp"
 
+#include <ostream>
+
 namespace halvtiv::test {
 namespace {
 
@@ -133,6 +135,16 @@ const DatabaseTraits& PostgresqlOdbc() {
         return t;
     }();
     return traits;
+}
+
+std::ostream& operator<<(std::ostream& out, const DatabaseTraits& traits) {
+    out << traits.column << '\n';
+    for (const auto& [can, name] : Capabilities()) {
+        out << (traits.Has(can) ? "  yes  " : "  no   ") << name;
+        if (!traits.Has(can)) out << ": " << traits.cannot.at(can);
+        out << '\n';
+    }
+    return out;
 }
 
 std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Params params,

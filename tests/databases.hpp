@@ -82,8 +82,9 @@ struct DatabaseTraits {
 
 inline void PrintTo(const DatabaseTraits* traits, std::ostream* out) {
     *out << traits->name;
-    for (const auto& [can, why] : traits->cannot) *out << "\n  " << why;
 }
+/// Prints what it can, and what it cannot with the reason.
+std::ostream& operator<<(std::ostream& out, const DatabaseTraits& traits);
 
 const DatabaseTraits& Sqlite();
 const DatabaseTraits& Postgresql();

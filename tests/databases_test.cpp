@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iostream>
 #include <sstream>
 #include <thread>
 
@@ -176,6 +177,7 @@ TEST(DatabasesTest, TheTableOfWhatEachCanSaysWhatTheSuiteHasSeen) {
     const auto head = rowOf("It can");
     ASSERT_FALSE(head.empty());
     for (const auto* database : Databases()) {
+        std::cout << *database;
         const auto column = std::find(head.begin(), head.end(), database->column) - head.begin();
         for (const auto& [can, name] : Capabilities()) {
             const auto row = rowOf(name);

@@ -224,6 +224,9 @@ TEST_P(ValuesTest, WhatNoColumnHoldsIsRefused) {
     const std::string large = "9999999999999999999999.9999999999";
     EXPECT_EQ(Call("adddata", {{"sql", "t"}}, {{"d", large}}), "1");
     EXPECT_EQ(Scalar("select d from t") == large, Has(Can::KeepLargeDecimals));
+    Run("delete from t");
+    EXPECT_EQ(Call("adddata", {{"sql", "t"}}, {{"f", "0.30000000000000004"}}), "1");
+    EXPECT_EQ(Scalar("select f from t") == "0.30000000000000004", Has(Can::KeepDoubles));
 }
 
 Bytes BytesOf(std::int64_t length) {
