@@ -328,10 +328,18 @@ TEST(Dates, AreReadAndWrittenBack) {
     for (const char* text : bad) {
         EXPECT_EQ(ParseDateTime(text).has_value(), "2024-01-02 "s == text) << text;
     }
-    EXPECT_TRUE(IsPlainTimestamp("2024-02-29 23:59:59"));
+    for (const char* text : {"2024-02-29 23:59:59", "9999-12-31 00:00:00"})
+        EXPECT_TRUE(IsPlainTimestamp(text));
     for (const char* text :
          {"2023-02-29 23:59:59", "2024/02/29 23:59:59", "2024-02-29T23:59:59", "2024-02-29 23:59+01"}) {
         EXPECT_FALSE(IsPlainTimestamp(text)) << text;
+    }
+    for (const char byte : {'/', ':', '\x80', '\xB0', '\0'}) {
+        for (std::size_t at = 0; at < 19; ++at) {
+            std::string text = "2024-02-29 23:59:59";
+            text[at] = byte;
+            EXPECT_EQ(IsPlainTimestamp(text), text == "2024-02-29 23:59:59") << text;
+        }
     }
 }
 
