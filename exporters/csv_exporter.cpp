@@ -1,6 +1,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include <halvtiv_exporters/exporters.hpp>
 
@@ -26,13 +27,19 @@ public:
     CsvFile(const std::string& fileName, char separator) : file_(fileName), separator_(separator) {}
 
     void Field(std::string_view text, bool isNull) {
-        if (!isFirst_) file_.Append(separator_);
-        isFirst_ = false;
-        if (text.empty()) {
-            if (!isNull) file_.Append("\"\"");
-        } else if (text.size() > kCopied || !CopyPlain(text)) {
+        if (text.size() > kCopied) {
+            if (!isFirst_) file_.Append(separator_);
             Careful(text);
+        } else {
+            char* room = file_.Reserve(text.size() + 1);
+            *room = separator_;
+            if (!isFirst_) ++room;
+            const bool isPlain = CopyPlain(text, room);
+            file_.Advance(isPlain ? room + text.size() : room);
+            if (!isPlain) Careful(text);
+            if (text.empty() && !isNull) file_.Append("\"\"");
         }
+        isFirst_ = false;
     }
 
     void EndLine(bool isSingleNull) {
@@ -45,7 +52,6 @@ public:
 
 private:
     static constexpr std::size_t kCopied = 4096;
-    static constexpr std::size_t kWord = sizeof(std::uint64_t);
 
     /// A copy of a byte in each byte of a word.
     static constexpr std::uint64_t Each(unsigned char byte) { return byte * 0x0101010101010101U; }
@@ -54,33 +60,45 @@ private:
         return ((word - Each(1)) | word) & Each(0x80);
     }
 
-    /// Whether one of eight bytes may need care: a control character, a quote, the separator, no ASCII.
-    bool MayNeedCare(std::uint64_t word) const {
+    /// Not 0 when one of eight bytes may need care: a control character, a quote, the separator, no ASCII.
+    std::uint64_t CareBits(std::uint64_t word) const {
         const std::uint64_t control = word - Each(0x20);
-        return ((control | word | ZeroOrHigh(word ^ Each('"')) |
-                 ZeroOrHigh(word ^ Each(static_cast<unsigned char>(separator_)))) &
-                Each(0x80)) != 0;
+        return (control | word | ZeroOrHigh(word ^ Each('"')) |
+                ZeroOrHigh(word ^ Each(static_cast<unsigned char>(separator_)))) &
+               Each(0x80);
     }
 
-    /// Copies a text while looking at it, eight bytes at a time; false, with nothing written, when it may
-    /// need care.
-    bool CopyPlain(std::string_view text) {
-        char* const room = file_.Reserve(text.size() + kWord);
-        std::size_t at = 0;
-        std::uint64_t word = 0;
-        for (; at + kWord <= text.size(); at += kWord) {
-            std::memcpy(&word, text.data() + at, kWord);
-            if (MayNeedCare(word)) return false;
-            std::memcpy(room + at, &word, kWord);
-        }
-        if (at < text.size()) {
-            word = Each('x');
-            std::memcpy(&word, text.data() + at, text.size() - at);
-            if (MayNeedCare(word)) return false;
-            std::memcpy(room + at, &word, kWord);
-        }
-        file_.Advance(room + text.size());
-        return true;
+    /// Plain bytes in the place of those that a shorter word lacks.
+    template <typename Word>
+    static constexpr std::uint64_t kFill = Each('x') & ~std::uint64_t{std::numeric_limits<Word>::max()};
+
+    template <typename Word>
+    static Word WordAt(const char* from) {
+        Word word = 0;
+        std::memcpy(&word, from, sizeof word);
+        return word;
+    }
+
+    /// Copies a text while looking at it, a word at a time, the last one over the end of the one before;
+    /// false when what was copied may need care.
+    bool CopyPlain(std::string_view text, char* room) const {
+        if (text.size() >= sizeof(std::uint64_t)) return CopyWords<std::uint64_t>(text, room);
+        if (text.size() >= sizeof(std::uint32_t)) return CopyWords<std::uint32_t>(text, room);
+        return text.empty() || CopyWords<std::uint8_t>(text, room);
+    }
+
+    template <typename Word>
+    bool CopyWords(std::string_view text, char* room) const {
+        std::uint64_t care = 0;
+        const auto copy = [&](std::size_t at) {
+            const Word word = WordAt<Word>(text.data() + at);
+            std::memcpy(room + at, &word, sizeof word);
+            care |= CareBits(word | kFill<Word>);
+        };
+        const std::size_t last = text.size() - sizeof(Word);
+        for (std::size_t at = 0; at < last; at += sizeof(Word)) copy(at);
+        copy(last);
+        return care == 0;
     }
 
     void Careful(std::string_view text) {

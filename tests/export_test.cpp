@@ -15,88 +15,19 @@
 
 #include <halvtiv_exporters/exporters.hpp>
 
-#include "support.hpp"
+#include "export_support.hpp"
 
 namespace halvtiv {
 namespace {
 
-using test::Entries;
 using test::ErrorOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::StartsWith;
 
-using Table = std::vector<std::vector<std::string>>;
-
-constexpr const char* kTable =
-    "create table t (id INTEGER PRIMARY KEY, Name VARCHAR(40), note CLOB, price DOUBLE, amount NUMERIC,"
-    " big BIGINT, ok BOOLEAN, day DATE, at TIME, made DATETIME, photo BLOB);"
-    "insert into t values"
-    " (1, '北京 \"x\", y', 'a' || char(13, 10) || 'b', 0.1, 12.5, 9007199254740993, 1, '2024-02-29', "
-    "'13:05:00',"
-    "  '2024-02-29 12:00:00', x'00FF010A'),"
-    " (2, 'مرحبا 😀', '', -1e300, 1234567890123456, 9007199254740992, 0, '1900-02-28', '00:00:00',"
-    "  '1900-03-01 18:00:00.5', x''),"
-    " (3, null, null, null, null, null, null, null, null, null, null),"
-    " (4, 'tab' || char(9), '=1+1', 2, 0.25, -5, 1, 'soon', '06:00:00.25', '9999-12-31 00:00:00', null)";
-
-/// Many rows without a table.
-constexpr const char* kMany =
-    "with recursive n(i) as (select 1 union all select i + 1 from n where i < 20000)"
-    " select i, 'some text ' || i as s from n";
-
-class ExportTest : public testing::Test {
-protected:
-    ado::RecordsetPtr Query(std::string_view sql) { return connection_->Execute(sql); }
-
-    /// The number of rows that an export answers.
-    std::int32_t Export(const IZorbDataExporterPtr& exporter, std::string_view sql, const std::string& file,
-                        std::string table = "t", const std::string& dataFolder = {}) {
-        ado::RecordsetPtr rows = Query(sql);
-        std::string path = folder_.PathOf(file);
-        return exporter->ExportData(rows, path, table, dataFolder);
-    }
-
-    /// What Python reads in an exported file.
-    Table ReadBack(const std::string& kind, const std::string& file) {
-        const std::string command = std::string(HALVTIV_PYTHON) + " '" + HALVTIV_READ_EXPORT + "' " + kind +
-                                    " '" + folder_.PathOf(file) + "'";
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(::popen(command.c_str(), "r"), &::pclose);
-        Table rows{{}};
-        std::string cell;
-        for (int byte = std::fgetc(pipe.get()); byte != EOF; byte = std::fgetc(pipe.get())) {
-            if (byte == 0x1E) {
-                rows.emplace_back();
-            } else if (byte == 0x1F) {
-                rows.back().push_back(std::exchange(cell, {}));
-            } else {
-                cell += static_cast<char>(byte);
-            }
-        }
-        rows.pop_back();
-        return rows;
-    }
-
-    /// Names and texts of a query's result.
-    Table RowsOf(const ado::ConnectionPtr& connection, std::string_view sql) {
-        const ado::RecordsetPtr rows = connection->Execute(sql);
-        Table table{{}};
-        for (std::int32_t at = 0; at < rows->Fields().Count(); ++at) {
-            table[0].push_back(rows->Fields().Item(at)->Name());
-        }
-        for (; !rows->IsEOF(); rows->MoveNext()) {
-            table.emplace_back();
-            for (std::int32_t at = 0; at < rows->Fields().Count(); ++at) {
-                const ado::Variant value = rows->Fields().Item(at)->Value();
-                table.back().push_back(value.IsNull() ? "" : value.Text());
-            }
-        }
-        return table;
-    }
-
-    test::TemporaryFolder folder_;
-    ado::ConnectionPtr connection_ = test::MakeDatabase(folder_.PathOf("source.db"), kTable);
-};
+using test::ExportTest;
+using test::kMany;
+using test::Table;
+using test::Updater;
 
 TEST_F(ExportTest, PythonReadsInCsvWhatTheDatabaseHolds) {
     const std::string columns = "id, Name, note, price, amount, big, ok, day, at, made";
@@ -373,20 +304,6 @@ std::ptrdiff_t OpenFiles() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// Does something after a number of reported rows, and remembers the reports.
-class Updater : public IProgressUpdater {
-public:
-    explicit Updater(std::function<void()> action = [] {}) : action_(std::move(action)) {}
-    void UpdateProgress(std::int64_t done, std::int64_t total) override {
-        reports.emplace_back(done, total);
-        if (done >= 10000) action_();
-    }
-    std::vector<std::pair<std::int64_t, std::int64_t>> reports;
-
-private:
-    std::function<void()> action_;
-};
-
 TEST_F(ExportTest, AProgramsLocaleStaysDuringAnExport) {
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no such locale here";
     const auto exporter = exporters::NewXlsxExporter();
@@ -481,176 +398,6 @@ TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
     EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\nb\r\n2\r\n")
         << "added to what is open";
     EXPECT_THAT(folder_.FilesIn(), ElementsAre("folder", "link.csv", "source.db", "target.csv"));
-}
-
-class EngineFilesTest : public ExportTest {
-protected:
-    void SetUp() override {
-        ASSERT_NE(engine_.SetDatabaseConnection_MDBFile(folder_.PathOf("source.db"), "", ""), nullptr);
-        exporters::AddAllExporters(engine_);
-    }
-    std::vector<std::string> Run(std::string_view function, test::Params params) {
-        std::string xml;
-        EXPECT_TRUE(engine_.RunFunction(test::Request(function, params), xml)) << engine_.GetLastError();
-        return Entries(xml);
-    }
-
-    ZorbDbAccessEngine engine_;
-};
-
-TEST_F(EngineFilesTest, ADataFileHoldsTheRowsAndTheResultItsName) {
-    const std::string file = folder_.PathOf("out.xml");
-    const std::string data = folder_.PathOf("d");
-    std::filesystem::create_directory(data);
-    EXPECT_THAT(Run("public.getdatatofile", {{"sql", "select id, Name, photo from t where id < 3"},
-                                             {"filename", file},
-                                             {"datafolder", data}}),
-                ElementsAre("K file[file=" + file + "(file)]"));
-    EXPECT_EQ(
-        test::ReadFile(file),
-        "<data guid=\"K\" type=\"file\" datafolder=\"" + data +
-            "\\\"><row index=\"0\"><col name=\"id\" value=\"integer\"/><col name=\"name\" value=\"text\"/>"
-            "<col name=\"photo\" value=\"binary\" type=\"file\"/></row><row index=\"1\"><col name=\"id\" "
-            "value=\"1\"/><col name=\"name\" value=\"北京 &quot;x&quot;, y\"/><col name=\"photo\" "
-            "value=\"photo.000001\" type=\"file\"/></row><row index=\"2\"><col name=\"id\" value=\"2\"/>"
-            "<col name=\"name\" value=\"مرحبا 😀\"/><col name=\"photo\" value=\"photo.000002\" type=\"file\"/>"
-            "</row></data>");
-    EXPECT_EQ(test::ReadFile(data + "/photo.000001"), std::string("\0\xFF\1\n", 4));
-
-    EXPECT_THAT(Run("public.getdatatofile", {{"sql", kMany}, {"filename", file}}),
-                ElementsAre("K file[file=" + file + "(file)]"));
-    const std::vector<std::string> rows = Entries("<r>" + test::ReadFile(file) + "</r>");
-    ASSERT_EQ(rows.size(), 1U);
-    EXPECT_EQ(std::count(rows[0].begin(), rows[0].end(), '|'), 20000);
-    EXPECT_THAT(rows[0], testing::EndsWith("|i=20000 s=some text 20000]"));
-}
-
-TEST_F(EngineFilesTest, ADataFileThatFailsLeavesNothingBehind) {
-    const std::string old = folder_.PathOf("old.xml");
-    test::WriteFile(old, "old");
-    const struct {
-        std::string sql, file, error;
-    } cases[] = {
-        {"", old, "-1 description=ZorbDbAccessEngine:Invalid Xml - sql parameter missed."},
-        {"select 1 as a", "", "-1 description=ZorbDbAccessEngine:Invalid Xml - filename not specified."},
-        {"select 1 as a", folder_.PathOf("no/x.xml"), "76 "},
-        {"select 1 as a", folder_.PathOf(""), "75 "},
-        {kMany, "/dev/full", "61 "},
-        {"select * from nope", old, "-2147217865 "},
-        {"create table u (a)", old, "-2146824584 "},
-        {"select abs(-9223372036854775807 - id) as a, id as b from t order by id", old, "-2147217900 "}};
-    for (const auto& [sql, file, error] : cases) {
-        EXPECT_THAT(Run("public.getdatatofile", {{"sql", sql}, {"filename", file}}),
-                    ElementsAre(StartsWith("K error[number=" + error)));
-    }
-    EXPECT_EQ(test::ReadFile(old), "old");
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("old.xml", "source.db"));
-
-    ZorbFunctionResult result;
-    ado::RecordsetPtr rows = Query("select 1 as a");
-    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, folder_.PathOf("a\x01z"), "c:\\out"));
-    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, folder_.PathOf("no/x"), "c:\\out"));
-    EXPECT_EQ(result.GetResultDataXml("k"), R"(<data guid="k" type="file" datafolder="c:\out\"/>)");
-    rows = nullptr;
-    EXPECT_FALSE(result.AddFunctionResult_DataFile("k", rows, old, ""));
-    EXPECT_THAT(result.GetLastError(), testing::EndsWith("(ERR#: 91)"));
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("old.xml", "source.db"));
-}
-
-TEST_F(EngineFilesTest, AnExportIsAskedForByItsType) {
-    const std::string file = folder_.PathOf("out.bin");
-    const auto updater = std::make_shared<Updater>();
-    engine_.SetProgressUpdater(updater);
-    EXPECT_THAT(
-        Run("public.getdatatoexportfile",
-            {{"sql", kMany}, {"sqlcount", "select 20000"}, {"filename", file}, {"exporttype", "CSV"}}),
-        ElementsAre("K file[file=" + file + "(file)]"));
-    EXPECT_EQ(ReadBack("csv", "out.bin").back(), (std::vector<std::string>{"20000", "some text 20000"}));
-    EXPECT_THAT(updater->reports,
-                ElementsAre(std::pair(5000, 20000), std::pair(10000, 20000), std::pair(15000, 20000),
-                            std::pair(20000, 20000), std::pair(20000, 20000)));
-    std::filesystem::remove(file);
-
-    const auto export_ = [&](const char* sql, const char* type, const char* clear) {
-        return Run("public.getdatatoexportfile", {{"sql", sql},
-                                                  {"filename", file},
-                                                  {"exporttype", type},
-                                                  {"tablename", "x"},
-                                                  {"cleardata", clear}})
-            .front();
-    };
-    const char* batch =
-        "create table if not exists u (a); select count(*) as n from t; select 1 as a, 2 as b;"
-        "insert into u values (9)";
-    for (const char* clear : {"1", "0", "", "abc", "0"}) {
-        EXPECT_EQ(export_(batch, "sqlite", clear), "K file[file=" + file + "(file)]");
-    }
-    EXPECT_EQ(RowsOf(test::MakeDatabase(file), "select * from x").size(), 3U)
-        << "emptied by abc, then added to";
-    EXPECT_EQ(RowsOf(connection_, "select * from u").size(), 6U) << "the rest of the batch runs";
-
-    const std::pair<std::pair<const char*, const char*>, const char*> failing[] = {
-        {{"select 1 as a, 2 as b", ""},
-         "-1 description=ZorbDbAccessEngine:Invalid Xml - Export Type not specified."},
-        {{"select 1 as a, 2 as b", "pdf"},
-         "-1 description=ZorbDbAccessEngine:Corresponding Data Exporter not installed - pdf."},
-        {{"select 1 as one", "csv"}, "91 "},
-        {{"select 1 as a, 'nope' as nope", "sqlite"},
-         "-2147217900 description=ZorbDbAccessEngine:ZorbFunctionResult:table x has no column named nope"}};
-    for (const auto& [what, error] : failing) {
-        EXPECT_THAT(export_(what.first, what.second, "0"),
-                    StartsWith(std::string("K error[number=") + error));
-    }
-}
-
-/// Fails in one of the ways in which a client's exporter may.
-class FailingExporter : public IZorbDataExporter {
-public:
-    bool MatchExportType(std::string_view type) override {
-        way_ = type;
-        return type != "csv";
-    }
-    std::string GetLastError() override { return "its own words"; }
-    void RaiseLastError() override {
-        if (way_ == "negative") throw ErrorInfo(-77, "its own words", "exporter");
-    }
-    std::int32_t ExportData(ado::RecordsetPtr& rows, std::string& /*file*/, std::string& /*table*/,
-                            std::string /*folder*/) override {
-        if (way_ == "throws") throw std::runtime_error("its own words");
-        if (way_ == "anything") throw 42;
-        if (way_ == "none") return rows ? -2 : 0;
-        if (way_ == "takes") rows.reset();
-        return way_ == "takes" ? 0 : -2;
-    }
-
-private:
-    std::string way_;
-};
-
-TEST_F(EngineFilesTest, AnExporterThatFailsLeavesTheEngineUsable) {
-    ZorbDbAccessEngine engine;
-    ASSERT_NE(engine.SetDatabaseConnection_MDBFile(folder_.PathOf("source.db"), "", ""), nullptr);
-    ASSERT_TRUE(engine.AddDataExporter(std::make_shared<FailingExporter>()));
-    const std::pair<const char*, const char*> cases[] = {
-        {"negative",
-         "K error[number=-77 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words source=exp"},
-        {"silent", "K error[number=-1 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
-        {"throws",
-         "K error[number=-2147467259 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
-        {"anything", "K error[number=-2147467259 description="},
-        {"takes", "K file[file=x(file)]"},
-        {"none", "K file[file=x(file)]"}};
-    for (const auto& [way, entry] : cases) {
-        std::string xml;
-        const char* const sql =
-            std::string_view(way) == "none" ? "select 1 as a; select 2 as b" : "select id, Name from t";
-        EXPECT_TRUE(engine.RunFunction(test::Request("public.getdatatoexportfile",
-                                                     {{"sql", sql}, {"filename", "x"}, {"exporttype", way}}),
-                                       xml));
-        EXPECT_THAT(Entries(xml), ElementsAre(StartsWith(entry))) << way;
-        EXPECT_TRUE(engine.RunFunction(test::Request("public.getdata", {{"sql", "select 1 as a"}}), xml));
-        EXPECT_THAT(Entries(xml), ElementsAre("K data[a=integer|a=1]"));
-    }
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "platform/files.hpp"
 #include "platform/guid.hpp"
 #include "platform/number.hpp"
+#include "platform/plain_xml.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
 #include "platform/xml_reader.hpp"
@@ -108,6 +109,86 @@ TEST(XmlReading, KeepsWhatTheTextMeans) {
     EXPECT_EQ(document.child("a").first_child().next_sibling(), pugi::xml_node());
     ASSERT_FALSE(LoadXmlText("<a>", document));
     EXPECT_TRUE(document.first_child().empty());
+}
+
+/// Writes down what it is told, in the manner of `TreeText`.
+struct Transcript : XmlHandler {
+    void StartElement(std::string_view name, std::span<const XmlAttribute> attributes) override {
+        Line("start") << name;
+        for (const XmlAttribute& attribute : attributes)
+            Line("with") << attribute.name << '=' << attribute.value;
+    }
+    void EndElement(std::string_view name) override { Line("end") << name; }
+    void Text(std::string_view text) override { Line("text") << text; }
+    std::ostream& Line(std::string_view what) { return words << '\n' << what << ' '; }
+
+    std::ostringstream words;
+};
+
+void Retell(pugi::xml_node node, Transcript& transcript) {
+    std::vector<XmlAttribute> attributes;
+    for (const auto attribute : node.attributes())
+        attributes.push_back({attribute.name(), attribute.value()});
+    transcript.StartElement(node.name(), attributes);
+    for (const auto child : node.children()) {
+        if (child.type() == pugi::node_element) Retell(child, transcript);
+        if (child.type() == pugi::node_pcdata) transcript.Text(child.value());
+        if (child.type() == pugi::node_comment || child.type() == pugi::node_pi) transcript.Line("other");
+    }
+    transcript.EndElement(node.name());
+}
+
+/// What the parser makes of a text; "" where it refuses it.
+std::string Parsed(std::string_view text) {
+    pugi::xml_document document;
+    if (!LoadXmlText(text, document)) return {};
+    Transcript transcript;
+    Retell(document.document_element(), transcript);
+    return transcript.words.str();
+}
+
+TEST(XmlReading, TellsPlainDocumentsInTheParsersWords) {
+    const std::string documents[] = {
+        "<f n=\"a\" g='\"1>'><p x = \"\"\n/>\r\n<q-1.>\xE4\xB8\xAD x </q-1.>,<r\ty='z'></r> </f>\n",
+        "<a><b> \xF0\x9F\x98\x80\t</b ><b c=\"\xC3\xA9\" d=\"e\"/></a>"};
+    const std::string bytes = "<>/=\"'&];! \t\r\n?-.:_a1#\x01\x7F\x80\xC3\xED\xEF\xF0\0"s;
+    int plain = 0;
+    const auto check = [&](const std::string& text) {
+        Transcript transcript;
+        if (!ReadPlainXml(text, transcript)) {
+            EXPECT_EQ(transcript.words.str(), "") << text;
+        } else {
+            ++plain;
+            EXPECT_EQ(transcript.words.str(), Parsed(text)) << text;
+        }
+    };
+    for (const std::string& document : documents) {
+        for (std::size_t at = 0; at <= document.size(); ++at) {
+            check(document.substr(0, at));
+            check(document.substr(at));
+            check(document.substr(0, at) + document.substr(std::min(at + 1, document.size())));
+            for (const char byte : bytes) {
+                std::string changed = document;
+                check(changed.insert(at, 1, byte));
+                changed.erase(std::min(at + 1, changed.size() - 1), 1);
+                check(changed);
+            }
+        }
+    }
+    EXPECT_GT(plain, 1000);
+
+    // clang-format off
+    const std::string declined[] = {
+        "<a b='1' b='2'/>", "<a b='1'c='2'/>", "<a>&amp;</a>", "<a b='&lt;'/>", "<a b='1\n2'/>", "<a>1\r\n2</a>", "<a>]]></a>",
+        "<a><!----></a>", "<?xml version='1.0'?><a/>", "<a/><b/>", "<a>\xED\xA0\x80</a>", "\xEF\xBB\xBF<a/>", Nested(9),
+        "<a b='" + std::string(20000, 'x') + "'/>"};
+    // clang-format on
+    for (const std::string& text : declined) {
+        Transcript transcript;
+        EXPECT_FALSE(ReadPlainXml(text, transcript)) << text;
+    }
+    Transcript transcript;
+    EXPECT_TRUE(ReadPlainXml("<f name='a'><param name='b' value='c'/></f>", transcript));
 }
 
 TEST(XmlReading, TakesUtf16ByItsFirstBytes) {
@@ -247,10 +328,18 @@ TEST(Dates, AreReadAndWrittenBack) {
     for (const char* text : bad) {
         EXPECT_EQ(ParseDateTime(text).has_value(), "2024-01-02 "s == text) << text;
     }
-    EXPECT_TRUE(IsPlainTimestamp("2024-02-29 23:59:59"));
+    for (const char* text : {"2024-02-29 23:59:59", "9999-12-31 00:00:00"})
+        EXPECT_TRUE(IsPlainTimestamp(text));
     for (const char* text :
          {"2023-02-29 23:59:59", "2024/02/29 23:59:59", "2024-02-29T23:59:59", "2024-02-29 23:59+01"}) {
         EXPECT_FALSE(IsPlainTimestamp(text)) << text;
+    }
+    for (const char byte : {'/', ':', '\x80', '\xB0', '\0'}) {
+        for (std::size_t at = 0; at < 19; ++at) {
+            std::string text = "2024-02-29 23:59:59";
+            text[at] = byte;
+            EXPECT_EQ(IsPlainTimestamp(text), text == "2024-02-29 23:59:59") << text;
+        }
     }
 }
 

@@ -33,11 +33,6 @@ bool RecordsetState::IsOpen() const {
     return cursor_ && session_->IsAlive();
 }
 
-void RecordsetState::RequireOpen() const {
-    if (!cursor_) RaiseAdoError(AdoError::ObjectClosed);
-    if (!session_->IsAlive()) RaiseAdoError(AdoError::InvalidConnection);
-}
-
 std::span<const ColumnInfo> RecordsetState::Columns() const {
     RequireOpen();
     return cursor_->Columns();
@@ -66,18 +61,6 @@ void RecordsetState::PassOnce(std::vector<std::int32_t> columns) {
     std::sort(columns.begin(), columns.end());
     columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
     needed_ = std::move(columns);
-}
-
-RowSource& RecordsetState::StoredRow() {
-    if (replaying_) return *kept_;
-    if (onAhead_) return *ahead_;
-    return *cursor_;
-}
-
-RowSource& RecordsetState::Row() {
-    if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
-    if (editor_) return *editor_;
-    return StoredRow();
 }
 
 void RecordsetState::Start() {

@@ -9,6 +9,7 @@
 
 #include <halvtiv/ado.hpp>
 
+#include "ado/errors.hpp"
 #include "ado/provider.hpp"
 #include "ado/row_editor.hpp"
 #include "ado/row_spool.hpp"
@@ -46,7 +47,10 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// been assigned to the row is written first.
     void MoveNext();
     /// The current row; good until the row changes. Raises -2146825267 at the end and on a deleted row.
-    RowSource& Row();
+    RowSource& Row() {
+        if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
+        return editor_ ? *editor_ : StoredRow();
+    }
 
     // Changing. Each raises -2146825037 where the rows cannot be changed.
 
@@ -67,7 +71,10 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Whether rows of a statement can be read: not closed, and neither is the connection.
     bool IsOpen() const;
     /// Raises -2146824584 or -2146824579 where it is not open.
-    void RequireOpen() const;
+    void RequireOpen() const {
+        if (!cursor_) RaiseAdoError(AdoError::ObjectClosed);
+        if (!session_->IsAlive()) RaiseAdoError(AdoError::InvalidConnection);
+    }
     /// Runs the batch's next statement and stands on its first row, or stays closed where it returns none.
     /// False when there was none left. affectedRows receives the rows that it changed, -1 for a query.
     bool RunNext(std::int32_t* affectedRows = nullptr);
@@ -95,7 +102,10 @@ private:
     void FinishCursor();
     std::unique_ptr<RowSpool> NewSpool() const;
     /// The row below what has been assigned to it.
-    RowSource& StoredRow();
+    RowSource& StoredRow() noexcept {
+        if (replaying_) return *kept_;
+        return onAhead_ ? static_cast<RowSource&>(*ahead_) : *cursor_;
+    }
     std::int32_t RowWidth() const;
     /// Writes and keeps the current row; nothing is current after it.
     void LeaveRow();

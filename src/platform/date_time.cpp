@@ -1,10 +1,20 @@
 #include "platform/date_time.hpp"
 
+#include <cstdint>
+#include <cstring>
+
 #include "platform/text.hpp"
 
 namespace halvtiv::platform {
 
 namespace {
+
+/// Eight bytes of a text.
+std::uint64_t WordAt(std::string_view text, std::size_t at) noexcept {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data() + at, sizeof word);
+    return word;
+}
 
 // Reads a text from its front; a step that does not fit leaves the text as it was.
 class DateReader {
@@ -146,12 +156,17 @@ std::string_view DateTimeText(const DateTime& value, char (&buffer)[kDateTimeTex
 }
 
 bool IsPlainTimestamp(std::string_view text) noexcept {
-    constexpr std::string_view kForm = "0000-00-00 00:00:00";
+    static constexpr std::string_view kForm = "0000-00-00 00:00:00";
+    // Added to how far a byte is from the form, this sets the top bit: from 10 on, or from 1 on.
+    static constexpr std::string_view kBeyond =
+        "\x76\x76\x76\x76\x7F\x76\x76\x7F\x76\x76\x7F\x76\x76\x7F\x76\x76\x7F\x76\x76";
     if (text.size() != kForm.size()) return false;
-    for (std::size_t at = 0; at < kForm.size(); ++at) {
-        const bool isDigit = text[at] >= '0' && text[at] <= '9';
-        if (kForm[at] == '0' ? !isDigit : text[at] != kForm[at]) return false;
+    std::uint64_t outside = 0;
+    for (const std::size_t at : {0U, 8U, 11U}) {
+        const std::uint64_t apart = WordAt(text, at) ^ WordAt(kForm, at);
+        outside |= apart | (apart + WordAt(kBeyond, at));
     }
+    if ((outside & 0x8080808080808080) != 0) return false;
     const auto number = [text](std::size_t at) { return (text[at] - '0') * 10 + (text[at + 1] - '0'); };
     const int year = number(0) * 100 + number(2);
     const int month = number(5);

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/utf8.hpp"
+
 namespace halvtiv::platform {
 
 namespace {
@@ -82,28 +84,17 @@ struct Character {
     bool carried;        // whether XML can carry it
 };
 
-bool Between(char byte, unsigned lowest, unsigned highest) noexcept {
-    const auto value = static_cast<unsigned char>(byte);
-    return value >= lowest && value <= highest;
-}
-
 Character FirstCharacter(std::string_view text) noexcept {
-    const auto lead = static_cast<unsigned char>(text[0]);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const auto lead = bytes[0];
     if (lead < 0x80) return {1, lead >= 0x20 || lead == '\t' || lead == '\n' || lead == '\r'};
-    const auto follows = [&](std::size_t at, unsigned lowest = 0x80, unsigned highest = 0xBF) {
-        return at < text.size() && Between(text[at], lowest, highest);
+    if (const std::size_t length = Utf8Length(bytes, text.size()); length > 0) return {length, true};
+    const auto isBetween = [&](std::size_t at, unsigned lowest) {
+        return at < text.size() && bytes[at] >= lowest && bytes[at] <= 0xBF;
     };
-    if (lead >= 0xC2 && lead <= 0xDF && follows(1)) return {2, true};
-    if (lead >= 0xE0 && lead <= 0xEF && follows(1, lead == 0xE0 ? 0xA0 : 0x80) && follows(2)) {
-        const bool surrogate = lead == 0xED && Between(text[1], 0xA0, 0xBF);
-        const bool noCharacter = lead == 0xEF && text[1] == '\xBF' && Between(text[2], 0xBE, 0xBF);
-        return {3, !surrogate && !noCharacter};
-    }
-    if (lead >= 0xF0 && lead <= 0xF4 && follows(1, lead == 0xF0 ? 0x90 : 0x80, lead == 0xF4 ? 0x8F : 0xBF) &&
-        follows(2) && follows(3)) {
-        return {4, true};
-    }
-    return {1, false};
+    const bool isSurrogate = lead == 0xED && isBetween(1, 0xA0) && isBetween(2, 0x80);
+    const bool isNoCharacter = lead == 0xEF && isBetween(1, 0xBF) && isBetween(2, 0xBE);
+    return {isSurrogate || isNoCharacter ? std::size_t{3} : std::size_t{1}, false};
 }
 
 // Whether eight bytes are all from U+0020 to U+007F.

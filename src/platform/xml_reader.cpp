@@ -12,6 +12,7 @@
 
 #include "platform/guid.hpp"
 #include "platform/parser_memory.hpp"
+#include "platform/plain_xml.hpp"
 #include "platform/xml_encoding.hpp"
 
 namespace halvtiv::platform {
@@ -274,7 +275,7 @@ bool LoadUtf8(std::string_view text, pugi::xml_document& document) {
 bool ReadXmlText(std::string_view text, XmlHandler& handler) {
     std::string converted;
     const auto utf8 = XmlTextAsUtf8(text, converted);
-    return utf8 && Reader(handler).Read(*utf8);
+    return utf8 && (ReadPlainXml(*utf8, handler) || Reader(handler).Read(*utf8));
 }
 
 bool LoadXmlText(std::string_view text, pugi::xml_document& document) {

@@ -23,6 +23,12 @@ bool IsOneOf(const std::string& verb, const std::array<std::string_view, Count>&
     return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
 }
 
+/// Only a query has rows that can be changed.
+Purpose PurposeOf(const std::string& verb, Purpose wanted) {
+    const bool isQuery = verb == "select" || verb == "values" || verb == "table";
+    return isQuery ? wanted : Purpose::Read;
+}
+
 std::int64_t AffectedRows(PGresult* result) {
     const std::string_view digits = PQcmdTuples(result);
     std::int64_t count = 0;
@@ -44,20 +50,26 @@ PostgresqlBatch::PostgresqlBatch(std::shared_ptr<PostgresqlSession> session, std
     : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
 
 std::optional<StatementResult> PostgresqlBatch::RunNext() {
+    if (position_ == 0) {
+        // What the server keeps under the whole text is one statement.
+        if (auto kept = session_->FindKept(text_, purpose_)) {
+            position_ = text_.size();
+            return RunQuery(std::move(kept));
+        }
+    }
     const auto statement = NextPostgresqlStatement(text_, position_);
     position_ = text_.size();  // holds when the statement fails
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    auto result =
-        IsOneOf(statement.verb, kPreparedVerbs) ? RunQuery(statement, purpose) : RunOther(statement);
+    auto result = IsOneOf(statement.verb, kPreparedVerbs)
+                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
+                      : RunOther(statement);
     position_ = statement.next;
     return result;
 }
 
-StatementResult PostgresqlBatch::RunQuery(const PostgresqlStatementText& text, Purpose purpose) {
-    const bool isQuery = text.verb == "select" || text.verb == "values" || text.verb == "table";
-    auto statement = session_->Acquire(text.text, isQuery ? purpose : Purpose::Read);
-    if (isQuery && purpose == Purpose::Change && !statement->columns.empty()) {
+StatementResult PostgresqlBatch::RunQuery(std::shared_ptr<PostgresqlStatement> statement) {
+    if (statement->purpose == Purpose::Change && !statement->columns.empty()) {
         return {std::make_unique<PostgresqlCursor>(session_, std::move(statement)), -1};
     }
     auto first = session_->Start(statement);

@@ -21,7 +21,7 @@ public:
     std::optional<StatementResult> RunNext() override;
 
 private:
-    StatementResult RunQuery(const PostgresqlStatementText& statement, Purpose purpose);
+    StatementResult RunQuery(std::shared_ptr<PostgresqlStatement> statement);
     StatementResult RunOther(const PostgresqlStatementText& statement);
     StatementResult ResultOf(std::shared_ptr<PostgresqlStatement> statement, PostgresqlResult first);
 

@@ -97,9 +97,14 @@ void PostgresqlSession::SetCommandTimeout(std::int32_t seconds) {
     Link().SetCommandTimeout(std::chrono::seconds(std::max(seconds, 0)));
 }
 
+std::shared_ptr<PostgresqlStatement> PostgresqlSession::FindKept(std::string_view text, Purpose purpose) {
+    FreeLine();
+    return cache_.Find(text, purpose);
+}
+
 std::shared_ptr<PostgresqlStatement> PostgresqlSession::Acquire(std::string_view text, Purpose purpose) {
-    auto& link = FreeLine();
-    if (auto kept = cache_.Find(text, purpose)) return kept;
+    if (auto kept = FindKept(text, purpose)) return kept;
+    auto& link = Link();
     auto statement = PrepareNew(text, purpose);
     statement->transaction = link.TransactionSerial();
     if (text.size() <= PostgresqlStatementCache::kLongestText) {

@@ -50,6 +50,8 @@ public:
 
     /// The statement of that text, which the server keeps, with its columns and its plan.
     std::shared_ptr<PostgresqlStatement> Acquire(std::string_view text, Purpose purpose);
+    /// The same where the server keeps it already; null otherwise.
+    std::shared_ptr<PostgresqlStatement> FindKept(std::string_view text, Purpose purpose);
     /// Runs it up to its first result. A statement that the database's changes have outdated is prepared
     /// anew, which replaces it.
     PostgresqlResult Start(std::shared_ptr<PostgresqlStatement>& statement);

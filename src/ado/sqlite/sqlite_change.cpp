@@ -12,6 +12,7 @@
 #include "ado/errors.hpp"
 #include "ado/sql_scanner.hpp"
 #include "ado/sqlite/sqlite_blob.hpp"
+#include "ado/sqlite/sqlite_schema.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
 #include "platform/run_time_error.hpp"
 

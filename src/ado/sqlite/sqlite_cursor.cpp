@@ -116,8 +116,9 @@ CellValue SqliteCursor::Value(std::int32_t column) {
 std::string_view SqliteCursor::Text(std::int32_t column) {
     auto* const value = ValueAt(column);
     const auto type = columns_[column].type;
-    if (IsDeferred(column, sqlite3_value_type(value))) return ReadWholeValue(*this, column, wholeValue_);
-    switch (sqlite3_value_type(value)) {
+    const int kind = sqlite3_value_type(value);
+    if (IsDeferred(column, kind)) return ReadWholeValue(*this, column, wholeValue_);
+    switch (kind) {
         case SQLITE_INTEGER:
             return CellTextOfInteger(sqlite3_value_int64(value), type, buffer_);
         case SQLITE_FLOAT:

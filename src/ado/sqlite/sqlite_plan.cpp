@@ -9,8 +9,7 @@
 #include <halvtiv/ado.hpp>
 
 #include "ado/select_text.hpp"
-#include "ado/sql_scanner.hpp"
-#include "ado/sqlite/sqlite_statement.hpp"
+#include "ado/sqlite/sqlite_schema.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::ado {
@@ -20,127 +19,6 @@ using platform::EqualIgnoringCase;
 
 std::string TextOf(const char* text) {
     return text ? text : "";
-}
-
-/// The rows of a query about the schema; parameters are texts.
-class SchemaQuery {
-public:
-    SchemaQuery(sqlite3* database, const char* sql, std::span<const std::string> parameters) {
-        sqlite3_stmt* prepared = nullptr;
-        sqlite3_prepare_v2(database, sql, -1, &prepared, nullptr);
-        statement_.reset(prepared);
-        int place = 0;
-        for (const auto& parameter : parameters) {
-            sqlite3_bind_text64(prepared, ++place, parameter.data(), parameter.size(), SQLITE_STATIC,
-                                SQLITE_UTF8);
-        }
-    }
-    // What cannot be found out counts as absent: the query then runs as it stands.
-    bool Next() { return statement_ && sqlite3_step(statement_.get()) == SQLITE_ROW; }
-    std::string Text(int column) {
-        return TextOf(reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column)));
-    }
-    int Integer(int column) { return sqlite3_column_int(statement_.get(), column); }
-
-private:
-    SqliteStatementHandle statement_;
-};
-
-struct TableColumn {
-    std::string name;
-    std::string type;
-    int keyPosition = 0;  // in the primary key, from 1; 0: not of it
-    bool isGenerated = false;
-    bool hasDefault = false;
-};
-
-struct TableFacts {
-    bool isTable = false;  // no view, and not virtual
-    bool hasRowId = false;
-    std::vector<TableColumn> columns;
-
-    const TableColumn* Find(std::string_view name) const {
-        const auto found = std::find_if(columns.begin(), columns.end(), [&](const TableColumn& column) {
-            return EqualIgnoringCase(column.name, name);
-        });
-        return found == columns.end() ? nullptr : &*found;
-    }
-
-    std::vector<const TableColumn*> PrimaryKey() const {
-        std::vector<const TableColumn*> key;
-        for (const auto& column : columns) {
-            if (column.keyPosition > 0) key.push_back(&column);
-        }
-        std::sort(key.begin(), key.end(),
-                  [](const auto* left, const auto* right) { return left->keyPosition < right->keyPosition; });
-        return key;
-    }
-
-    /// The column that is the row id under another name; null where there is none.
-    const TableColumn* RowIdAlias() const {
-        const auto key = PrimaryKey();
-        const bool isAlias = hasRowId && key.size() == 1 && EqualIgnoringCase(key.front()->type, "integer");
-        return isAlias ? key.front() : nullptr;
-    }
-
-    /// A name by which the row id can be asked for; "" where columns have taken all of them.
-    std::string RowIdName() const {
-        constexpr std::array<const char*, 3> kNames{"rowid", "_rowid_", "oid"};
-        if (!hasRowId) return {};
-        const auto* const found =
-            std::find_if(kNames.begin(), kNames.end(), [&](const char* name) { return !Find(name); });
-        return found == kNames.end() ? "" : *found;
-    }
-
-    // What the database reads by row id is taken for another column where some are generated; and the value
-    // of a column that was added to its table is not in the older rows.
-    bool MayReadByRowId(std::string_view name) const {
-        const auto isGenerated = [](const TableColumn& column) { return column.isGenerated; };
-        const auto* const column = Find(name);
-        return column && !column->hasDefault && std::none_of(columns.begin(), columns.end(), isGenerated);
-    }
-};
-
-/// What a name in FROM stands for.
-struct NamedSource {
-    std::string schema;
-    bool isView = false;
-};
-
-// The database looks for it among the temporary tables first.
-std::optional<NamedSource> SourceOf(sqlite3* database, const SelectText::TableRef& ref) {
-    const std::array names{ref.name, ref.schema};
-    SchemaQuery list(database,
-                     "select t.schema, t.type = 'view' from pragma_table_list(?1) as t, pragma_database_list "
-                     "as d on d.name = t.schema where ?2 = '' or t.schema = ?2 collate nocase order by "
-                     "t.schema <> 'temp', d.seq",
-                     names);
-    if (!list.Next()) return std::nullopt;
-    return NamedSource{list.Text(0), list.Integer(1) != 0};
-}
-
-// In the others, the bytes that are read by row id are not the text's.
-bool IsUtf8Database(sqlite3* database) {
-    SchemaQuery encoding(database, "select encoding from pragma_encoding", {});
-    return encoding.Next() && encoding.Text(0) == "UTF-8";
-}
-
-TableFacts FactsOf(sqlite3* database, const std::string& schema, const std::string& table) {
-    const std::array names{schema, table};
-    TableFacts facts;
-    SchemaQuery list(database, "select type, wr from pragma_table_list(?2) as t where t.schema = ?1", names);
-    if (list.Next()) {
-        facts.isTable = list.Text(0) == "table";
-        facts.hasRowId = facts.isTable && list.Integer(1) == 0;
-    }
-    SchemaQuery columns(
-        database, "select name, type, pk, hidden, dflt_value is not null from pragma_table_xinfo(?2, ?1)",
-        names);
-    while (columns.Next()) {
-        facts.columns.push_back({columns.Text(0), columns.Text(1), columns.Integer(2), columns.Integer(3) > 1,
-                                 columns.Integer(4) != 0});
-    }
-    return facts;
 }
 
 /// Where a visible column comes from.
@@ -181,7 +59,7 @@ public:
     std::optional<SqlitePlan> PlanOne(Purpose purpose) {
         const auto* const table = OnlyTable();
         if (!table || widths_.empty() || !IsNamed(select_.tables.front(), *table)) return std::nullopt;
-        const auto facts = FactsOf(database_, table->schema, table->table);
+        const auto facts = SqliteTableFactsOf(database_, table->schema, table->table);
         if (!facts.isTable) return std::nullopt;
         const auto rowIdName = facts.RowIdName();
         SqlitePlan plan;
@@ -194,7 +72,7 @@ public:
             plan.rowIdColumn = static_cast<std::int32_t>(columns_.size());
             added.push_back(rowIdName);
             for (std::size_t i = 0; i < columns_.size(); ++i) plan.deferred[i] = MayDefer(i, facts);
-            if (plan.HasDeferred() && !IsUtf8Database(database_))
+            if (plan.HasDeferred() && !IsUtf8SqliteDatabase(database_))
                 plan.deferred.assign(columns_.size(), false);
         }
         if (purpose == Purpose::Change) plan.target = TargetOfOne(*table, facts, rowIdName, added);
@@ -207,7 +85,7 @@ public:
     std::optional<SqlitePlan> PlanJoin(std::string_view text) {
         // A view shows its tables' columns as its own: whose row the key is of cannot be told then.
         for (const auto& ref : select_.tables) {
-            const auto source = SourceOf(database_, ref);
+            const auto source = SqliteSourceOf(database_, ref);
             if (!source || source->isView) return std::nullopt;
         }
         auto target = std::make_shared<ChangeTarget>();
@@ -265,12 +143,12 @@ private:
     /// Whether a name in FROM is that table's, and not a view's on it.
     bool IsNamed(const SelectText::TableRef& ref, const Origin& table) const {
         if (!EqualIgnoringCase(ref.name, table.table)) return false;
-        const auto source = SourceOf(database_, ref);
+        const auto source = SqliteSourceOf(database_, ref);
         return source && !source->isView && EqualIgnoringCase(source->schema, table.schema);
     }
 
     // A value that the rest of the query knows under the column's own name of the result must be there.
-    bool MayDefer(std::size_t column, const TableFacts& facts) const {
+    bool MayDefer(std::size_t column, const SqliteTableFacts& facts) const {
         if ((columns_[column].attributes & adFldLong) == 0 || !origins_[column].IsKnown()) return false;
         if (select_.ordersByNumber || !facts.MayReadByRowId(origins_[column].column)) return false;
         if (TailNamesOneOfTwo()) return false;
@@ -288,7 +166,7 @@ private:
         });
     }
 
-    std::shared_ptr<const ChangeTarget> TargetOfOne(const Origin& origin, const TableFacts& facts,
+    std::shared_ptr<const ChangeTarget> TargetOfOne(const Origin& origin, const SqliteTableFacts& facts,
                                                     const std::string& rowIdName,
                                                     std::vector<std::string>& added) const {
         ChangeTarget::Table table{FullName(origin), origin.schema, origin.table, {}, !rowIdName.empty(), ""};
@@ -335,13 +213,13 @@ private:
         const auto timesNamed =
             std::count_if(select_.tables.begin(), select_.tables.end(),
                           [&](const SelectText::TableRef& ref) { return IsNamed(ref, origin); });
-        const auto facts = FactsOf(database_, origin.schema, origin.table);
+        const auto facts = SqliteTableFactsOf(database_, origin.schema, origin.table);
         if (timesNamed == 1 && facts.isTable) table.key = ShownKey(origin, facts);
         target.tables.push_back(std::move(table));
         return static_cast<std::int32_t>(target.tables.size()) - 1;
     }
 
-    std::vector<ChangeTarget::KeyColumn> ShownKey(const Origin& origin, const TableFacts& facts) const {
+    std::vector<ChangeTarget::KeyColumn> ShownKey(const Origin& origin, const SqliteTableFacts& facts) const {
         const auto rowIdName = facts.RowIdName();
         if (const auto place = PlaceOf(origin, rowIdName); !rowIdName.empty() && place >= 0) {
             return {{rowIdName, place}};
@@ -405,16 +283,6 @@ bool SqlitePlan::HasDeferred() const {
     return std::any_of(deferred.begin(), deferred.end(), [](bool isDeferred) { return isDeferred; });
 }
 
-std::string QuotedSqliteName(std::string_view name) {
-    std::string quoted = "\"";
-    for (const char c : name) {
-        quoted += c;
-        if (c == '"') quoted += c;
-    }
-    quoted += '"';
-    return quoted;
-}
-
 std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_view text,
                                           std::span<const ColumnInfo> columns, Purpose purpose) {
     const auto isLong = [](const ColumnInfo& column) { return (column.attributes & adFldLong) != 0; };
@@ -425,53 +293,6 @@ std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_v
     Planner planner(statement, *select, columns);
     if (select->tables.size() == 1) return planner.PlanOne(purpose);
     return purpose == Purpose::Change ? planner.PlanJoin(text) : std::nullopt;
-}
-
-bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table,
-                  const std::string& column) {
-    const std::array names{schema, table};
-    const std::array allNames{schema, table, column};
-    SchemaQuery lookers(
-        database,
-        "select 1 from pragma_index_list(?2, ?1) as l, pragma_index_info(l.name, ?1) as i where i.name = ?3 "
-        "collate nocase or i.cid = -2 union all select 1 from pragma_foreign_key_list(?2, ?1) where \"from\" "
-        "= ?3 collate nocase",
-        allNames);
-    if (lookers.Next()) return false;
-    const auto source = QuotedSqliteName(schema) + ".sqlite_schema";
-    SchemaQuery triggers(database,
-                         ("select 1 from " + source +
-                          " where type = 'trigger' and tbl_name = ?2 collate nocase and ?1 <> '' union all "
-                          "select 1 from temp.sqlite_schema where type = 'trigger' and tbl_name = ?2 collate "
-                          "nocase")
-                             .c_str(),
-                         names);
-    if (triggers.Next()) return false;
-    const auto facts = FactsOf(database, schema, table);
-    if (std::any_of(facts.columns.begin(), facts.columns.end(),
-                    [](const TableColumn& other) { return other.isGenerated; })) {
-        return false;
-    }
-    SchemaQuery texts(
-        database,
-        ("select sql from " + source + " where tbl_name = ?2 collate nocase and ?1 <> '' and sql <> ''")
-            .c_str(),
-        names);
-    while (texts.Next()) {
-        const std::string sql = texts.Text(0);
-        SqlScanner scanner(sql);
-        SqlToken token = scanner.Next();
-        token = scanner.Next();  // behind CREATE
-        const bool isIndex = !token.IsWord("table");
-        int depth = 0;
-        for (; token.kind != SqlToken::Kind::End; token = scanner.Next()) {
-            // A check, and an index on an expression or a part of the rows, may look at any column.
-            if (token.IsSymbol('(')) ++depth;
-            if (token.IsSymbol(')')) --depth;
-            if (token.IsWord("check") || (isIndex && (token.IsWord("where") || depth > 1))) return false;
-        }
-    }
-    return true;
 }
 
 }  // namespace halvtiv::ado

@@ -35,12 +35,4 @@ struct SqlitePlan {
 std::optional<SqlitePlan> PlanSqliteQuery(sqlite3_stmt* statement, std::string_view text,
                                           std::span<const ColumnInfo> columns, Purpose purpose);
 
-/// A name as it stands in a statement.
-std::string QuotedSqliteName(std::string_view name);
-
-/// Whether a column's long value may be written into a row after the row itself: nothing looks at it while it
-/// does not hold its value yet.
-bool MayFillLater(sqlite3* database, const std::string& schema, const std::string& table,
-                  const std::string& column);
-
 }  // namespace halvtiv::ado

@@ -10,6 +10,7 @@
 #include "ado/errors.hpp"
 #include "ado/sqlite/sqlite_batch.hpp"
 #include "ado/sqlite/sqlite_plan.hpp"
+#include "ado/sqlite/sqlite_schema.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
