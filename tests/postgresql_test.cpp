@@ -315,15 +315,6 @@ TEST_F(PostgresqlTest, RowsOfEveryKindOfTableAreChanged) {
     EXPECT_EQ(NumberOf([&] { summed->Delete(); }), -2146825037);
 }
 
-TEST_F(PostgresqlTest, TextsWithANulAreRefused) {
-    Run("create table t (id integer primary key, s text)");
-    const auto rows = Change("t");
-    rows->AddNew();
-    rows->Fields().Item("s")->Value(Variant(std::string("a\0b", 3)));
-    EXPECT_EQ(NumberOf([&] { rows->Update(); }), -2147217900);
-    EXPECT_EQ(Scalar("select count(*) from t"), "0");
-}
-
 TEST_F(PostgresqlTest, LargeBytesAreReadByTheirKey) {
     Run("create table t (id integer primary key, b bytea);"
         "insert into t select n, decode(repeat(lpad(to_hex(n), 2, '0') || '00ff', 3000000), 'hex') "
