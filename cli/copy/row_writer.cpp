@@ -1,0 +1,113 @@
+#include "copy/row_writer.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace halvtiv::cli::copy {
+namespace {
+
+constexpr std::int64_t kLongValue = 64 * 1024;
+constexpr std::int64_t kPiece = 1024 * 1024;
+constexpr std::size_t kStatementBytes = 256 * 1024;
+constexpr std::size_t kMostRows = 1000;  // more, SQL Server does not take
+
+std::vector<std::string> NamesOf(const std::vector<const Column*>& columns) {
+    std::vector<std::string> names;
+    names.reserve(columns.size());
+    for (const Column* column : columns) names.push_back(column->name);
+    return names;
+}
+
+/// As what a value is written: a column without a type takes it as what it was.
+Kind WrittenKind(const Column& column, Kind source) {
+    return column.type.declared.empty() ? source : column.type.kind;
+}
+
+void AssignLong(ado::Field& target, ado::Field& source) {
+    for (;;) {
+        const ado::Bytes piece = source.GetChunk(kPiece);
+        if (piece.empty()) return;
+        target.AppendChunk(piece);
+    }
+}
+
+}  // namespace
+
+RowWriter::RowWriter(Database database, std::string table, std::vector<const Column*> columns,
+                     std::vector<Kind> sourceKinds)
+    : database_(std::move(database)),
+      table_(std::move(table)),
+      columns_(std::move(columns)),
+      start_("insert into " + QuotedName(database_.dialect, table_) + " (" +
+             QuotedNames(database_.dialect, NamesOf(columns_)) + ')') {
+    for (std::size_t i = 0; i < columns_.size(); ++i)
+        kinds_.push_back(WrittenKind(*columns_[i], sourceKinds[i]));
+    // Numbers that the database would give itself are the source's.
+    if (database_.dialect == Dialect::Postgresql) start_ += " overriding system value";
+    start_ += " values ";
+}
+
+std::size_t RowWriter::Add(const std::vector<SourceCell>& cells) {
+    const bool hasLong = std::any_of(cells.begin(), cells.end(), [](const SourceCell& cell) {
+        return cell.isLong && cell.field->ActualSize() > kLongValue;
+    });
+    if (hasLong) {
+        Flush();
+        return AddLong(cells);
+    }
+    const std::size_t before = sql_.size();
+    sql_ += rows_ == 0 ? start_ : std::string(",");
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        sql_ += i == 0 ? '(' : ',';
+        AppendCell(i, cells[i]);
+    }
+    sql_ += ')';
+    const std::size_t bytes = sql_.size() - before;
+    if (++rows_ == kMostRows || sql_.size() >= kStatementBytes) Flush();
+    return bytes;
+}
+
+void RowWriter::AppendCell(std::size_t column, const SourceCell& cell) {
+    if (cell.field->IsNull()) {
+        sql_ += "null";
+    } else {
+        AppendLiteral(sql_, database_.dialect, kinds_[column], cell.field->Text());
+    }
+}
+
+std::size_t RowWriter::AddLong(const std::vector<SourceCell>& cells) {
+    std::string names = QuotedNames(database_.dialect, NamesOf(columns_));
+    ado::Recordset rows;
+    rows.Open("select " + names + " from " + QuotedName(database_.dialect, table_), database_.connection,
+              ado::adOpenForwardOnly, ado::adLockOptimistic);
+    rows.AddNew();
+    std::size_t bytes = 0;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const ado::FieldPtr target = rows.Fields().Item(static_cast<std::int32_t>(i));
+        ado::Field& source = *cells[i].field;
+        if (source.IsNull()) {
+            target->Value(ado::Variant());
+            continue;
+        }
+        bytes += static_cast<std::size_t>(source.ActualSize());
+        const bool isLong = cells[i].isLong && source.ActualSize() > kLongValue;
+        if (isLong && (target->Attributes() & ado::adFldLong) != 0) {
+            AssignLong(*target, source);
+        } else if (const ado::Variant value = source.Value(); value.AsBytes() != nullptr) {
+            target->Value(value);
+        } else {
+            target->Value(ado::Variant(source.Text()));
+        }
+    }
+    rows.Update();
+    rows.Close();
+    return bytes;
+}
+
+void RowWriter::Flush() {
+    if (rows_ > 0) database_.connection->Execute(sql_);
+    sql_.clear();
+    rows_ = 0;
+}
+
+}  // namespace halvtiv::cli::copy
