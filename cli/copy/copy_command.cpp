@@ -36,30 +36,54 @@ Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, cons
     return {std::move(connection), dialect};
 }
 
-/// Settings of the target's connection that a copy wants.
-void PrepareTarget(const Database& target) {
-    switch (target.dialect) {
-        case Dialect::Sqlite:
-            // Rows come table by table; whether all parents are there is looked at in the end.
-            return RunAll(target, "pragma foreign_keys = off");
-        case Dialect::MariaDb:
-            // A value that does not fit is an error, 0 is a number like any other, and "\" starts an escape.
-            return RunAll(target, "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO'");
-        case Dialect::Postgresql:
-            // A batch that a crash of the server takes back is copied again.
-            return RunAll(target, "set synchronous_commit = off");
-        case Dialect::SqlServer:
-            return;
-        case Dialect::Access:
-            throw CommandError(ExitStatus::NotRun,
-                               "Access files can be copied from, but not to: they are read only.");
+/// Settings of the target's connection while rows are copied: a commit need not be on the disk before the
+/// next batch begins, as one that a crash of the machine takes back is copied again.
+class TargetSettings {
+public:
+    explicit TargetSettings(const Database& target) : target_(target) {
+        switch (target.dialect) {
+            case Dialect::Sqlite:
+                // Rows come table by table; whether all parents are there is looked at in the end.
+                RunAll(target, "pragma foreign_keys = off");
+                hadJournal_ = ScalarOf(target, "pragma journal_mode") != "wal";
+                if (hadJournal_) RunAll(target, "pragma journal_mode = wal");
+                RunAll(target, "pragma synchronous = normal");
+                break;
+            case Dialect::MariaDb:
+                // A value that does not fit is an error, 0 is a number like any other, and a backslash begins
+                // an escape.
+                RunAll(target, "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO'");
+                break;
+            case Dialect::Postgresql:
+                RunAll(target, "set synchronous_commit = off");
+                break;
+            default:
+                break;
+        }
     }
-}
+    ~TargetSettings() {
+        try {
+            Restore();
+        } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): whatever failed before counts
+        }
+    }
+    TargetSettings(const TargetSettings&) = delete;
+    TargetSettings& operator=(const TargetSettings&) = delete;
 
-/// What the last steps write is there for good when the command ends.
-void MakeDurable(const Database& target) {
-    if (target.dialect == Dialect::Postgresql) RunAll(target, "set synchronous_commit = on");
-}
+    /// What is committed before and after this is there for good.
+    void Restore() {
+        if (std::exchange(isRestored_, true)) return;
+        if (target_.dialect == Dialect::Postgresql) RunAll(target_, "set synchronous_commit = on");
+        if (target_.dialect != Dialect::Sqlite) return;
+        RunAll(target_, "pragma synchronous = full");
+        if (hadJournal_) RunAll(target_, "pragma journal_mode = delete");
+    }
+
+private:
+    Database target_;
+    bool hadJournal_ = false;
+    bool isRestored_ = false;
+};
 
 void Say(const std::string& line) {
     std::cerr << line << '\n';
@@ -156,6 +180,7 @@ std::string Difference(const TableCopy& table) {
 /// The whole way of all tables; whether the target is now like the source.
 bool Copy(const Database& source, const Database& target, CopyState& state, std::vector<TableCopy>& tables,
           std::int64_t batch, const std::atomic<bool>& isInterrupted) {
+    TargetSettings settings(target);
     MakeTables(target, source.dialect, state, tables);
     {
         Progress progress(tables, [](const TableCopy& table) { return table.sourceRows - table.state.rows; });
@@ -164,7 +189,7 @@ bool Copy(const Database& source, const Database& target, CopyState& state, std:
             WithTable(table, [&] { MoveRows(source, target, table, state, batch, watch); });
         }
     }
-    MakeDurable(target);
+    settings.Restore();
     const std::vector<std::string> failures = CompleteTables(target, tables);
     for (const std::string& failure : failures) Say(failure + '.');
     {
@@ -204,7 +229,10 @@ ExitStatus RunCopy(const Options& options) {
     try {
         const Database source = Open(from, options.copy.from, kFrom);
         const Database target = Open(to, options.copy.to, kTo);
-        PrepareTarget(target);
+        if (target.dialect == Dialect::Access) {
+            throw CommandError(ExitStatus::NotRun,
+                               "Access files can be copied from, but not to: they are read only.");
+        }
         CopyState state(target, IdentityOf(source));
         tables = PlanCopy(source, target, state, options.copy.tables);
         SayWhatIsLacking(source, tables, options.copy.tables.empty());

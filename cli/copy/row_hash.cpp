@@ -86,27 +86,34 @@ void AppendNumber(std::string& text, Kind kind, std::string_view value) {
     AppendExact(text, platform::TrimBlanks(value).substr(0, mark), exponent);
 }
 
-void AppendTimeOfDay(std::string& text, std::string_view value) {
-    const std::size_t point = value.find('.');
-    if (point != std::string_view::npos) {
-        value = value.substr(0, value.find_last_not_of('0') + 1);
-        if (value.ends_with('.')) value.remove_suffix(1);
+/// Numbers of two digits at least: "2005-03-01" for "2005/3/1".
+void AppendPadded(std::string& text, std::string_view value) {
+    const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const bool isAlone = isDigit(value[i]) && (i == 0 || !isDigit(value[i - 1])) &&
+                             (i + 1 == value.size() || !isDigit(value[i + 1]));
+        if (isAlone) text += '0';
+        text += value[i] == '/' ? '-' : value[i];
     }
-    text += value;
-    constexpr std::size_t kMinutes = 5;  // of 10:30
-    if (value.size() == kMinutes) text += ":00";
+}
+
+void AppendTimeOfDay(std::string& text, std::string_view value) {
+    std::string_view fraction = value.substr(std::min(value.find('.'), value.size()));
+    value.remove_suffix(fraction.size());
+    AppendPadded(text, value);
+    if (std::count(value.begin(), value.end(), ':') == 1) text += ":00";
+    fraction = fraction.substr(0, fraction.find_last_not_of("0.") + 1);
+    text += fraction;
 }
 
 void AppendMoment(std::string& text, Kind kind, std::string_view value) {
-    constexpr std::size_t kDate = 10;
-    std::string_view time = value.substr(std::min(kDate, value.size()));
-    if (!time.empty()) time.remove_prefix(1);
-    std::string date(value.substr(0, kDate));
-    std::replace(date.begin(), date.end(), '/', '-');
-    text += date;
-    if (kind == Kind::Date && time.find_first_not_of("0:. ") == std::string_view::npos) return;
+    const std::size_t blank = std::min(value.find_first_of(" T"), value.size());
+    std::string_view time = value.substr(std::min(blank + 1, value.size()));
+    if (time.empty()) time = "00:00:00";
+    AppendPadded(text, value.substr(0, blank));
+    if (kind == Kind::Date && time.find_first_not_of("0:.") == std::string_view::npos) return;
     text += ' ';
-    AppendTimeOfDay(text, time.empty() ? "00:00:00" : time);
+    AppendTimeOfDay(text, time);
 }
 
 void AddLong(Hash& hash, ado::Field& field) {

@@ -43,8 +43,11 @@ RowWriter::RowWriter(Database database, std::string table, std::vector<const Col
     for (std::size_t i = 0; i < columns_.size(); ++i)
         kinds_.push_back(WrittenKind(*columns_[i], sourceKinds[i]));
     // Numbers that the database would give itself are the source's.
-    if (database_.dialect == Dialect::Postgresql) start_ += " overriding system value";
-    start_ += " values ";
+    if (database_.dialect == Dialect::Postgresql) {
+        start_ += " overriding system value";
+        if (ArrayRows::CanCarry(columns_)) arrays_.emplace(columns_);
+    }
+    start_ += arrays_ ? " " : " values ";
 }
 
 std::size_t RowWriter::Add(const std::vector<SourceCell>& cells) {
@@ -55,23 +58,37 @@ std::size_t RowWriter::Add(const std::vector<SourceCell>& cells) {
         Flush();
         return AddLong(cells);
     }
-    const std::size_t before = sql_.size();
-    sql_ += rows_ == 0 ? start_ : std::string(",");
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        sql_ += i == 0 ? '(' : ',';
-        AppendCell(i, cells[i]);
+    const std::size_t before = Bytes();
+    if (arrays_) {
+        AppendToArrays(cells);
+    } else {
+        AppendRow(cells);
     }
-    sql_ += ')';
-    const std::size_t bytes = sql_.size() - before;
-    if (++rows_ == kMostRows || sql_.size() >= kStatementBytes) Flush();
+    const std::size_t bytes = Bytes() - before;
+    if (++rows_ == kMostRows || Bytes() >= kStatementBytes) Flush();
     return bytes;
 }
 
-void RowWriter::AppendCell(std::size_t column, const SourceCell& cell) {
-    if (cell.field->IsNull()) {
-        sql_ += "null";
-    } else {
-        AppendLiteral(sql_, database_.dialect, kinds_[column], cell.field->Text());
+void RowWriter::AppendRow(const std::vector<SourceCell>& cells) {
+    sql_ += rows_ == 0 ? start_ : std::string(",");
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        sql_ += i == 0 ? '(' : ',';
+        if (cells[i].field->IsNull()) {
+            sql_ += "null";
+        } else {
+            AppendLiteral(sql_, database_.dialect, kinds_[i], cells[i].field->Text());
+        }
+    }
+    sql_ += ')';
+}
+
+void RowWriter::AppendToArrays(const std::vector<SourceCell>& cells) {
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        if (cells[i].field->IsNull()) {
+            arrays_->AddNull(i);
+        } else {
+            arrays_->Add(i, cells[i].field->Text());
+        }
     }
 }
 
@@ -105,7 +122,9 @@ std::size_t RowWriter::AddLong(const std::vector<SourceCell>& cells) {
 }
 
 void RowWriter::Flush() {
-    if (rows_ > 0) database_.connection->Execute(sql_);
+    if (rows_ == 0) return;
+    if (arrays_) sql_ = start_ + arrays_->TakeQuery();
+    database_.connection->Execute(sql_);
     sql_.clear();
     rows_ = 0;
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "copy/array_rows.hpp"
 #include "copy/catalogue.hpp"
 #include "copy/table_reader.hpp"
 
@@ -23,7 +25,9 @@ public:
 
 private:
     std::size_t AddLong(const std::vector<SourceCell>& cells);
-    void AppendCell(std::size_t column, const SourceCell& cell);
+    void AppendRow(const std::vector<SourceCell>& cells);
+    void AppendToArrays(const std::vector<SourceCell>& cells);
+    std::size_t Bytes() const { return arrays_ ? arrays_->Bytes() : sql_.size(); }
 
     Database database_;
     std::string table_;
@@ -31,6 +35,7 @@ private:
     std::vector<Kind> kinds_;
     std::string start_;  ///< of a statement
     std::string sql_;
+    std::optional<ArrayRows> arrays_;  ///< where the rows wait instead, if the database likes that better
     std::size_t rows_ = 0;
 };
 
