@@ -64,15 +64,6 @@ void AppendText(std::string& sql, Dialect dialect, std::string_view text) {
     }
 }
 
-std::optional<bool> BooleanOf(std::string_view text) {
-    constexpr std::array<std::string_view, 5> kTrue{"1", "-1", "true", "t", "\x01"};
-    constexpr std::array<std::string_view, 4> kFalse{"0", "false", "f", std::string_view("\0", 1)};
-    const auto isText = [text](std::string_view word) { return platform::EqualIgnoringCase(text, word); };
-    if (std::any_of(kTrue.begin(), kTrue.end(), isText)) return true;
-    if (std::any_of(kFalse.begin(), kFalse.end(), isText)) return false;
-    return std::nullopt;
-}
-
 void AppendBoolean(std::string& sql, Dialect dialect, std::string_view text) {
     const std::optional<bool> value = BooleanOf(text);
     if (!value) {
@@ -150,6 +141,15 @@ Dialect DialectOf(const ado::Connection& connection) {
     }
     throw CommandError(ExitStatus::NotRun, "Tables of this kind of database cannot be copied: " +
                                                connection.DatabaseName() + ".");
+}
+
+std::optional<bool> BooleanOf(std::string_view text) {
+    constexpr std::array<std::string_view, 5> kTrue{"1", "-1", "true", "t", "\x01"};
+    constexpr std::array<std::string_view, 4> kFalse{"0", "false", "f", std::string_view("\0", 1)};
+    const auto isText = [text](std::string_view word) { return platform::EqualIgnoringCase(text, word); };
+    if (std::any_of(kTrue.begin(), kTrue.end(), isText)) return true;
+    if (std::any_of(kFalse.begin(), kFalse.end(), isText)) return false;
+    return std::nullopt;
 }
 
 std::string QuotedName(Dialect dialect, std::string_view name) {

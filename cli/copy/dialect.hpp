@@ -29,6 +29,8 @@ std::string QuotedNames(Dialect dialect, const std::vector<std::string>& names);
 /// Appends a value, not null, as a statement takes it for a column of this kind. Raises `ErrorInfo` for a
 /// text that the database cannot hold.
 void AppendLiteral(std::string& sql, Dialect dialect, Kind kind, std::string_view value);
+/// The truth value that a text of any database means; null for others.
+std::optional<bool> BooleanOf(std::string_view text);
 std::string TextLiteral(Dialect dialect, std::string_view text);
 
 /// A cell of a small result.

@@ -31,6 +31,15 @@ void AssignLong(ado::Field& target, ado::Field& source) {
     }
 }
 
+ado::Variant Assigned(Kind kind, ado::Field& target, ado::Field& source) {
+    if (kind == Kind::Boolean) {  // which some databases keep as a number
+        const std::optional<bool> truth = BooleanOf(source.Text());
+        if (truth) return target.Type() == ado::adBoolean ? ado::Variant(*truth) : ado::Variant(int{*truth});
+    }
+    ado::Variant value = source.Value();
+    return value.AsBytes() != nullptr ? value : ado::Variant(source.Text());
+}
+
 }  // namespace
 
 RowWriter::RowWriter(Database database, std::string table, std::vector<const Column*> columns,
@@ -110,10 +119,8 @@ std::size_t RowWriter::AddLong(const std::vector<SourceCell>& cells) {
         const bool isLong = cells[i].isLong && source.ActualSize() > kLongValue;
         if (isLong && (target->Attributes() & ado::adFldLong) != 0) {
             AssignLong(*target, source);
-        } else if (const ado::Variant value = source.Value(); value.AsBytes() != nullptr) {
-            target->Value(value);
         } else {
-            target->Value(ado::Variant(source.Text()));
+            target->Value(Assigned(columns_[i]->type.kind, *target, source));
         }
     }
     rows.Update();

@@ -12,14 +12,14 @@ namespace halvtiv::cli::copy {
 namespace {
 
 /// The text between the quotes when all of it is one literal.
-std::optional<std::string> Unquoted(std::string_view text) {
+std::optional<std::string> Unquoted(Dialect dialect, std::string_view text) {
     if (text.size() > 1 && (text.front() == 'N' || text.front() == 'n') && text[1] == '\'')
         text.remove_prefix(1);
     if (text.size() < 2 || text.front() != '\'' || text.back() != '\'') return std::nullopt;
     std::string value;
     const std::string_view inner = text.substr(1, text.size() - 2);
     for (std::size_t i = 0; i < inner.size(); ++i) {
-        if (inner[i] == '\\') return std::nullopt;
+        if (inner[i] == '\\' && dialect == Dialect::MariaDb) return std::nullopt;
         if (inner[i] == '\'' && (++i == inner.size() || inner[i] != '\'')) return std::nullopt;
         value += inner[i];
     }
@@ -44,9 +44,9 @@ std::string_view Stripped(std::string_view text) {
 }
 
 /// The value of a default that is a constant.
-std::optional<std::string> ConstantOf(std::string_view text) {
+std::optional<std::string> ConstantOf(Dialect dialect, std::string_view text) {
     text = Stripped(text);
-    if (auto value = Unquoted(text)) return value;
+    if (auto value = Unquoted(dialect, text)) return value;
     const bool isWord =
         platform::EqualIgnoringCase(text, "true") || platform::EqualIgnoringCase(text, "false");
     if (isWord || platform::ParseNumber(text)) return std::string(text);
@@ -134,7 +134,7 @@ TranslatedTable Translate(Dialect source, Dialect target, const Table& table) {
         const bool hasDefault = column.defaultText && !column.isAutoNumber && !column.isComputed &&
                                 !IsNull(Stripped(*column.defaultText));
         if (!hasDefault) continue;
-        copy.defaultText = ConstantOf(*column.defaultText);
+        copy.defaultText = ConstantOf(source, *column.defaultText);
         if (!copy.defaultText) translated.lacks.push_back("the default of " + column.name);
     }
     for (const std::string& column : table.primaryKey) made.primaryKey.push_back(nameOf(column));
