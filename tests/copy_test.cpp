@@ -275,6 +275,9 @@ TEST_F(CopyTest, CtrlCLeavesWholeBatches) {
     const auto rows = Lines(target, "select count(*) from many");
     EXPECT_EQ(std::stoi(rows[0]) % 100, 0);
     EXPECT_EQ(Lines(target, "select row_count from halvtiv_copy"), rows);
+    Run(File("source.db"), "create table one (id integer primary key)");
+    EXPECT_TRUE(Contains(Copy(File("source.db"), target, "one").err,
+                         "unfinished copy of other tables, too, such as many"));
     // What somebody adds meanwhile is not taken for the copy's own.
     Run(target, "insert into many values (-1, 'mine')");
     const Outcome changed = Copy(File("source.db"), target);

@@ -46,7 +46,7 @@ public:
                 // Rows come table by table; whether all parents are there is looked at in the end.
                 RunAll(target, "pragma foreign_keys = off");
                 hadJournal_ = ScalarOf(target, "pragma journal_mode") != "wal";
-                if (hadJournal_) RunAll(target, "pragma journal_mode = wal");
+                if (hadJournal_) SetJournal("wal");
                 RunAll(target, "pragma synchronous = normal");
                 break;
             case Dialect::MariaDb:
@@ -76,10 +76,18 @@ public:
         if (target_.dialect == Dialect::Postgresql) RunAll(target_, "set synchronous_commit = on");
         if (target_.dialect != Dialect::Sqlite) return;
         RunAll(target_, "pragma synchronous = full");
-        if (hadJournal_) RunAll(target_, "pragma journal_mode = delete");
+        if (hadJournal_) SetJournal("delete");
     }
 
 private:
+    /// Not while somebody else has the file open; then the copy is slower, or the file stays as it is.
+    void SetJournal(const std::string& mode) {
+        try {
+            RunAll(target_, "pragma journal_mode = " + mode);
+        } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch)
+        }
+    }
+
     Database target_;
     bool hadJournal_ = false;
     bool isRestored_ = false;

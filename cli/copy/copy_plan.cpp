@@ -150,13 +150,26 @@ std::vector<TableCopy> PlanCopy(const Database& source, const Database& target, 
         TranslatedTable translated = Translate(source.dialect, target.dialect, copy.source);
         const Table* const found = FindTable(there, translated.table.name);
         copy.isThere = found != nullptr;
-        copy.target = found != nullptr && !copy.state.isCreated ? *found : std::move(translated.table);
-        if (found != nullptr && copy.state.isCreated) copy.target.name = found->name;
+        copy.target = std::move(translated.table);
+        if (found != nullptr) {
+            // What this copy has made may lack the keys that it is to get.
+            if (!copy.state.isCreated) copy.target = *found;
+            copy.target.name = found->name;
+        }
         if (!copy.isThere || copy.state.isCreated) copy.lacks = std::move(translated.lacks);
         if (!targetNames.insert(platform::ToLower(copy.target.name)).second) {
             Refuse("Two tables of the source would be called " + copy.target.name + " on the target.");
         }
         RequireOwnRows(target, copy);
+    }
+    for (const auto& [name, known] : state.Tables()) {
+        const bool isPlanned =
+            std::any_of(tables.begin(), tables.end(),
+                        [&name = name](const TableCopy& copy) { return copy.source.name == name; });
+        if (!isPlanned) {
+            Refuse("The target has an unfinished copy of other tables, too, such as " + name +
+                   ": start the command that began it.");
+        }
     }
     // Only now do the tables stay where they are in memory.
     for (TableCopy& copy : tables) {
@@ -199,7 +212,7 @@ std::vector<std::string> CompleteTables(const Database& target, const std::vecto
         for (const Index& index : wanted.indexes) {
             if (HasIndex(made, index)) continue;
             Try(target, "Index " + index.name + " of table " + made.name,
-                CreateIndexText(target.dialect, made.name, index), failures);
+                CreateIndexText(target.dialect, wanted, index), failures);
         }
     });
     forEach([&](const Table& wanted, const Table& made) {

@@ -34,7 +34,8 @@ public:
 
     /// Null for a table that has not been begun.
     const TableState* Find(const std::string& table) const;
-    bool IsEmpty() const { return tables_.empty(); }
+    /// The tables that have been begun, by their names on the source.
+    const std::map<std::string, TableState>& Tables() const { return tables_; }
 
     /// Makes the table where it is missing.
     void Begin();

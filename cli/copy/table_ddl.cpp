@@ -180,10 +180,19 @@ std::string CreateTableText(Dialect dialect, const Table& table, const std::stri
     return text;
 }
 
-std::string CreateIndexText(Dialect dialect, const std::string& table, const Index& index) {
-    return std::string(index.isUnique ? "create unique index " : "create index ") +
-           QuotedName(dialect, index.name) + " on " + QuotedName(dialect, table) + " (" +
-           QuotedNames(dialect, index.columns) + ')';
+std::string CreateIndexText(Dialect dialect, const Table& table, const Index& index) {
+    std::string text = std::string(index.isUnique ? "create unique index " : "create index ") +
+                       QuotedName(dialect, index.name) + " on " + QuotedName(dialect, table.name) + " (" +
+                       QuotedNames(dialect, index.columns) + ')';
+    if (dialect != Dialect::SqlServer || !index.isUnique) return text;
+    // Elsewhere a unique key has room for any number of nulls.
+    std::string condition = " where ";
+    for (const std::string& name : index.columns) {
+        const Column* const column = table.FindColumn(name);
+        if (column == nullptr || !column->isNullable) continue;
+        text += std::exchange(condition, " and ") + QuotedName(dialect, name) + " is not null";
+    }
+    return text;
 }
 
 std::string AddForeignKeyText(Dialect dialect, const std::string& table, const ForeignKey& key) {

@@ -21,7 +21,7 @@ TranslatedTable Translate(Dialect source, Dialect target, const Table& table);
 /// The statement that makes the table, with its primary key. Only SQLite takes foreign keys here, as it
 /// cannot add them later. collation: of texts, "" for the database's own.
 std::string CreateTableText(Dialect dialect, const Table& table, const std::string& collation);
-std::string CreateIndexText(Dialect dialect, const std::string& table, const Index& index);
+std::string CreateIndexText(Dialect dialect, const Table& table, const Index& index);
 std::string AddForeignKeyText(Dialect dialect, const std::string& table, const ForeignKey& key);
 
 /// Sets an auto number behind the largest there is, where the database does not do so by itself; "" there.
