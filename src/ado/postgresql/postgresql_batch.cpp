@@ -66,9 +66,8 @@ std::optional<StatementResult> PostgresqlBatch::RunNext() {
     const bool isPrepared = IsOneOf(statement.verb, kPreparedVerbs) &&
                             (!IsOneOf(statement.verb, kChangingVerbs) ||
                              statement.text.size() <= PostgresqlStatementCache::kLongestText);
-    auto result = isPrepared
-                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
-                      : RunOther(statement);
+    auto result = isPrepared ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
+                             : RunOther(statement);
     position_ = statement.next;
     return result;
 }
