@@ -254,6 +254,9 @@ ColumnType ReadType(Dialect dialect, std::string_view declared) {
     type.declared = declared;
     Words words = Split(declared);
     words.name = platform::TrimBlanks(platform::ReplaceAll(words.name, " zerofill", ""));
+    for (const std::string_view number : {"decimal", "float", "double"}) {
+        if (words.name.starts_with(number) && words.name.ends_with(" unsigned")) words.name = number;
+    }
     const int first = words.numbers.empty() ? 0 : words.numbers[0];
     const auto kind = KindOf(dialect, words.name);
     type.kind = kind.value_or(dialect == Dialect::Sqlite ? AffinityOf(words.name) : Kind::Text);
@@ -286,13 +289,6 @@ ColumnType ReadType(Dialect dialect, std::string_view declared) {
         if (words.name == "bigint unsigned") {
             type.kind = Kind::Decimal;
             type.length = 20;
-        }
-        if (words.name.starts_with("decimal") || words.name.starts_with("float") ||
-            words.name.starts_with("double")) {
-            const Kind plain = *KindOf(dialect, words.name.substr(0, words.name.find(' ')));
-            type.kind = plain;
-            type.length = plain == Kind::Decimal ? first : 0;
-            type.scale = plain == Kind::Decimal && words.numbers.size() > 1 ? words.numbers[1] : 0;
         }
     }
     return type;

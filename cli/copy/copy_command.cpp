@@ -181,15 +181,19 @@ std::string Difference(const TableCopy& table) {
         return name + " differs: the source has " + std::to_string(table.sourceRows) + " rows, the target " +
                std::to_string(table.state.rows) + '.';
     }
-    return name + " differs: both sides have " + std::to_string(table.sourceRows) +
-           " rows, but not of the same content.";
+    std::string text = name + " differs: both sides have " + std::to_string(table.sourceRows) + " rows";
+    if (table.differingColumns.empty()) return text + ", but values stand in other rows.";
+    text += ", but not the same values in";
+    std::string separator = " ";
+    for (const std::string& column : table.differingColumns) text += std::exchange(separator, ", ") + column;
+    return text + '.';
 }
 
 /// The whole way of all tables; whether the target is now like the source.
 bool Copy(const Database& source, const Database& target, CopyState& state, std::vector<TableCopy>& tables,
           std::int64_t batch, const std::atomic<bool>& isInterrupted) {
     TargetSettings settings(target);
-    MakeTables(target, source.dialect, state, tables);
+    MakeTables(source, target, state, tables);
     {
         Progress progress(tables, [](const TableCopy& table) { return table.sourceRows - table.state.rows; });
         const Watch watch{isInterrupted, [&](std::int64_t rows) { progress.Add(rows); }};
@@ -199,7 +203,7 @@ bool Copy(const Database& source, const Database& target, CopyState& state, std:
     }
     settings.Restore();
     const std::vector<std::string> failures = CompleteTables(target, tables);
-    for (const std::string& failure : failures) Say(failure + '.');
+    for (const std::string& failure : failures) Say(failure + (failure.ends_with('.') ? "" : "."));
     {
         Progress progress(tables, [](const TableCopy& table) { return table.state.rows; });
         const Watch watch{isInterrupted, [&](std::int64_t rows) { progress.Add(rows); }};

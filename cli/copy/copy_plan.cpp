@@ -77,9 +77,18 @@ bool HasForeignKey(const Table& table, const ForeignKey& key) {
     });
 }
 
-/// Compares texts byte by byte, as most databases that one comes from do; blanks at their ends count.
-std::string CollationFor(const Database& target, Dialect sourceDialect) {
-    if (target.dialect != Dialect::MariaDb || sourceDialect == Dialect::MariaDb) return "";
+/// Of a table that comes from another kind of database: compares texts byte by byte, as most do, and blanks
+/// at their ends count. Of another, its own.
+std::string CollationFor(const Database& source, const Database& target, const std::string& table) {
+    if (target.dialect != Dialect::MariaDb) return "";
+    if (source.dialect == Dialect::MariaDb) {
+        return ScalarOf(source,
+                        "select table_collation from information_schema.tables where table_schema = "
+                        "database() and "
+                        "table_name = " +
+                            TextLiteral(source.dialect, table))
+            .value_or("");
+    }
     return ScalarOf(target,
                     "select collation_name from information_schema.collations where collation_name in "
                     "('utf8mb4_nopad_bin', 'utf8mb4_0900_bin')")
@@ -180,9 +189,8 @@ std::vector<TableCopy> PlanCopy(const Database& source, const Database& target, 
     return tables;
 }
 
-void MakeTables(const Database& target, Dialect sourceDialect, CopyState& state,
+void MakeTables(const Database& source, const Database& target, CopyState& state,
                 std::vector<TableCopy>& tables) {
-    const std::string collation = CollationFor(target, sourceDialect);
     state.Begin();
     for (TableCopy& copy : tables) {
         // Noted first: a table that is noted and missing is made by the next run.
@@ -190,6 +198,7 @@ void MakeTables(const Database& target, Dialect sourceDialect, CopyState& state,
         state.Save(copy.source.name, copy.state);
         if (copy.isThere) continue;
         try {
+            const std::string collation = CollationFor(source, target, copy.source.name);
             RunAll(target, CreateTableText(target.dialect, copy.target, collation));
         } catch (const ErrorInfo& error) {
             throw CommandError(ExitStatus::Failed,

@@ -24,6 +24,7 @@ struct TableCopy {
     std::int64_t copiedRows = 0;  ///< by this run
     double seconds = 0;
     bool isEqual = false;
+    std::vector<std::string> differingColumns;  ///< of as many rows on both sides
 };
 
 /// What tells one source from another.
@@ -35,7 +36,7 @@ std::vector<TableCopy> PlanCopy(const Database& source, const Database& target, 
                                 const std::vector<std::string>& names);
 
 /// Makes the tables that the target lacks, and notes in the state that they are this copy's own.
-void MakeTables(const Database& target, Dialect sourceDialect, CopyState& state,
+void MakeTables(const Database& source, const Database& target, CopyState& state,
                 std::vector<TableCopy>& tables);
 
 /// Of the tables that this copy has made: indexes, foreign keys, numbers that go on. Returns what could not

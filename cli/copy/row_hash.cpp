@@ -156,28 +156,37 @@ void AppendCanonical(std::string& text, const ComparedColumn& column, std::strin
 }
 
 std::size_t RowSum::Add(const std::vector<SourceCell>& cells) {
-    Hash hash;
+    Hash row;
     std::size_t bytes = 0;
     for (std::size_t i = 0; i < cells.size(); ++i) {
         ado::Field& field = *cells[i].field;
+        Hash cell;
         if (field.IsNull()) {
-            hash.AddNumber(0);
-            continue;
-        }
-        hash.AddNumber(i + 1);
-        if (cells[i].isLong && !columns_[i].ignoresBlanks && field.ActualSize() > kPiece) {
+            cell.AddNumber(0);
+        } else if (cells[i].isLong && !columns_[i].ignoresBlanks && field.ActualSize() > kPiece) {
             bytes += static_cast<std::size_t>(field.ActualSize());
-            AddLong(hash, field);
-            continue;
+            AddLong(cell, field);
+        } else {
+            text_.clear();
+            AppendCanonical(text_, columns_[i], field.Text());
+            cell.Add(text_);
+            bytes += text_.size();
         }
-        text_.clear();
-        AppendCanonical(text_, columns_[i], field.Text());
-        hash.Add(text_);
-        bytes += text_.size();
+        const std::uint64_t value = cell.Value();
+        columnSums_[i] += value;
+        row.AddNumber(value);
     }
     ++rows_;
-    sum_ += hash.Value();
+    sum_ += row.Value();
     return bytes;
+}
+
+std::vector<std::size_t> RowSum::DifferingColumns(const RowSum& other) const {
+    std::vector<std::size_t> columns;
+    for (std::size_t i = 0; i < columnSums_.size(); ++i) {
+        if (columnSums_[i] != other.columnSums_[i]) columns.push_back(i);
+    }
+    return columns;
 }
 
 }  // namespace halvtiv::cli::copy

@@ -23,18 +23,22 @@ void AppendCanonical(std::string& text, const ComparedColumn& column, std::strin
 /// Rows of a table as a number that does not depend on their order.
 class RowSum {
 public:
-    explicit RowSum(std::vector<ComparedColumn> columns) : columns_(std::move(columns)) {}
+    explicit RowSum(std::vector<ComparedColumn> columns)
+        : columns_(std::move(columns)), columnSums_(columns_.size()) {}
 
     /// Returns about how many bytes the row has.
     std::size_t Add(const std::vector<SourceCell>& cells);
 
     std::int64_t Rows() const { return rows_; }
+    /// Positions of columns whose values are not the same on the whole.
+    std::vector<std::size_t> DifferingColumns(const RowSum& other) const;
     bool operator==(const RowSum& other) const { return rows_ == other.rows_ && sum_ == other.sum_; }
 
 private:
     std::vector<ComparedColumn> columns_;
     std::int64_t rows_ = 0;
     std::uint64_t sum_ = 0;
+    std::vector<std::uint64_t> columnSums_;
     std::string text_;
 };
 

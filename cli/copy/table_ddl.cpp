@@ -175,7 +175,7 @@ std::string CreateTableText(Dialect dialect, const Table& table, const std::stri
     text += ')';
     if (dialect == Dialect::MariaDb) {
         text += " engine = InnoDB";
-        if (!collation.empty()) text += " character set utf8mb4 collate " + collation;
+        if (!collation.empty()) text += " collate " + collation;
     }
     return text;
 }

@@ -118,6 +118,9 @@ void CompareRows(const Database& source, const Database& target, TableCopy& tabl
     table.sourceRows = sourceSum.Rows();
     table.state.rows = targetSum.Rows();
     table.isEqual = sourceSum == targetSum;
+    for (const std::size_t column : sourceSum.DifferingColumns(targetSum)) {
+        table.differingColumns.push_back(table.to[column]->name);
+    }
 }
 
 }  // namespace halvtiv::cli::copy

@@ -27,7 +27,8 @@ struct Watch {
 void MoveRows(const Database& source, const Database& target, TableCopy& table, CopyState& state,
               std::int64_t batchRows, const Watch& watch);
 
-/// Reads both tables, at the same time, and compares number and content of their rows. Sets `isEqual`.
+/// Reads both tables, at the same time, and compares number and content of their rows. Sets `isEqual`
+/// and `differingColumns`.
 void CompareRows(const Database& source, const Database& target, TableCopy& table, const Watch& watch);
 
 }  // namespace halvtiv::cli::copy
