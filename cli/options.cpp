@@ -111,9 +111,10 @@ void AddSharedOptions(CLI::App& app, Options& options) {
     AddFormatOptions(app, options);
 }
 
-/// One end of a copy, "--from" or "--to".
-void AddEndOptions(CLI::App& app, const std::string& name, const std::string& what, ConnectionOptions& end) {
-    AddOnce(app, name, end.connection, "Use " + what + " of a connection string, or in a file")
+/// One end of a copy: what is "from" or "to".
+void AddEndOptions(CLI::App& app, const std::string& what, ConnectionOptions& end) {
+    const std::string name = "--" + what;
+    AddOnce(app, name, end.connection, "The database to copy " + what + ": a connection string, or a file")
         ->type_name("STRING|FILE")
         ->group("Databases");
     AddOnce(app, name + "-file", end.connectionFile, "Read that connection string from FILE")
@@ -301,8 +302,8 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     SetHelp(copying, kCopyUsage, kCopyFooter);
     copying.allow_extras();
     copying.add_option("TABLE", ignoredWord, "The tables to copy; without any, all of them")->type_name("");
-    AddEndOptions(copying, "--from", "the database to copy from,", options.copy.from);
-    AddEndOptions(copying, "--to", "the database to copy to,", options.copy.to);
+    AddEndOptions(copying, "from", options.copy.from);
+    AddEndOptions(copying, "to", options.copy.to);
     std::optional<std::string> batch;
     AddOnce(copying, "--batch", batch, "Rows that are written together (1000)")->type_name("ROWS");
     AddFormatOptions(copying, options);
