@@ -13,16 +13,19 @@
 
 #include "command_support.hpp"
 #include "copy/row_hash.hpp"
-#include "test_databases.hpp"
 
 namespace {
 
 namespace ado = halvtiv::ado;
 using halvtiv::test::CommandTest;
 using halvtiv::test::Contains;
-using halvtiv::test::FromEnvironment;
 using halvtiv::test::Outcome;
 using halvtiv::test::ReadFile;
+
+std::string FromEnvironment(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? value : "";
+}
 
 /// The rows of a query, a line each, cells with "|" between.
 std::vector<std::string> Lines(const std::string& connectionString, const std::string& sql) {

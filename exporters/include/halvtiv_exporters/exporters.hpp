@@ -19,11 +19,11 @@
 /// What all have in common: `ExportData` reads from the recordset's current record to its end, whatever their
 /// number in constant memory (not where they go into the SQLite file that they are read from: what is written
 /// waits in memory for the last row), and answers the number of rows; -1 when it fails, and then
-/// `RaiseLastError` raises why: run-time errors 53 to 76 for files, 91 for a recordset that is null, the database's own
-/// errors, -1 for what the format cannot hold. An earlier file stays until the new one is whole. A progress
-/// updater hears of every 5,000 rows and of the end; what it raises ends the export with that error.
-/// `DataCount` counts for one export. `MatchExportType` compares without regard to ASCII letter case. One
-/// exporter is used by one thread at a time.
+/// `RaiseLastError` raises why: run-time errors 53 to 76 for files, 91 for a recordset that is null, the
+/// database's own errors, -1 for what the format cannot hold. An earlier file stays until the new one is
+/// whole. A progress updater hears of every 5,000 rows and of the end; what it raises ends the export with
+/// that error. `DataCount` counts for one export. `MatchExportType` compares without regard to ASCII letter
+/// case. One exporter is used by one thread at a time.
 namespace halvtiv::exporters {
 
 /// CSV (RFC 4180, UTF-8, lines end in CR LF), a header line of column names first. Export type "csv".
