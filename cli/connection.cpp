@@ -95,15 +95,20 @@ bool HasPassword(std::string_view rest) {
     return hasPassword || hasPwd;
 }
 
-std::string Password(const ConnectionOptions& options) {
+std::string Password(const ConnectionOptions& options, const ConnectionNames& names) {
     if (options.passwordFile) return ReadPasswordFile(*options.passwordFile);
-    return Environment("HALVTIV_PASSWORD").value_or("");
+    return Environment(names.passwordVariable).value_or("");
 }
 
-std::string ConnectionString(const ConnectionOptions& options) {
+std::string ConnectionString(const ConnectionOptions& options, const ConnectionNames& names) {
     if (options.connection) return *options.connection;
     if (options.connectionFile) return ReadConnectionFile(*options.connectionFile);
-    return Environment("HALVTIV_CONNECTION").value_or("");
+    return Environment(names.variable).value_or("");
+}
+
+/// A connection string that names nothing but a file is that file's path.
+bool IsPath(std::string_view connection) {
+    return connection.find('=') == std::string_view::npos;
 }
 
 }  // namespace
@@ -116,19 +121,25 @@ std::string WithPassword(std::string_view connection, std::string_view password)
     return complete + "Password=" + Quoted(password);
 }
 
-void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options) {
-    const std::string password = Password(options);
-    ado::ConnectionPtr connection;
-    if (options.database) {
-        connection = engine.SetDatabaseConnection_MDBFile(QuotedIfNeeded(*options.database), {},
-                                                          QuotedIfNeeded(password));
-    } else {
-        const std::string connectionString = ConnectionString(options);
+void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
+    const std::string password = Password(options, names);
+    std::optional<std::string> file = options.database;
+    std::string connectionString;
+    if (!file) {
+        connectionString = ConnectionString(options, names);
         if (platform::TrimBlanks(connectionString).empty()) {
-            throw CommandError(ExitStatus::NotRun,
-                               "No database is named: use --db, --connection, --connection-file or the "
-                               "environment's HALVTIV_CONNECTION.");
+            throw CommandError(ExitStatus::NotRun, names.missing);
         }
+        if (names.takesPaths && IsPath(connectionString)) file = connectionString;
+    }
+    ado::ConnectionPtr connection;
+    if (file && names.makesFiles) {
+        connection =
+            engine.SetDatabaseConnectionString("Provider=SQLite;Create=1;Data Source=" + Quoted(*file));
+    } else if (file) {
+        connection =
+            engine.SetDatabaseConnection_MDBFile(QuotedIfNeeded(*file), {}, QuotedIfNeeded(password));
+    } else {
         connection = engine.SetDatabaseConnectionString(WithPassword(connectionString, password));
     }
     if (!connection) throw CommandError(ExitStatus::NotRun, engine.GetLastError());

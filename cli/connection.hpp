@@ -8,9 +8,20 @@
 
 namespace halvtiv::cli {
 
+/// Where else a connection is looked for, and what is said when it is not found.
+struct ConnectionNames {
+    const char* variable = "HALVTIV_CONNECTION";
+    const char* passwordVariable = "HALVTIV_PASSWORD";
+    const char* missing =
+        "No database is named: use --db, --connection, --connection-file or the environment's "
+        "HALVTIV_CONNECTION.";
+    bool takesPaths = false;  ///< a connection string without "=" is the path of a database file
+    bool makesFiles = false;  ///< a file that is missing is made
+};
+
 /// Connects the engine to the database of the options, or of the environment where they name none. Raises
 /// `CommandError` (not run) when none is named or it cannot be opened.
-void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options);
+void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names = {});
 
 /// The connection string with the password added, unless it has one already.
 std::string WithPassword(std::string_view connection, std::string_view password);

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
+#include "options.hpp"
 #include "output.hpp"
 
 namespace halvtiv::cli {
+
+/// Writes a result document in the format of the options, a table on a terminal and XML elsewhere without
+/// one, and finishes the output. Without a document nothing is written.
+void WriteResult(const Options& options, const std::string& resultXml, Output& output);
 
 // The ways to show a result document. All raise what `Output` and `ReadResult` raise.
 

@@ -17,6 +17,8 @@ inline constexpr std::string_view kFooter = R"(Examples:
         runs a request that stands in a file
   halvtiv export orders.bycustomer cust=C042 top=10 --to orders.xlsx --defs shop.xml --db shop.db
         writes the rows of a function into a file
+  halvtiv copy --from shop.db --to-file server.txt
+        copies all tables of a database into another one
   halvtiv defs list shop.xml
         tells which functions a definition file offers and what they want to know
   halvtiv defs check shop.xml
@@ -64,6 +66,23 @@ An earlier file stays until the new one is whole. A database file keeps its othe
 --clear the rows of the table, too. The parameter sqlcount='select count(*) ...' counts the rows beforehand, so
 that the progress on a terminal shows the time left.)";
 
+inline constexpr std::string_view kCopyDescription =
+    "Copies tables from one database to another, of another kind too. Tables that are missing are made, "
+    "with\n"
+    "keys, indexes and foreign keys; those that are there must be empty. At the end both sides are compared.";
+
+inline constexpr std::string_view kCopyFooter = R"(Examples:
+  halvtiv copy --from shop.db --to 'Provider=PostgreSQL;Data Source=localhost;Initial Catalog=shop'
+  halvtiv copy --from-file server.txt --to backup.db customers orders
+
+A copy that was stopped goes on when the same command is started again. What it needs to know for that is in
+the table halvtiv_copy of the database that is copied to, which goes with the end of the copy.
+
+Environment:
+  HALVTIV_FROM, HALVTIV_TO     the connection strings, where no option gives them
+  HALVTIV_FROM_PASSWORD, HALVTIV_TO_PASSWORD
+                               the passwords, where the connection strings have none)";
+
 inline constexpr std::string_view kDefsFooter = R"(Examples:
   halvtiv defs list shop.xml
   halvtiv defs check shop.xml more.xml)";
@@ -76,6 +95,8 @@ inline constexpr std::string_view kCallUsage =
 inline constexpr std::string_view kExportUsage =
     "halvtiv export NAME|REQUEST.xml [PARAM=VALUE]... --to FILE [--table NAME] [--clear] [--data-folder DIR] "
     "[OPTION]...";
+inline constexpr std::string_view kCopyUsage =
+    "halvtiv copy --from STRING|FILE --to STRING|FILE [TABLE]... [OPTION]...";
 inline constexpr std::string_view kDefsUsage = "halvtiv defs list|check FILE... [OPTION]...";
 
 inline constexpr std::string_view kDefsDescription = "Looks into function definition files.";

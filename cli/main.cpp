@@ -4,6 +4,7 @@
 #include <new>
 
 #include "command_error.hpp"
+#include "copy/copy_command.hpp"
 #include "defs_command.hpp"
 #include "options.hpp"
 #include "output.hpp"
@@ -30,6 +31,8 @@ ExitStatus RunCommand(int argumentCount, char** arguments) {
             return RunCall(parsed.options);
         case Command::Export:
             return RunExport(parsed.options);
+        case Command::Copy:
+            return RunCopy(parsed.options);
         case Command::DefsList:
             return ListDefinitions(parsed.options);
         case Command::DefsCheck:

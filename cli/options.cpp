@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <span>
 #include <string_view>
@@ -67,6 +68,22 @@ void AddOutputOption(CLI::App& app, Options& options) {
         ->group("Output");
 }
 
+void AddFormatOptions(CLI::App& app, Options& options) {
+    AddOutputOption(app, options);
+    static const std::map<std::string, Format> kFormats = {
+        {"xml", Format::Xml}, {"table", Format::Table}, {"csv", Format::Csv}, {"json", Format::Json}};
+    app.add_option_function<std::string>(
+           "--format",
+           [&options](const std::string& name) {
+               const auto format = kFormats.find(name);
+               if (format == kFormats.end()) RaiseUsage("--format is one of xml, table, csv and json.");
+               options.format = format->second;
+           },
+           "xml, table, csv or json; without it, table on a terminal and xml elsewhere")
+        ->type_name("FORMAT")
+        ->group("Output");
+}
+
 void AddSharedOptions(CLI::App& app, Options& options) {
     ConnectionOptions& connection = options.connection;
     AddOnce(app, "--db", connection.database, "Use the database in FILE")
@@ -91,19 +108,21 @@ void AddSharedOptions(CLI::App& app, Options& options) {
         ->type_name("FILE")
         ->group("Database");
 
-    AddOutputOption(app, options);
-    static const std::map<std::string, Format> kFormats = {
-        {"xml", Format::Xml}, {"table", Format::Table}, {"csv", Format::Csv}, {"json", Format::Json}};
-    app.add_option_function<std::string>(
-           "--format",
-           [&options](const std::string& name) {
-               const auto format = kFormats.find(name);
-               if (format == kFormats.end()) RaiseUsage("--format is one of xml, table, csv and json.");
-               options.format = format->second;
-           },
-           "xml, table, csv or json; without it, table on a terminal and xml elsewhere")
-        ->type_name("FORMAT")
-        ->group("Output");
+    AddFormatOptions(app, options);
+}
+
+/// One end of a copy: what is "from" or "to".
+void AddEndOptions(CLI::App& app, const std::string& what, ConnectionOptions& end) {
+    const std::string name = "--" + what;
+    AddOnce(app, name, end.connection, "The database to copy " + what + ": a connection string, or a file")
+        ->type_name("STRING|FILE")
+        ->group("Databases");
+    AddOnce(app, name + "-file", end.connectionFile, "Read that connection string from FILE")
+        ->type_name("FILE")
+        ->group("Databases");
+    AddOnce(app, name + "-password-file", end.passwordFile, "Read its password from FILE")
+        ->type_name("FILE")
+        ->group("Databases");
 }
 
 /// "NAME=VALUE" taken apart at the first "=".
@@ -189,6 +208,28 @@ void ReadExport(const std::optional<std::string>& file, std::vector<std::string>
     options.exportTo.file = *file;
 }
 
+void ReadCopy(const std::optional<std::string>& batch, std::vector<std::string> words, Options& options) {
+    CopyOptions& copy = options.copy;
+    copy.tables = std::move(words);
+    for (const auto& [end, name] : {std::pair{&copy.from, "from"}, std::pair{&copy.to, "to"}}) {
+        if (end->connection && end->connectionFile) {
+            RaiseUsage(std::string("Give one of --") + name + " and --" + name + "-file.");
+        }
+    }
+    const ConnectionOptions& other = options.connection;
+    if (other.database || other.connection || other.connectionFile || other.passwordFile ||
+        !options.definitionFiles.empty()) {
+        RaiseUsage("A copy has two databases: name them with --from and --to.");
+    }
+    if (!batch) return;
+    constexpr std::int64_t kLargest = 1'000'000;
+    const char* const end = batch->data() + batch->size();
+    const auto read = std::from_chars(batch->data(), end, copy.batch);
+    if (read.ec != std::errc() || read.ptr != end || copy.batch < 1 || copy.batch > kLargest) {
+        RaiseUsage("--batch is a number from 1 to 1000000.");
+    }
+}
+
 void CheckConnectionOptions(const ConnectionOptions& connection) {
     const int given = int{connection.database.has_value()} + int{connection.connection.has_value()} +
                       int{connection.connectionFile.has_value()};
@@ -201,7 +242,7 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     for (const CLI::App* parent : {&app, &defs}) {
         if (parent->remaining_size() > 0) RaiseNotUnderstood(parent->remaining().front());
     }
-    if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call, export or defs.");
+    if (app.get_subcommands().empty()) RaiseUsage("Name a command: run, call, export, copy or defs.");
     if (defs.parsed() && defs.get_subcommands().empty())
         RaiseUsage("Name a command: defs list or defs check.");
     RaiseUsage(error.what());
@@ -257,6 +298,16 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
         ->type_name("DIR");
     AddSharedOptions(exporting, options);
 
+    CLI::App& copying = *app.add_subcommand("copy", std::string(kCopyDescription));
+    SetHelp(copying, kCopyUsage, kCopyFooter);
+    copying.allow_extras();
+    copying.add_option("TABLE", ignoredWord, "The tables to copy; without any, all of them")->type_name("");
+    AddEndOptions(copying, "from", options.copy.from);
+    AddEndOptions(copying, "to", options.copy.to);
+    std::optional<std::string> batch;
+    AddOnce(copying, "--batch", batch, "Rows that are written together (1000)")->type_name("ROWS");
+    AddFormatOptions(copying, options);
+
     CLI::App& defs = *app.add_subcommand("defs", std::string(kDefsDescription));
     SetHelp(defs, kDefsUsage, kDefsFooter);
     defs.require_subcommand(1);
@@ -287,6 +338,9 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     } else if (exporting.parsed()) {
         options.command = Command::Export;
         ReadExport(exportFile, PlainWords(exporting, split.plain), options);
+    } else if (copying.parsed()) {
+        options.command = Command::Copy;
+        ReadCopy(batch, PlainWords(copying, split.plain), options);
     } else if (defs.parsed()) {
         options.command = list.parsed() ? Command::DefsList : Command::DefsCheck;
         options.files = PlainWords(list.parsed() ? list : check, split.plain);

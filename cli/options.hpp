@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -7,7 +8,7 @@
 
 namespace halvtiv::cli {
 
-enum class Command { Run, Call, Export, DefsList, DefsCheck };
+enum class Command { Run, Call, Export, Copy, DefsList, DefsCheck };
 
 enum class Format { Xml, Table, Csv, Json };
 
@@ -34,6 +35,13 @@ struct ExportOptions {
     bool clear = false;  ///< empty the table first
 };
 
+/// What `copy` copies, and how.
+struct CopyOptions {
+    ConnectionOptions from, to;  ///< without `database`
+    std::vector<std::string> tables;
+    std::int64_t batch = 1000;  ///< rows that are written together
+};
+
 /// What the command line asks for.
 struct Options {
     Command command = Command::Run;
@@ -46,8 +54,9 @@ struct Options {
     std::string function;  ///< call, and export without a request
     std::vector<std::pair<std::string, std::string>> parameters;  ///< call, export
     ExportOptions exportTo;                                       ///< export
-    std::vector<SetOption> sets;                                  ///< call, in the order of the command line
-    std::vector<std::string> files;                               ///< defs list, defs check
+    CopyOptions copy;
+    std::vector<SetOption> sets;     ///< call, in the order of the command line
+    std::vector<std::string> files;  ///< defs list, defs check
 };
 
 /// What the command line comes to: options, or a text (help, version) that is all there is to do.

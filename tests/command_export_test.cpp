@@ -185,6 +185,8 @@ TEST_F(CommandExportTest, BashCompletesIt) {
     EXPECT_EQ(Shell("bash complete halvtiv e").out, "export ");
     EXPECT_EQ(Shell("bash complete halvtiv export --t").out, "--to --table ");
     EXPECT_EQ(Shell("bash complete halvtiv export --to sho").out, "shop.db ");
+    EXPECT_EQ(Shell("bash complete halvtiv copy --from-p").out, "--from-password-file ");
+    EXPECT_EQ(Shell("bash complete halvtiv copy --from sho").out, "shop.db ");
     EXPECT_EQ(Shell("bash complete " + command + "export --to a.csv --defs names.xml item.n").out,
               "item.names ");
     EXPECT_EQ(Shell("bash complete " + command + "export get").out, "get.xml ");

@@ -342,6 +342,10 @@ TEST_F(PostgresqlTest, TheServerKeepsABoundedNumberOfStatements) {
     EXPECT_EQ(Scalar("select 149"), "149");
     Run("create table t (n integer)");
     EXPECT_LE(OpenStatements(), 1);
+    for (int i = 0; i < 5; ++i)
+        Run("insert into t select length('" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "')");
+    EXPECT_LE(OpenStatements(), 1) << "long statements that change rows are not kept";
+    EXPECT_EQ(Scalar("select sum(n) from t"), "45010");
     connection->BeginTrans();
     Scalar("select 149");
     Connect()->Execute("create table other (n integer)");

@@ -19,7 +19,7 @@ _halvtiv() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format | --to | --table | --data-folder)
+            --db | --connection | --connection-file | --password-file | --defs | -o | --output | --format | --to | --table | --data-folder | --from | --from-file | --from-password-file | --to-file | --to-password-file | --batch)
                 ((i++))
                 ;;
             --set | --set-file)
@@ -54,7 +54,7 @@ _halvtiv() {
     fi
 
     case $previous in
-        --db | --connection-file | --password-file | --defs | -o | --output | --to)
+        --db | --connection-file | --password-file | --defs | -o | --output | --to | --from | --from-file | --from-password-file | --to-file | --to-password-file)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
@@ -68,7 +68,7 @@ _halvtiv() {
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return
             ;;
-        --connection | --set | --set-file | --table) return ;;
+        --connection | --set | --set-file | --table | --batch) return ;;
     esac
 
     local options='--db --connection --connection-file --password-file --defs -o --output --format -h --help'
@@ -76,6 +76,7 @@ _halvtiv() {
         '') options+=' --version' ;;
         call) options+=' --set --set-file' ;;
         export) options+=' --to --table --clear --data-folder' ;;
+        copy) options='--from --from-file --from-password-file --to --to-file --to-password-file --batch -o --output --format -h --help' ;;
         defs) options='-h --help' ;;
     esac
     [[ -n $defsCommand ]] && options='-o --output -h --help'
@@ -85,7 +86,7 @@ _halvtiv() {
     fi
 
     case $command in
-        '') mapfile -t COMPREPLY < <(compgen -W 'run call export defs' -- "$current") ;;
+        '') mapfile -t COMPREPLY < <(compgen -W 'run call export copy defs' -- "$current") ;;
         run)
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")

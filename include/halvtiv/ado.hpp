@@ -152,6 +152,10 @@ public:
     void Close();
     /// `adStateClosed` or `adStateOpen`; a connection that the server has dropped is closed.
     std::int32_t State();
+    /// The kind of database, for what has to be said to each in its own SQL: "SQLite", "PostgreSQL", or what
+    /// an ODBC driver calls it ("MariaDB", "Microsoft SQL Server"); "Access" for such a file. "" when this
+    /// connection has not been opened.
+    std::string DatabaseName() const;
 
     /// Seconds to wait for a connection, 15 at first, 0 for no limit. Set it before `Open`.
     std::int32_t ConnectionTimeout() const;

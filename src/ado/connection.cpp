@@ -1,3 +1,4 @@
+#include <string>
 #include <utility>
 
 #include <halvtiv/ado.hpp>
@@ -43,6 +44,10 @@ void Connection::Close() {
 
 std::int32_t Connection::State() {
     return impl_->IsOpen() ? adStateOpen : adStateClosed;
+}
+
+std::string Connection::DatabaseName() const {
+    return std::string(ConnectionInside::DatabaseName(*this));
 }
 
 std::int32_t Connection::ConnectionTimeout() const {

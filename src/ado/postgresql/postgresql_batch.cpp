@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::array<std::string_view, 8> kPreparedVerbs{"select", "values", "table",  "with",
                                                          "insert", "update", "delete", "merge"};
+constexpr std::array<std::string_view, 4> kChangingVerbs{"insert", "update", "delete", "merge"};
 // What runs and leaves the meaning of other statements alone.
 constexpr std::array<std::string_view, 17> kHarmlessVerbs{
     "begin",   "start", "commit", "end",    "rollback", "abort", "savepoint", "release", "show",
@@ -61,9 +62,12 @@ std::optional<StatementResult> PostgresqlBatch::RunNext() {
     position_ = text_.size();  // holds when the statement fails
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    auto result = IsOneOf(statement.verb, kPreparedVerbs)
-                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
-                      : RunOther(statement);
+    // A long statement that is no query carries its data: preparing it would only read it twice.
+    const bool isPrepared = IsOneOf(statement.verb, kPreparedVerbs) &&
+                            (!IsOneOf(statement.verb, kChangingVerbs) ||
+                             statement.text.size() <= PostgresqlStatementCache::kLongestText);
+    auto result = isPrepared ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
+                             : RunOther(statement);
     position_ = statement.next;
     return result;
 }
@@ -83,7 +87,7 @@ StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text) {
                                 "COPY is not supported here: it does not return rows, but data of its own.",
                                 kPostgresqlName);
     }
-    const bool changesMeaning = !IsOneOf(text.verb, kHarmlessVerbs);
+    const bool changesMeaning = !IsOneOf(text.verb, kHarmlessVerbs) && !IsOneOf(text.verb, kChangingVerbs);
     if (changesMeaning) session_->ForgetStatements();
     auto statement = std::make_shared<PostgresqlStatement>();
     statement->sent = text.text;
