@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <string_view>
 #include <utility>
 
+#include "ado/left_behind.hpp"
 #include "ado/odbc/odbc_connect.hpp"
 #include "ado/odbc/odbc_session.hpp"
 
@@ -70,10 +72,14 @@ bool OdbcPeer::HasGone() const noexcept {
 
 bool OdbcPeer::KillStatement() const noexcept {
     try {
-        const auto second = OdbcEnvironment().Connect(secondText_, "MariaDB", kSecondConnectionTakes, {},
-                                                      std::make_shared<CancelSwitch>());
-        const auto statement = second->NewStatement();
-        return SQL_SUCCEEDED(second->ExecuteText(statement.Get(), "KILL QUERY " + serverId_));
+        auto killed = ThatMayBeLeftBehind<bool>([text = secondText_, id = serverId_] {
+            const auto second = OdbcEnvironment().Connect(text, "MariaDB", kSecondConnectionTakes, {},
+                                                          std::make_shared<CancelSwitch>());
+            const auto statement = second->NewStatement();
+            return SQL_SUCCEEDED(second->ExecuteText(statement.Get(), "KILL QUERY " + id));
+        });
+        const std::chrono::seconds limit{kSecondConnectionTakes};
+        return killed.wait_for(limit) == std::future_status::ready && killed.get();
     } catch (...) {
         return false;
     }

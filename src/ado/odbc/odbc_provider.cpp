@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <future>
 #include <initializer_list>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "ado/errors.hpp"
+#include "ado/left_behind.hpp"
 #include "ado/link_limits.hpp"
 #include "ado/odbc/odbc_catalog.hpp"
 #include "ado/odbc/odbc_connect.hpp"
@@ -131,15 +130,12 @@ std::shared_ptr<Session> OpenMariaDbHost(const ConnectionParameters& parameters,
     return session;
 }
 
-// The driver knows a limit for its first steps only, and waits for ever for a server that falls silent later.
-// Its work is left to a thread of its own, which is left behind then.
+// The driver knows a limit for its first steps only.
 std::shared_ptr<Session> OpenWithin(std::chrono::seconds limit, CancelSwitch& cancel,
                                     std::function<std::shared_ptr<Session>()> open) {
     constexpr std::chrono::milliseconds kLookAtSwitch{50};
     if (limit.count() <= 0) return open();
-    std::packaged_task<std::shared_ptr<Session>()> work(std::move(open));
-    auto opened = work.get_future();
-    std::thread(std::move(work)).detach();
+    auto opened = ThatMayBeLeftBehind(std::move(open));
     const auto until = std::chrono::steady_clock::now() + limit;
     while (opened.wait_for(kLookAtSwitch) != std::future_status::ready) {
         if (cancel.Take()) {

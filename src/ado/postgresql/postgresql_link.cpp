@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <future>
-#include <thread>
 #include <utility>
 
+#include "ado/left_behind.hpp"
 #include "platform/sockets.hpp"
 
 namespace halvtiv::ado {
@@ -264,18 +264,16 @@ void PostgresqlLink::GiveUp(bool mayStop) {
     StopAndDrain();
 }
 
-// The library knows no limit for this: a thread of its own does it, which is left behind where it gets stuck.
+// The library knows no limit for this.
 bool PostgresqlLink::AskToStop() noexcept {
     try {
         std::shared_ptr<PGcancel> request(PQgetCancel(connection_.get()), PQfreeCancel);
         if (!request) return false;
-        std::promise<bool> asked;
-        auto hasAsked = asked.get_future();
-        std::thread([request = std::move(request), asked = std::move(asked)]() mutable {
+        auto asked = ThatMayBeLeftBehind<bool>([request = std::move(request)] {
             std::array<char, 256> words{};
-            asked.set_value(PQcancel(request.get(), words.data(), static_cast<int>(words.size())) != 0);
-        }).detach();
-        return hasAsked.wait_for(kAskingTakes) == std::future_status::ready && hasAsked.get();
+            return PQcancel(request.get(), words.data(), static_cast<int>(words.size())) != 0;
+        });
+        return asked.wait_for(kAskingTakes) == std::future_status::ready && asked.get();
     } catch (...) {
         return false;
     }
