@@ -13,21 +13,32 @@ namespace halvtiv::ado {
 /// cancellation that comes between two statements stops the second one.
 class CancelSwitch {
 public:
-    /// How to stop a call that waits for a server; called from the thread that throws the switch.
-    using Stop = void (*)(void* target) noexcept;
+    /// A call that waits for a server, as the thread that throws the switch sees it.
+    class Waiting {
+    public:
+        Waiting() = default;
+        virtual ~Waiting() = default;
+        Waiting(const Waiting&) = delete;
+        Waiting& operator=(const Waiting&) = delete;
+        /// Asks the server to stop it; false where that cannot be asked.
+        virtual bool AskToStop() noexcept = 0;
+        /// Whether `Cut` does anything.
+        virtual bool CanCut() const noexcept { return false; }
+        /// Ends it for good, and its connection with it.
+        virtual void Cut() noexcept {}
+    };
 
-    /// While it lives, throwing the switch stops the target, which does not go before this object. Made
-    /// around each call that waits; look at `IsThrown` after making it.
+    /// While it lives, throwing the switch stops the call, which does not go before this object. Made around
+    /// each call that waits; look at `IsThrown` after making it.
     class Target {
     public:
-        Target(CancelSwitch& owner, Stop stop, void* target) : owner_(owner) {
+        Target(CancelSwitch& owner, Waiting& call) : owner_(owner) {
             const std::lock_guard lock(owner_.mutex_);
-            owner_.stop_ = stop;
-            owner_.target_ = target;
+            owner_.call_ = &call;
         }
         ~Target() {
             const std::lock_guard lock(owner_.mutex_);
-            owner_.stop_ = nullptr;
+            owner_.call_ = nullptr;
             owner_.targetGone_.notify_all();
         }
         Target(const Target&) = delete;
@@ -37,16 +48,24 @@ public:
         CancelSwitch& owner_;
     };
 
-    /// Does not wait where nothing waits for a server.
+    /// Does not wait where nothing waits for a server. Otherwise it does until that has ended; a call that
+    /// the server does not end is cut off after some seconds, where that is possible.
     void Throw() noexcept {
         thrown_.store(true, std::memory_order_relaxed);
         // A call that has been announced may not have begun: it is stopped once more until it has ended.
         constexpr int kAttempts = 20;
+        constexpr std::chrono::milliseconds kBetween{50};
+        constexpr std::chrono::seconds kStopTakes{10};
         std::unique_lock lock(mutex_);
-        for (int i = 0; i < kAttempts && stop_ && IsThrown(); ++i) {
-            stop_(target_);
-            targetGone_.wait_for(lock, std::chrono::milliseconds(50));
+        const auto hasEnded = [this] { return call_ == nullptr || !IsThrown(); };
+        bool isAsked = true;
+        for (int i = 0; i < kAttempts && isAsked && !hasEnded(); ++i) {
+            isAsked = call_->AskToStop() || !call_->CanCut();
+            if (isAsked) targetGone_.wait_for(lock, kBetween);
         }
+        if (hasEnded() || !call_->CanCut()) return;
+        if (isAsked) targetGone_.wait_for(lock, kStopTakes, hasEnded);
+        if (!hasEnded()) call_->Cut();
     }
     void Forget() noexcept { thrown_.store(false, std::memory_order_relaxed); }
     bool IsThrown() const noexcept { return thrown_.load(std::memory_order_relaxed); }
@@ -57,8 +76,7 @@ private:
     std::atomic<bool> thrown_ = false;
     std::mutex mutex_;  // of what follows
     std::condition_variable targetGone_;
-    Stop stop_ = nullptr;  // null while nothing waits
-    void* target_ = nullptr;
+    Waiting* call_ = nullptr;  // null while nothing waits
 };
 
 }  // namespace halvtiv::ado

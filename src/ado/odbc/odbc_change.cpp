@@ -23,7 +23,7 @@ class BoundParameters {
 public:
     BoundParameters(OdbcSession& session, SQLHSTMT statement) : session_(session), statement_(statement) {}
     ~BoundParameters() {
-        if (session_.IsAlive()) SQLFreeStmt(statement_, SQL_RESET_PARAMS);
+        if (session_.IsUsable()) SQLFreeStmt(statement_, SQL_RESET_PARAMS);
     }
     BoundParameters(const BoundParameters&) = delete;
     BoundParameters& operator=(const BoundParameters&) = delete;

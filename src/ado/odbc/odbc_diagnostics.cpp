@@ -97,8 +97,9 @@ AdoError KindOfOdbcState(const OdbcDiagnostic& diagnostic) {
 bool IsConnectionLost(const OdbcDiagnostic& diagnostic) {
     constexpr std::int32_t kServerGone = 2006;
     constexpr std::int32_t kServerLost = 2013;
-    return diagnostic.state.starts_with("08") || diagnostic.nativeCode == kServerGone ||
-           diagnostic.nativeCode == kServerLost;
+    constexpr std::int32_t kKilled = 1927;
+    return diagnostic.state.starts_with("08") ||
+           IsOneOf(diagnostic.nativeCode, {kServerGone, kServerLost, kKilled});
 }
 
 ErrorInfo MakeOdbcError(const std::vector<OdbcDiagnostic>& diagnostics, std::string_view source) {

@@ -30,6 +30,8 @@ public:
 
     /// Reads all that is left into memory of our own; the driver is done with it.
     void SetAside();
+    /// Whether there may be something left of its answer.
+    bool IsRunning() const noexcept { return stage_ == Stage::Running; }
     /// The connection has gone.
     void Drop() noexcept;
 

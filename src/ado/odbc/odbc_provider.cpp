@@ -1,6 +1,8 @@
 #include "ado/odbc/odbc_provider.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -8,13 +10,18 @@
 #include <vector>
 
 #include "ado/errors.hpp"
+#include "ado/left_behind.hpp"
+#include "ado/link_limits.hpp"
 #include "ado/odbc/odbc_catalog.hpp"
 #include "ado/odbc/odbc_connect.hpp"
+#include "ado/odbc/odbc_peer.hpp"
 #include "platform/files.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::ado {
 namespace {
+
+constexpr std::string_view kMariaDbName = "MariaDB";
 
 bool Contains(std::string_view text, std::string_view lowerCaseWord) {
     return platform::ToLower(text).find(lowerCaseWord) != std::string::npos;
@@ -79,6 +86,70 @@ bool IsTrusted(const ConnectionParameters& parameters) {
            platform::EqualIgnoringCase(value, "true");
 }
 
+// In the driver manager's form. silent is how long the driver waits for the server's next bytes.
+OdbcConnectionText MariaDbText(const ConnectionParameters& parameters, const std::string& driver,
+                               std::string_view dataSource, std::chrono::seconds silent) {
+    // Rows found count as affected, no prompt, rows straight from the server and forward only.
+    constexpr const char* kOptions = "3145746";  // 2 + 16 + 1048576 + 2097152
+    OdbcConnectionText text;
+    text.Add("Driver", "{" + driver + "}");
+    if (dataSource.starts_with('/')) {
+        text.Add("Server", "localhost").Add("Socket", dataSource);
+    } else {
+        const auto [host, port] = SplitPort(dataSource);
+        text.Add("Server", host.empty() ? "localhost" : host).Add("Port", port);
+    }
+    text.Add("Database", FirstOf(parameters, {"Initial Catalog", "Database"}));
+    text.Add("UID", FirstOf(parameters, {"User ID", "UID"}));
+    text.Add("PWD", FirstOf(parameters, {"Password", "PWD"}));
+    text.Add("CHARSET", "utf8mb4").Add("OPTION", kOptions);
+    for (const auto* key : {"SSLCA", "SSLCERT", "SSLKEY", "SSLVERIFY", "FORCETLS"}) {
+        text.Add(key, parameters.Get(key));
+    }
+    if (silent.count() > 0) {
+        const auto seconds = std::to_string(silent.count());
+        text.Add("READ_TIMEOUT", seconds).Add("WRITE_TIMEOUT", seconds);
+    }
+    return text;
+}
+
+std::shared_ptr<Session> OpenMariaDbHost(const ConnectionParameters& parameters, const std::string& driver,
+                                         const std::string& dataSource, const LinkLimits& limits,
+                                         std::int32_t connectionTimeout,
+                                         const std::shared_ptr<CancelSwitch>& cancel) {
+    constexpr std::chrono::seconds kSecondTakes{3};
+    const auto port = SplitPort(dataSource).port;
+    std::string address(dataSource.starts_with('/') ? dataSource : port.empty() ? "3306" : port);
+    auto peer = std::make_unique<OdbcPeer>(std::move(address),
+                                           MariaDbText(parameters, driver, dataSource, kSecondTakes).Text());
+    auto session =
+        OdbcEnvironment().Connect(MariaDbText(parameters, driver, dataSource, limits.silent).Text(),
+                                  kMariaDbName, connectionTimeout, SecretsOf(parameters), cancel);
+    peer->Meet(*session, limits);
+    session->UsePeer(std::move(peer));
+    return session;
+}
+
+// The driver knows a limit for its first steps only.
+std::shared_ptr<Session> OpenWithin(std::chrono::seconds limit, CancelSwitch& cancel,
+                                    std::function<std::shared_ptr<Session>()> open) {
+    constexpr std::chrono::milliseconds kLookAtSwitch{50};
+    if (limit.count() <= 0) return open();
+    auto opened = ThatMayBeLeftBehind(std::move(open));
+    const auto until = std::chrono::steady_clock::now() + limit;
+    while (opened.wait_for(kLookAtSwitch) != std::future_status::ready) {
+        if (cancel.Take()) {
+            throw MakeProviderError(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description,
+                                    kMariaDbName);
+        }
+        if (std::chrono::steady_clock::now() >= until) {
+            throw MakeProviderError(AdoError::Unspecified, "The server has not answered in time.",
+                                    kMariaDbName);
+        }
+    }
+    return opened.get();
+}
+
 }  // namespace
 
 std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
@@ -96,36 +167,33 @@ std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
 std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& parameters,
                                             std::int32_t connectionTimeout,
                                             std::shared_ptr<CancelSwitch> cancel) {
-    // Rows found count as affected, no prompt, rows straight from the server and forward only.
-    constexpr const char* kOptions = "3145746";  // 2 + 16 + 1048576 + 2097152
+    const auto limits = ReadLinkLimits(parameters, kMariaDbName);
+    const auto driver = RequireDriver(OdbcEnvironment(), {"mariadb", "mysql"});
     const auto dataSource = parameters.Get("Data Source");
+    const bool isPath = dataSource.starts_with('/');
     const auto shared = std::move(cancel);  // by all attempts
+    std::string earlier;                    // why the hosts so far were left
     for (std::string_view rest = dataSource;;) {
-        OdbcEnvironment environment;
-        OdbcConnectionText text;
-        text.Add("Driver", "{" + RequireDriver(environment, {"mariadb", "mysql"}) + "}");
-        const auto end = std::min(rest.find(','), rest.size());
-        if (dataSource.starts_with('/')) {
-            text.Add("Server", "localhost").Add("Socket", dataSource);
-            rest = {};
-        } else {
-            const auto [host, port] = SplitPort(rest.substr(0, end));
-            text.Add("Server", host.empty() ? "localhost" : host).Add("Port", port);
-            rest.remove_prefix(std::min(end + 1, rest.size()));
-        }
-        text.Add("Database", FirstOf(parameters, {"Initial Catalog", "Database"}));
-        text.Add("UID", FirstOf(parameters, {"User ID", "UID"}));
-        text.Add("PWD", FirstOf(parameters, {"Password", "PWD"}));
-        text.Add("CHARSET", "utf8mb4").Add("OPTION", kOptions);
-        for (const auto* key : {"SSLCA", "SSLCERT", "SSLKEY", "SSLVERIFY", "FORCETLS"}) {
-            text.Add(key, parameters.Get(key));
-        }
+        const auto end = isPath ? rest.size() : std::min(rest.find(','), rest.size());
+        const auto host = platform::TrimBlanks(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
         try {
-            return environment.Connect(text.Text(), "MariaDB", connectionTimeout, SecretsOf(parameters),
-                                       shared);
-        } catch (const ErrorInfo& error) {
+            const auto open = [parameters, driver, name = std::string(host), limits, connectionTimeout,
+                               shared] {
+                return OpenMariaDbHost(parameters, driver, name, limits, connectionTimeout, shared);
+            };
+            // The driver's own words come a little earlier where it has some.
+            return OpenWithin(std::chrono::seconds(connectionTimeout > 0 ? connectionTimeout + 1 : 0),
+                              *shared, open);
+        } catch (ErrorInfo& error) {
+            // One of several says which one it is.
+            const bool isOne = rest.empty() && earlier.empty();
+            if (!isOne && !IsCancelled(error)) {
+                error.Description.insert(0, earlier + std::string(host) + ": ");
+            }
             // The next one would refuse a login as well.
             if (rest.empty() || error.Number != static_cast<std::int32_t>(AdoError::Unspecified)) throw;
+            earlier = error.Description + '\n';
         }
     }
 }

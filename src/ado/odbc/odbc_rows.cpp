@@ -73,7 +73,7 @@ void OdbcRows::Bind(SQLULEN rowsWanted) {
 
 // The statement may go on with another result.
 OdbcRows::~OdbcRows() {
-    if (!session_.IsAlive()) return;
+    if (!session_.IsUsable()) return;
     SQLFreeStmt(statement_, SQL_UNBIND);
     if (blockSize_ == 1) return;
     SQLSetStmtAttr(statement_, SQL_ATTR_ROWS_FETCHED_PTR, nullptr, 0);

@@ -47,6 +47,17 @@ void OdbcSession::RequireOpen() const {
     if (!connection_ || isLost_) RaiseAdoError(AdoError::InvalidConnection);
 }
 
+bool OdbcSession::IsAlive() {
+    if (!IsUsable()) return false;
+    const bool isFree = std::none_of(executions_.begin(), executions_.end(),
+                                     [](const auto* execution) { return execution->IsRunning(); });
+    if (isFree && peer_ && peer_->HasGone()) {
+        isLost_ = true;
+        ForgetTransaction();
+    }
+    return !isLost_;
+}
+
 std::unique_ptr<Batch> OdbcSession::Prepare(std::string commandText, Purpose purpose) {
     RequireOpen();
     if (commandText.find('\0') != std::string::npos) {
@@ -112,6 +123,12 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
             return SQLExecDirect(statement, reinterpret_cast<SQLCHAR*>(narrow.data()), SQL_NTS);
         });
     }
+    // Direct execution crashes in that driver where the connection breaks while the columns are described.
+    if (traits_.dialect == OdbcDialect::MariaDb) {
+        const auto status = PrepareText(statement, text);
+        if (!SQL_SUCCEEDED(status)) return status;
+        return Wait(statement, [&] { return SQLExecute(statement); });
+    }
     auto wide = ToWide(text);
     return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
 }
@@ -135,8 +152,16 @@ void OdbcSession::SetOthersAside(const OdbcExecution* except) {
     }
 }
 
-void OdbcSession::CancelStatement(void* statement) noexcept {
-    SQLCancel(statement);
+bool OdbcSession::WaitingCall::AskToStop() noexcept {
+    return session_.peer_ ? session_.peer_->KillStatement() : SQL_SUCCEEDED(SQLCancel(statement_));
+}
+
+bool OdbcSession::WaitingCall::CanCut() const noexcept {
+    return session_.peer_ && session_.peer_->CanCut();
+}
+
+void OdbcSession::WaitingCall::Cut() noexcept {
+    session_.peer_->Cut();
 }
 
 void OdbcSession::RaiseCancelled() {
@@ -154,6 +179,10 @@ void OdbcSession::Raise(SQLSMALLINT handleType, SQLHANDLE handle) {
     if (isStopped && !undoing_ && cancel_->IsThrown()) RaiseCancelled();
     if (any(IsConnectionLost)) {
         isLost_ = true;
+        if (!undoing_ && cancel_->IsThrown()) {  // it was cut off
+            ForgetTransaction();
+            RaiseCancelled();
+        }
     } else if (error.Number == static_cast<std::int32_t>(AdoError::Unspecified)) {
         SQLUINTEGER isDead = SQL_CD_FALSE;
         const auto status =

@@ -11,6 +11,7 @@
 
 #include "ado/cancel_switch.hpp"
 #include "ado/odbc/odbc_handle.hpp"
+#include "ado/odbc/odbc_peer.hpp"
 #include "ado/odbc/odbc_traits.hpp"
 #include "ado/provider.hpp"
 
@@ -33,7 +34,7 @@ public:
     std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override;
-    bool IsAlive() override { return connection_ && !isLost_; }
+    bool IsAlive() override;
     void Close() override;
     bool InTransaction() override;
     void Begin() override;
@@ -47,6 +48,10 @@ public:
     // For the batches and cursors of this session.
 
     const OdbcTraits& Traits() const noexcept { return traits_; }
+    /// What is known of the server's end; the session goes through it where its driver cannot help.
+    void UsePeer(std::unique_ptr<OdbcPeer> peer) noexcept { peer_ = std::move(peer); }
+    /// Whether the driver's handles may still be used.
+    bool IsUsable() const noexcept { return connection_ && !isLost_; }
     SQLHDBC Connection() const noexcept { return connection_.Get(); }
     /// A statement handle with the command time-out. Raises -2146824579 after `Close`.
     OdbcHandle NewStatement();
@@ -56,7 +61,8 @@ public:
     template <typename Call>
     SQLRETURN Wait(SQLHSTMT statement, Call&& call) {
         if (undoing_) return call();
-        const CancelSwitch::Target target(*cancel_, CancelStatement, statement);
+        WaitingCall waiting(*this, statement);
+        const CancelSwitch::Target target(*cancel_, waiting);
         StopIfCancelled();
         return call();
     }
@@ -79,6 +85,18 @@ public:
     void Remove(OdbcExecution& execution) noexcept { std::erase(executions_, &execution); }
 
 private:
+    class WaitingCall final : public CancelSwitch::Waiting {
+    public:
+        WaitingCall(OdbcSession& session, SQLHSTMT statement) : session_(session), statement_(statement) {}
+        bool AskToStop() noexcept override;
+        bool CanCut() const noexcept override;
+        void Cut() noexcept override;
+
+    private:
+        OdbcSession& session_;
+        SQLHSTMT statement_;
+    };
+
     struct PreparedChange {
         std::string text;
         OdbcHandle statement;
@@ -86,7 +104,6 @@ private:
 
     void SetOthersAside(const OdbcExecution* except);
     void TellTimeout();
-    static void CancelStatement(void* statement) noexcept;
     [[noreturn]] void RaiseCancelled();
     void RequireOpen() const;
     /// A statement of a change, prepared at its first use.
@@ -106,6 +123,7 @@ private:
     OdbcHandle connection_;
     OdbcTraits traits_;
     std::shared_ptr<CancelSwitch> cancel_;
+    std::unique_ptr<OdbcPeer> peer_;          // null where there is nothing beside the driver
     std::vector<OdbcExecution*> executions_;  // owned by their batches and cursors
     std::list<PreparedChange> changes_;       // the last used first
     bool isLost_ = false;

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <future>
 #include <utility>
 
+#include "ado/left_behind.hpp"
 #include "platform/sockets.hpp"
 
 namespace halvtiv::ado {
@@ -18,6 +20,8 @@ constexpr milliseconds kLookAtServer{5};
 constexpr milliseconds kPatience{100};
 // A server that has been asked to stop and does not answer counts as gone.
 constexpr std::chrono::seconds kStopTakes{10};
+// Asking goes through a connection of its own, which may not come about either.
+constexpr std::chrono::seconds kAskingTakes{3};
 
 constexpr std::array<std::string_view, 24> kSqlErrorClasses{"08", "0A", "0L", "0P", "20", "21", "22", "24",
                                                             "25", "26", "27", "2B", "2F", "34", "38", "39",
@@ -76,7 +80,10 @@ void PostgresqlParameters::AddBytes(std::string bytes) {
 }
 
 PostgresqlLink::PostgresqlLink(PostgresqlHandle connection, std::shared_ptr<CancelSwitch> cancel)
-    : connection_(std::move(connection)), cancel_(std::move(cancel)) {}
+    : connection_(std::move(connection)), cancel_(std::move(cancel)) {
+    // Sending waits here, where it can be stopped, and not inside the library.
+    PQsetnonblocking(connection_.get(), 1);
+}
 
 bool PostgresqlLink::IsAlive() {
     auto* const connection = connection_.get();
@@ -167,8 +174,7 @@ PostgresqlResult PostgresqlLink::Receive() {
     if (!isBusy_) return nullptr;
     if (rowsCome_ && IsCancelled()) {
         // Rows on their way are not waited for; whether a statement has been done is.
-        AskToStop();
-        DrainOrDrop();
+        StopAndDrain();
         RaiseStopped(Stop::Cancelled);
     }
     if (PQisBusy(connection_.get()) != 0) AwaitAnswer();
@@ -180,28 +186,35 @@ PostgresqlResult PostgresqlLink::Receive() {
     return result;
 }
 
-PostgresqlResult PostgresqlLink::ReceiveRaw() {
+PostgresqlResult PostgresqlLink::ReceiveRaw() noexcept {
     PostgresqlResult result(PQgetResult(connection_.get()));
     if (!result) isBusy_ = false;
     return result;
 }
 
 void PostgresqlLink::AwaitAnswer() {
+    using platform::SocketReady;
     auto* const connection = connection_.get();
     const auto begin = Clock::now();
+    auto lastHeard = begin;
     auto givenUpAt = Clock::time_point::max();
     do {
-        const bool isReady =
-            platform::AwaitSocket(PQsocket(connection), platform::SocketReady::Reading, kLookAtSwitch);
+        const int unsent = PQflush(connection);
+        if (unsent < 0) RaiseLost();
+        const bool isReady = platform::AwaitSocket(
+            PQsocket(connection), unsent > 0 ? SocketReady::Either : SocketReady::Reading, kLookAtSwitch);
         if (isReady && PQconsumeInput(connection) == 0) RaiseLost();
         if (PQisBusy(connection) == 0) return;
-        if (uninterrupted_) continue;
         const auto now = Clock::now();
+        if (isReady) lastHeard = now;
+        if (readTimeout_.count() > 0 && stopping_ == Stop::None && now - lastHeard >= readTimeout_) {
+            RaiseSilent();
+        }
+        if (uninterrupted_) continue;
         const bool isOverTime = commandTimeout_.count() > 0 && now - begin >= commandTimeout_;
         if (stopping_ == Stop::None && (isOverTime || IsCancelled())) {
             stopping_ = IsCancelled() ? Stop::Cancelled : Stop::TimedOut;
-            AskToStop();
-            givenUpAt = now + kStopTakes;
+            givenUpAt = AskToStop() ? Clock::now() + kStopTakes : now;
         }
         if (now >= givenUpAt) {
             const auto reason = stopping_;
@@ -216,13 +229,13 @@ void PostgresqlLink::Drop() noexcept {
     isBusy_ = false;
 }
 
-void PostgresqlLink::DrainOrDrop() {
+void PostgresqlLink::DrainOrDrop() noexcept {
     Drain(Clock::now() + kStopTakes);
     if (isBusy_) Drop();
 }
 
 // Errors on the way do not count any more.
-void PostgresqlLink::Drain(Clock::time_point until) {
+void PostgresqlLink::Drain(Clock::time_point until) noexcept {
     auto* const connection = connection_.get();
     while (isBusy_) {
         while (PQisBusy(connection) != 0) {
@@ -248,15 +261,30 @@ void PostgresqlLink::GiveUp(bool mayStop) {
     }
     Drain(Clock::now() + kPatience);
     if (!isBusy_) return;
-    AskToStop();
-    DrainOrDrop();
+    StopAndDrain();
 }
 
-void PostgresqlLink::AskToStop() noexcept {
-    const std::unique_ptr<PGcancel, void (*)(PGcancel*)> request(PQgetCancel(connection_.get()),
-                                                                 PQfreeCancel);
-    std::array<char, 256> words{};
-    if (request) PQcancel(request.get(), words.data(), static_cast<int>(words.size()));
+// The library knows no limit for this.
+bool PostgresqlLink::AskToStop() noexcept {
+    try {
+        std::shared_ptr<PGcancel> request(PQgetCancel(connection_.get()), PQfreeCancel);
+        if (!request) return false;
+        auto asked = ThatMayBeLeftBehind<bool>([request = std::move(request)] {
+            std::array<char, 256> words{};
+            return PQcancel(request.get(), words.data(), static_cast<int>(words.size())) != 0;
+        });
+        return asked.wait_for(kAskingTakes) == std::future_status::ready && asked.get();
+    } catch (...) {
+        return false;
+    }
+}
+
+void PostgresqlLink::StopAndDrain() noexcept {
+    if (AskToStop()) {
+        DrainOrDrop();
+    } else {
+        Drop();
+    }
 }
 
 void PostgresqlLink::StopIfCancelled() {
@@ -274,6 +302,16 @@ void PostgresqlLink::RaiseLost() {
     auto words = connection_ ? WordsOf(connection_.get()) : std::string();
     if (words.empty()) words = "The connection to the server has been lost.";
     throw MakeProviderError(AdoError::Unspecified, words, kPostgresqlName);
+}
+
+void PostgresqlLink::RaiseSilent() {
+    Drop();
+    hasFallenSilent_ = true;
+    throw MakeProviderError(AdoError::Unspecified,
+                            "Nothing has been heard from the server for " +
+                                std::to_string(readTimeout_.count()) +
+                                " seconds; the connection has been given up.",
+                            kPostgresqlName);
 }
 
 void PostgresqlLink::RaiseFailure(const PGresult* failed) {

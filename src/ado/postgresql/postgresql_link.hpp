@@ -78,6 +78,11 @@ public:
     /// A number that stays the same from the statement that begins a transaction to the one that ends it.
     std::uint64_t TransactionSerial() const noexcept { return transactionSerial_; }
     void SetCommandTimeout(std::chrono::seconds timeout) noexcept { commandTimeout_ = timeout; }
+    /// How long nothing may be heard from the server while it is waited for, 0 for no limit. The line is lost
+    /// after that, whatever it does.
+    void SetReadTimeout(std::chrono::seconds timeout) noexcept { readTimeout_ = timeout; }
+    /// Whether the line was lost because nothing was heard.
+    bool HasFallenSilent() const noexcept { return hasFallenSilent_; }
     /// The line does not stop for the switch or the time-out while this is set.
     void Uninterrupted(bool isSo) noexcept { uninterrupted_ = isSo; }
     bool IsUninterrupted() const noexcept { return uninterrupted_; }
@@ -114,20 +119,26 @@ private:
 
     void BeginSending();
     void RequireSent(int isSent, bool rowByRow = false);
-    PostgresqlResult ReceiveRaw();
+    PostgresqlResult ReceiveRaw() noexcept;
     void AwaitAnswer();
-    void Drain(Clock::time_point until);
-    void DrainOrDrop();
+    void Drain(Clock::time_point until) noexcept;
+    void DrainOrDrop() noexcept;
     void Drop() noexcept;
-    void AskToStop() noexcept;
+    /// Whether the server has been asked in time. Where it has not, it may hear of it later: the line must
+    /// not be used for anything else.
+    bool AskToStop() noexcept;
+    void StopAndDrain() noexcept;
     bool IsCancelled() const noexcept { return !uninterrupted_ && cancel_->IsThrown(); }
     [[noreturn]] void RaiseStopped(Stop reason);
     [[noreturn]] void RaiseLost();
+    [[noreturn]] void RaiseSilent();
     [[noreturn]] void RaiseFailure(const PGresult* failed);
 
     PostgresqlHandle connection_;
     std::shared_ptr<CancelSwitch> cancel_;
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
+    std::chrono::seconds readTimeout_{0};     // likewise
+    bool hasFallenSilent_ = false;
     bool uninterrupted_ = false;
     bool isBusy_ = false;    // a statement has been sent and not been received to its end
     bool rowByRow_ = false;  // that statement is

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ado/errors.hpp"
+#include "ado/link_limits.hpp"
 #include "ado/postgresql/postgresql_link.hpp"
 #include "ado/postgresql/postgresql_session.hpp"
 #include "platform/sockets.hpp"
@@ -105,6 +106,21 @@ void Set(Settings& settings, const std::string& keyword, std::string value) {
     settings.emplace_back(keyword, std::move(value));
 }
 
+void SetDefault(Settings& settings, const std::string& keyword, std::int64_t value) {
+    const bool isSet = std::any_of(settings.begin(), settings.end(),
+                                   [&](const auto& setting) { return setting.first == keyword; });
+    if (!isSet) settings.emplace_back(keyword, std::to_string(value));
+}
+
+// The library's own keywords for it count where the string has them.
+void WatchLink(Settings& settings, std::chrono::seconds limit) {
+    if (limit.count() == 0) return;
+    SetDefault(settings, "keepalives_idle", std::max<std::int64_t>(limit.count() / 2, 1));
+    SetDefault(settings, "keepalives_interval", std::max<std::int64_t>(limit.count() / 6, 1));
+    SetDefault(settings, "keepalives_count", 3);
+    SetDefault(settings, "tcp_user_timeout", limit.count() * 1000);
+}
+
 void SetHosts(Settings& settings, std::span<const Host> hosts) {
     if (hosts.empty()) return;
     std::string names;
@@ -186,47 +202,77 @@ PostgresqlHandle Begin(const Settings& settings) {
 }
 
 struct Attempt {
-    PostgresqlHandle connection;  // null where a host has taken too long
+    std::unique_ptr<PostgresqlLink> link;  // null where a host has taken too long
     std::string slowHost;
     std::string slowPort;
+    std::string words;  // why the hosts before that one were left, and that one
 };
 
-Attempt Try(const Settings& settings, std::chrono::seconds limit, CancelSwitch& cancel) {
+Attempt TooSlow(std::string host, std::string port, std::string earlier) {
+    if (!earlier.empty()) earlier += '\n';
+    earlier += "connection to server at \"" + host + "\", port " + port +
+               " failed: The server has not answered in time.";
+    return {nullptr, std::move(host), std::move(port), std::move(earlier)};
+}
+
+Attempt Try(const Settings& settings, std::chrono::seconds limit,
+            const std::shared_ptr<CancelSwitch>& cancel) {
     using platform::SocketReady;
     auto connection = Begin(settings);
     std::string host;
     std::string port;
     auto begin = Clock::now();
     for (auto wanted = SocketReady::Writing;;) {
-        if (cancel.Take()) Raise(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description);
+        if (cancel->Take()) Raise(AdoError::Cancelled, MakeAdoError(AdoError::Cancelled).Description);
         if (host != PQhost(connection.get()) || port != PQport(connection.get())) {
             host = PQhost(connection.get());
             port = PQport(connection.get());
             begin = Clock::now();
         }
-        if (limit.count() > 0 && Clock::now() - begin >= limit) return {nullptr, host, port};
+        if (limit.count() > 0 && Clock::now() - begin >= limit) {
+            return TooSlow(host, port, ReadFailure(PQerrorMessage(connection.get())).words);
+        }
         if (!platform::AwaitSocket(PQsocket(connection.get()), wanted, kLookAtSwitch)) continue;
         const auto state = PQconnectPoll(connection.get());
-        if (state == PGRES_POLLING_OK) return {std::move(connection), {}, {}};
+        if (state == PGRES_POLLING_OK) break;
         if (state == PGRES_POLLING_FAILED) RaiseFailure(connection.get());
         wanted = state == PGRES_POLLING_READING ? SocketReady::Reading : SocketReady::Writing;
     }
+    PQsetErrorVerbosity(connection.get(), PQERRORS_DEFAULT);
+    auto link = std::make_unique<PostgresqlLink>(std::move(connection), cancel);
+    link->SetReadTimeout(limit);
+    try {
+        link->RunScript(kSessionSettings);
+    } catch (const ErrorInfo&) {
+        if (!link->HasFallenSilent()) throw;
+        return TooSlow(host, port, {});
+    }
+    return {std::move(link), {}, {}, {}};
 }
 
-PostgresqlHandle Connect(Settings settings, std::vector<Host> hosts, std::chrono::seconds limit,
-                         CancelSwitch& cancel) {
+std::unique_ptr<PostgresqlLink> Connect(Settings settings, std::vector<Host> hosts,
+                                        std::chrono::seconds limit,
+                                        const std::shared_ptr<CancelSwitch>& cancel) {
+    std::string earlier;  // why hosts are not in the list any more
     for (;;) {
         SetHosts(settings, hosts);
-        auto attempt = Try(settings, limit, cancel);
-        if (attempt.connection) return std::move(attempt.connection);
+        Attempt attempt;
+        try {
+            attempt = Try(settings, limit, cancel);
+        } catch (ErrorInfo& error) {
+            if (error.Number != static_cast<std::int32_t>(AdoError::Cancelled)) {
+                error.Description.insert(0, earlier);
+            }
+            throw;
+        }
+        if (attempt.link) return std::move(attempt.link);
+        earlier += attempt.words;
         // The hosts behind the one that does not answer have not had their turn.
         const auto slow = std::find_if(hosts.begin(), hosts.end(), [&](const Host& host) {
             return host.name == attempt.slowHost && (host.port.empty() || host.port == attempt.slowPort);
         });
-        if (slow == hosts.end() || std::next(slow) == hosts.end()) {
-            Raise(AdoError::Unspecified, "The server at \"" + attempt.slowHost + "\", port " +
-                                             attempt.slowPort + ", has not answered in time.");
-        }
+        if (slow == hosts.end() || std::next(slow) == hosts.end()) Raise(AdoError::Unspecified, earlier);
+        earlier += '\n';
         hosts.erase(hosts.begin(), std::next(slow));
     }
 }
@@ -237,17 +283,18 @@ std::shared_ptr<Session> OpenPostgresqlSession(const ConnectionParameters& param
                                                std::int32_t connectionTimeout,
                                                std::shared_ptr<CancelSwitch> cancel) {
     RequireNoPasswordIn(parameters);
+    const auto shared = std::move(cancel);  // by all attempts
+    const auto limits = ReadLinkLimits(parameters, kPostgresqlName);
     Settings settings = PassedThrough(parameters);
+    WatchLink(settings, limits.lost);
     Set(settings, "dbname", std::string(parameters.Get("Initial Catalog")));
     Set(settings, "user", std::string(parameters.Get("User ID")));
     Set(settings, "password", std::string(parameters.Get("Password")));
     Set(settings, "client_encoding", "UTF8");
     Set(settings, "fallback_application_name", "halvtiv");
-    auto connection = Connect(std::move(settings), ReadHosts(parameters.Get("Data Source")),
-                              std::chrono::seconds(std::max(connectionTimeout, 0)), *cancel);
-    PQsetErrorVerbosity(connection.get(), PQERRORS_DEFAULT);
-    auto link = std::make_unique<PostgresqlLink>(std::move(connection), std::move(cancel));
-    link->RunScript(kSessionSettings);
+    auto link = Connect(std::move(settings), ReadHosts(parameters.Get("Data Source")),
+                        std::chrono::seconds(std::max(connectionTimeout, 0)), shared);
+    link->SetReadTimeout(limits.silent);
     return std::make_shared<PostgresqlSession>(std::move(link));
 }
 
