@@ -50,15 +50,12 @@ PostgresqlBatch::PostgresqlBatch(std::shared_ptr<PostgresqlSession> session, std
     : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
 
 std::optional<StatementResult> PostgresqlBatch::RunNext() {
-    if (position_ == 0) {
+    const auto begin = std::exchange(position_, text_.size());  // holds when the statement fails
+    if (begin == 0) {
         // What the server keeps under the whole text is one statement.
-        if (auto kept = session_->FindKept(text_, purpose_)) {
-            position_ = text_.size();
-            return RunQuery(std::move(kept));
-        }
+        if (auto kept = session_->FindKept(text_, purpose_)) return RunQuery(std::move(kept));
     }
-    const auto statement = NextPostgresqlStatement(text_, position_);
-    position_ = text_.size();  // holds when the statement fails
+    const auto statement = NextPostgresqlStatement(text_, begin);
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
     auto result = IsOneOf(statement.verb, kPreparedVerbs)

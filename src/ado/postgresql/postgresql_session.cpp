@@ -58,9 +58,9 @@ void PostgresqlSession::Begin() {
 }
 
 void PostgresqlSession::Commit() {
-    auto& link = FreeLine();
-    link.StopIfCancelled();
     try {
+        auto& link = FreeLine();
+        link.StopIfCancelled();
         // What has been sent must be known to be done or not: nothing stops it half-way.
         PostgresqlResult result;
         WithoutStops([&] { result = link.Run("COMMIT"); });
@@ -89,8 +89,12 @@ void PostgresqlSession::RollbackToSavepoint(std::int32_t level) {
 }
 
 void PostgresqlSession::RunToUndo(const std::string& text) {
-    auto& link = FreeLine();
-    WithoutStops([&] { link.Run(text); });
+    try {
+        FreeLine();
+    } catch (const ErrorInfo& error) {
+        if (!ado::IsCancelled(error)) throw;  // the rows are, undoing is not
+    }
+    WithoutStops([&] { Link().Run(text); });
 }
 
 void PostgresqlSession::SetCommandTimeout(std::int32_t seconds) {

@@ -43,6 +43,7 @@ public:
     /// The line to the server. Raises -2146824579 after `Close`.
     PostgresqlLink& Link();
     /// The line with nothing under way: the rest of a cursor that is being read is kept by that cursor.
+    /// Raises that this was cancelled; the line is free then, too.
     PostgresqlLink& FreeLine();
     /// The cursor that reads from the line; null for none.
     void SetReader(PostgresqlCursor* reader) noexcept { reader_ = reader; }
