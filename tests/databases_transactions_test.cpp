@@ -124,6 +124,24 @@ TEST_P(EveryDatabase, AFailedCommitLeavesNoTransaction) {
     EXPECT_EQ(Scalar("select count(*) from c"), "0");
 }
 
+class EverySqlite : public EveryDatabase {};
+INSTANTIATE_TEST_SUITE_P(Databases, EverySqlite, testing::Values(&Sqlite(), &SqliteOdbc()), DatabaseName);
+
+TEST_P(EverySqlite, ATransactionThatAFailureHasEndedIsOver) {
+    Run("create table t (n integer primary key)");
+    connection->BeginTrans();
+    Run("insert into t values (1)");
+    EXPECT_EQ(NumberOf([&] { Run("insert into t values (1)"); }), kViolation);
+    EXPECT_EQ(connection->BeginTrans(), 2) << "that failure has not";
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t values (1)"); }), kViolation);
+    EXPECT_EQ(NumberOf([&] { connection->CommitTrans(); }), kNoTransaction);
+    EXPECT_EQ(connection->BeginTrans(), 1);
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t select 2 union all select null"); }), 0);
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t values (2)"); }), kViolation);
+    EXPECT_EQ(NumberOf([&] { connection->RollbackTrans(); }), 0);
+    EXPECT_EQ(Rows("select n from t"), "");
+}
+
 class TransactionTest : public EveryDatabasesEngine {
 protected:
     void SetUp() override {
