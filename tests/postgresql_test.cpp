@@ -349,5 +349,18 @@ TEST_F(PostgresqlTest, TheServerKeepsABoundedNumberOfStatements) {
     connection->RollbackTrans();
 }
 
+TEST_F(PostgresqlTest, NamesMeanOthersAfterTheSearchPathHasChanged) {
+    Run("create table t (n integer)");
+    connection->BeginTrans();
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+    Run("create temporary table t (a integer, b integer)");
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 2);
+    const auto own = Scalar("SELECT current_setting('search_path')");
+    EXPECT_EQ(Scalar("SELECT Set_Config('search_path', '" + own + ", pg_temp', true)"), own + ", pg_temp");
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+    connection->RollbackTrans();
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+}
+
 }  // namespace
 }  // namespace halvtiv::ado

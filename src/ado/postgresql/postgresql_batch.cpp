@@ -29,6 +29,16 @@ Purpose PurposeOf(const std::string& verb, Purpose wanted) {
     return isQuery ? wanted : Purpose::Read;
 }
 
+/// Whether it is run as it is given, by a statement that the server keeps. One that calls set_config is a SET
+/// in the form of a query.
+bool IsKept(const PostgresqlStatementText& statement) {
+    constexpr std::string_view kSetting = "set_config";
+    if (!IsOneOf(statement.verb, kPreparedVerbs)) return false;
+    const auto& text = statement.text;
+    const auto isSame = [](char any, char lower) { return any == lower || (any | 0x20) == lower; };
+    return std::search(text.begin(), text.end(), kSetting.begin(), kSetting.end(), isSame) == text.end();
+}
+
 std::int64_t AffectedRows(PGresult* result) {
     const std::string_view digits = PQcmdTuples(result);
     std::int64_t count = 0;
@@ -58,7 +68,7 @@ std::optional<StatementResult> PostgresqlBatch::RunNext() {
     const auto statement = NextPostgresqlStatement(text_, begin);
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    auto result = IsOneOf(statement.verb, kPreparedVerbs)
+    auto result = IsKept(statement)
                       ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
                       : RunOther(statement);
     position_ = statement.next;
