@@ -226,7 +226,8 @@ TEST_F(PostgresqlTest, AServerThatHasGoneIsNoticed) {
 }
 
 TEST_F(PostgresqlTest, OpeningTellsWhatIsWrong) {
-    const std::string server = ::getenv("HALVTIV_TEST_POSTGRESQL");
+    const char* const variable = ::getenv("HALVTIV_TEST_POSTGRESQL");
+    const std::string server = variable ? variable : "";
     const auto with = [&](const std::string& more) {
         return ErrorOf([&] { Connection().Open(server + ";" + more); });
     };
