@@ -107,7 +107,6 @@ const DatabaseTraits& SqliteOdbc() {
         t.column = "SQLite through ODBC";
         t.connect = "Driver=SQLite3;Database=%;FKSupport=1";
         t.tables = {};
-        t.endless = "";
         t.cannot = {
             {Can::ChangeWithoutKey, kNoRowIdentity},
             {Can::KnowNewKeys, "The driver does not say which columns number themselves."},
@@ -115,7 +114,7 @@ const DatabaseTraits& SqliteOdbc() {
             {Can::KeepLargeDecimals, t.cannot.at(Can::KeepLargeDecimals)},
             {Can::KeepDoubles, "The driver gives floating numbers in 15 digits."},
             {Can::KeepNulInText, "The driver would cut the text there; the change is refused."},
-            {Can::StopStatements, "The driver neither stops a statement nor watches the time."}};
+            {Can::EndAtTimeOut, "The driver does not watch the time."}};
         return t;
     }();
     return traits;

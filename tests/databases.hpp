@@ -31,7 +31,7 @@ enum class Can {
     KeepDoubles,
     HaveGuids,
     KeepNulInText,
-    StopStatements
+    EndAtTimeOut
 };
 
 struct Capability {
@@ -52,7 +52,7 @@ inline const std::vector<Capability>& Capabilities() {
         {Can::KeepDoubles, "Floating numbers keep all their digits"},
         {Can::HaveGuids, "GUIDs are a type of their own"},
         {Can::KeepNulInText, "A text may hold a NUL"},
-        {Can::StopStatements, "A running statement can be stopped, by time-out and by `Cancel`"}};
+        {Can::EndAtTimeOut, "A statement that takes too long ends at its time-out"}};
     return all;
 }
 
@@ -72,7 +72,7 @@ struct DatabaseTraits {
     std::string key;                  ///< of a number that the database gives by itself
     std::vector<std::string> tables;  ///< with columns a, b, c and keys of kinds that others lack
     std::string manyNumbers;          ///< rows of one column n, from 1 to %
-    std::string endless;              ///< a query that does not end by itself; "" where there is none
+    std::string endless;              ///< a query that does not end by itself
     std::string largestDecimal;       ///< of ten digits behind the point, where it keeps so many
 
     std::map<Can, const char*> cannot;  ///< and why

@@ -118,11 +118,12 @@ TEST_P(EveryDatabase, ErrorsHaveTheirNumbers) {
 }
 
 TEST_P(EveryDatabasesEngine, ACommandEndsAtItsTimeOutAndWhenItIsCancelled) {
-    if (!Has(Can::StopStatements)) GTEST_SKIP() << Traits().cannot.at(Can::StopStatements);
     const auto start = std::chrono::steady_clock::now();
-    connection->CommandTimeout(1);
-    EXPECT_EQ(NumberOf([&] { Query(Traits().endless); }), -2147217871);
-    EXPECT_EQ(Scalar("select 1"), "1");
+    if (Has(Can::EndAtTimeOut)) {  // it would run for ever
+        connection->CommandTimeout(1);
+        EXPECT_EQ(NumberOf([&] { Query(Traits().endless); }), -2147217871);
+        EXPECT_EQ(Scalar("select 1"), "1");
+    }
 
     std::thread other([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));

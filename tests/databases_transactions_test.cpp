@@ -15,6 +15,7 @@ using testing::StartsWith;
 
 constexpr std::int32_t kViolation = -2147217873;
 constexpr std::int32_t kNoTransaction = -2147168242;
+constexpr std::int32_t kCancelled = -2147217842;
 
 TEST_P(EveryDatabase, TransactionsNest) {
     Run("create table t (n integer)");
@@ -121,6 +122,24 @@ TEST_P(EveryDatabase, AFailedCommitLeavesNoTransaction) {
     EXPECT_EQ(connection->BeginTrans(), 1);
     connection->RollbackTrans();
     EXPECT_EQ(Scalar("select count(*) from c"), "0");
+}
+
+class EverySqlite : public EveryDatabase {};
+INSTANTIATE_TEST_SUITE_P(Databases, EverySqlite, testing::Values(&Sqlite(), &SqliteOdbc()), DatabaseName);
+
+TEST_P(EverySqlite, ATransactionThatAFailureHasEndedIsOver) {
+    Run("create table t (n integer primary key)");
+    connection->BeginTrans();
+    Run("insert into t values (1)");
+    EXPECT_EQ(NumberOf([&] { Run("insert into t values (1)"); }), kViolation);
+    EXPECT_EQ(connection->BeginTrans(), 2) << "that failure has not";
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t values (1)"); }), kViolation);
+    EXPECT_EQ(NumberOf([&] { connection->CommitTrans(); }), kNoTransaction);
+    EXPECT_EQ(connection->BeginTrans(), 1);
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t select 2 union all select null"); }), 0);
+    EXPECT_EQ(NumberOf([&] { Run("insert or rollback into t values (2)"); }), kViolation);
+    EXPECT_EQ(NumberOf([&] { connection->RollbackTrans(); }), 0);
+    EXPECT_EQ(Rows("select n from t"), "");
 }
 
 class TransactionTest : public EveryDatabasesEngine {
@@ -239,6 +258,7 @@ TEST_P(TransactionTest, AFileWrittenBeforeTheFailureIsUndoneWithTheRest) {
 TEST_P(TransactionTest, NoCallRunsBehindOneThatEndedTheTransaction) {
     std::vector<std::string> endings{"commit", "rollback", "select 1 x; /* now */ COMMIT"};
     if (!Has(Can::UndoDefinitions)) endings.emplace_back("create table made (n integer)");
+    if (!Traits().variable.empty()) endings.emplace_back("commit and no chain");
     for (const auto& ending : endings) {
         EXPECT_FALSE(RunCalls(Sql("2", ending) + Add("3", "3"))) << ending;
         EXPECT_THAT(engine.GetLastError(), HasSubstr("The transaction was ended by one of its calls."));
@@ -262,6 +282,27 @@ TEST_P(TransactionTest, ACommitThatFailsLeavesItsReason) {
     EXPECT_TRUE(RunCalls(Add("1", "9") + Sql("2", "insert into child values (9)")));
     EXPECT_EQ(engine.GetLastError(), "");
     EXPECT_EQ(Rows("select a from t"), "9");
+}
+
+TEST_P(TransactionTest, WhatIsCancelledBeforeItBeginsIsNotDone) {
+    const auto own = engine.GetDatabaseConnection();
+    const auto unread = own->Execute("select n from " + Numbers(3000));
+    engine.Cancel();
+    EXPECT_EQ(NumberOf([&] { own->Execute("insert into t values (1)"); }), kCancelled);
+    EXPECT_EQ(All(), "");
+    int rows = 0;
+    const auto read = NumberOf([&] {
+        for (; !unread->IsEOF(); unread->MoveNext()) unread->Fields().Item(0)->Value(), ++rows;
+    });
+    EXPECT_TRUE(read == kCancelled || rows == 3000) << "some of the rows pass for all: " << rows;
+
+    own->BeginTrans();
+    own->Execute("insert into t values (2)");
+    engine.Cancel();
+    EXPECT_EQ(NumberOf([&] { own->CommitTrans(); }), kCancelled);
+    EXPECT_EQ(All(), "") << "undone, and nobody holds the table";
+    EXPECT_EQ(own->BeginTrans(), 1);
+    own->RollbackTrans();
 }
 
 TEST_P(TransactionTest, WithinACallersTransactionItNests) {

@@ -226,7 +226,8 @@ TEST_F(PostgresqlTest, AServerThatHasGoneIsNoticed) {
 }
 
 TEST_F(PostgresqlTest, OpeningTellsWhatIsWrong) {
-    const std::string server = ::getenv("HALVTIV_TEST_POSTGRESQL");
+    const char* const variable = ::getenv("HALVTIV_TEST_POSTGRESQL");
+    const std::string server = variable ? variable : "";
     const auto with = [&](const std::string& more) {
         return ErrorOf([&] { Connection().Open(server + ";" + more); });
     };
@@ -345,12 +346,27 @@ TEST_F(PostgresqlTest, TheServerKeepsABoundedNumberOfStatements) {
     for (int i = 0; i < 5; ++i)
         Run("insert into t select length('" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "')");
     EXPECT_LE(OpenStatements(), 1) << "long statements that change rows are not kept";
+    for (int i = 0; i < 5; ++i) Scalar("select '" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "'");
+    EXPECT_LE(OpenStatements(), 3) << "long queries are not kept once they have been read";
     EXPECT_EQ(Scalar("select sum(n) from t"), "45010");
     connection->BeginTrans();
     Scalar("select 149");
     Connect()->Execute("create table other (n integer)");
     EXPECT_EQ(Scalar("select 149"), "149");
     connection->RollbackTrans();
+}
+
+TEST_F(PostgresqlTest, NamesMeanOthersAfterTheSearchPathHasChanged) {
+    Run("create table t (n integer)");
+    connection->BeginTrans();
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+    Run("create temporary table t (a integer, b integer)");
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 2);
+    const auto own = Scalar("SELECT current_setting('search_path')");
+    EXPECT_EQ(Scalar("SELECT Set_Config('search_path', '" + own + ", pg_temp', true)"), own + ", pg_temp");
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
+    connection->RollbackTrans();
+    EXPECT_EQ(Query("select * from t")->Fields().Count(), 1);
 }
 
 }  // namespace

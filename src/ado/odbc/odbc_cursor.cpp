@@ -87,6 +87,7 @@ OdbcCursor::~OdbcCursor() {
 void OdbcCursor::Finish() {
     ended_ = true;
     onRow_ = false;
+    failure_ = nullptr;
     rows_.reset();
     spool_.reset();
     if (execution_) execution_->Detach(this);
@@ -99,6 +100,7 @@ void OdbcCursor::Drop() noexcept {
 
 bool OdbcCursor::Next() {
     if (spool_) return onRow_ = spool_->Next();
+    if (failure_) std::rethrow_exception(failure_);
     onRow_ = NextOfDriver();
     return onRow_;
 }
@@ -121,8 +123,15 @@ bool OdbcCursor::NextOfDriver() {
 void OdbcCursor::SetAside() {
     if (spool_ || ended_) return;
     auto spool = std::make_unique<RowSpool>(infos_, static_cast<std::int32_t>(infos_.size()), nullptr);
-    if (onRow_) spool->Append(*this);
-    while (NextOfDriver()) spool->Append(*this);
+    try {
+        if (onRow_) spool->Append(*this);
+        while (NextOfDriver()) spool->Append(*this);
+    } catch (...) {
+        failure_ = std::current_exception();
+        ended_ = true;
+        rows_.reset();
+        throw;
+    }
     spool->Rewind();
     if (onRow_) spool->Next();
     spool_ = std::move(spool);
@@ -130,6 +139,7 @@ void OdbcCursor::SetAside() {
 }
 
 OdbcRows& OdbcCursor::Rows() const {
+    if (failure_) std::rethrow_exception(failure_);
     if (!rows_) RaiseAdoError(AdoError::InvalidConnection);
     return *rows_;
 }

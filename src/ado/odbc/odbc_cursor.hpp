@@ -30,7 +30,8 @@ public:
     std::int64_t Size(std::int32_t column) override;
     std::size_t Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) override;
 
-    /// Keeps the current row and reads those that are left, so that the driver can do something else.
+    /// Keeps the current row and reads those that are left, so that the driver can do something else. Where
+    /// that fails, whoever reads on here gets the same error.
     void SetAside();
     /// The connection has gone, or the result.
     void Drop() noexcept;
@@ -49,6 +50,7 @@ private:
     std::size_t visibleCount_;
     std::unique_ptr<OdbcRows> rows_;   // null before the first row and after the last
     std::unique_ptr<RowSpool> spool_;  // null unless set aside
+    std::exception_ptr failure_;       // of setting aside
     bool onRow_ = false;
     bool ended_ = false;
     CellBuffer buffer_;

@@ -202,10 +202,14 @@ std::string SqlServerConnectionText(const ConnectionParameters& parameters, std:
     OdbcConnectionText text;
     text.Add("Driver", "{" + std::string(driver) + "}");
     std::string server(platform::TrimBlanks(FirstOf(parameters, {"Data Source", "Server"})));
-    if (platform::EqualIgnoringCase(server, "(local)")) server = "localhost";
-    if (server == "." || server.starts_with(".\\")) server.replace(0, 1, "localhost");
-    if (Contains(driver, "freetds")) {
-        if (platform::ToLower(server).starts_with("tcp:")) server.erase(0, 4);
+    const bool isFreeTds = Contains(driver, "freetds");
+    if (isFreeTds && platform::ToLower(server).starts_with("tcp:")) server.erase(0, 4);
+    const auto host = server.substr(0, server.find_first_of("\\,"));
+    if (const auto name = platform::TrimBlanks(host);
+        name == "." || platform::EqualIgnoringCase(name, "(local)")) {
+        server.replace(0, host.size(), "localhost");
+    }
+    if (isFreeTds) {
         const auto comma = server.find(',');
         text.Add("Server", platform::TrimBlanks(std::string_view(server).substr(0, comma)));
         if (comma != std::string::npos) {

@@ -172,6 +172,7 @@ void OdbcSession::RaiseCancelled() {
 
 void OdbcSession::Raise(SQLSMALLINT handleType, SQLHANDLE handle) {
     if (!connection_) RaiseAdoError(AdoError::InvalidConnection);
+    hasFailed_ = true;
     const auto diagnostics = ReadOdbcDiagnostics(handleType, handle, traits_.isWide);
     const auto any = [&](auto is) { return std::any_of(diagnostics.begin(), diagnostics.end(), is); };
     const bool isStopped = any(IsStopped);
@@ -227,28 +228,44 @@ void OdbcSession::Begin() {
         SetAutoCommit(false);
     }
     inTransaction_ = true;
+    hasFailed_ = false;
 }
 
 bool OdbcSession::InTransaction() {
-    if (inTransaction_ && traits_.dialect == OdbcDialect::MariaDb) inTransaction_ = HasServerTransaction();
+    if (!inTransaction_) return false;
+    try {
+        if (traits_.dialect == OdbcDialect::MariaDb) {
+            inTransaction_ = HasServerTransaction();
+        } else if (traits_.dialect == OdbcDialect::Sqlite && std::exchange(hasFailed_, false)) {
+            inTransaction_ = !CanBegin();
+        }
+    } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): what is known here has to do
+        // MySQL does not tell. With a lost connection, the transaction has been forgotten already.
+    }
     return inTransaction_;
 }
 
 bool OdbcSession::HasServerTransaction() {
-    const bool wasUndoing = std::exchange(undoing_, true);
     SQLINTEGER is = 0;
-    try {
+    WithoutStops([&] {
         MakeRoom(nullptr);
         const auto statement = NewStatement();
         SQLLEN length = SQL_NULL_DATA;
         Check(ExecuteText(statement.Get(), "SELECT @@in_transaction"), statement.Get());
         Check(SQLFetch(statement.Get()), statement.Get());
         Check(SQLGetData(statement.Get(), 1, SQL_C_LONG, &is, sizeof is, &length), statement.Get());
-    } catch (const ErrorInfo&) {
-        is = 0;  // the connection is lost, and the transaction with it
-    }
-    undoing_ = wasUndoing;
+    });
     return is != 0;
+}
+
+bool OdbcSession::CanBegin() {
+    bool can = false;
+    WithoutStops([&] {
+        const auto statement = NewStatement();
+        can = SQL_SUCCEEDED(ExecuteText(statement.Get(), "BEGIN"));
+        if (can) ExecuteText(NewStatement().Get(), "ROLLBACK");
+    });
+    return can;
 }
 
 void OdbcSession::RefuseSecondBegin(std::string_view text) {
@@ -275,8 +292,10 @@ void OdbcSession::HasRun(std::string_view text) {
                              first.IsWord("abort"))) {
         return;
     }
+    auto before = first;
     for (auto word = second; word.kind != SqlToken::Kind::End; word = words.Next()) {
-        if (word.IsWord("to") || word.IsWord("chain")) return;
+        if (word.IsWord("to") || (word.IsWord("chain") && !before.IsWord("no"))) return;
+        before = word;
     }
     inTransaction_ = false;
     if (!traits_.beginsBySql) SetAutoCommit(true);
@@ -286,7 +305,8 @@ void OdbcSession::EndTransaction(SQLSMALLINT how) {
     RequireOpen();
     MakeRoom(nullptr);
     if (!traits_.keepsResultsAtEnd) SetOthersAside(nullptr);
-    if (traits_.beginsBySql) return Run(how == SQL_COMMIT ? "COMMIT" : "ROLLBACK");
+    // What has been sent must be known to be done or not.
+    if (traits_.beginsBySql) return RunToEnd(how == SQL_COMMIT ? "COMMIT" : "ROLLBACK");
     const auto status = SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), how);
     if (!SQL_SUCCEEDED(status)) Raise(SQL_HANDLE_DBC, connection_.Get());
     inTransaction_ = false;
@@ -297,8 +317,8 @@ void OdbcSession::ForgetTransaction() noexcept {
     if (!std::exchange(inTransaction_, false) || isLost_) return;
     if (traits_.beginsBySql) {
         try {
-            RunToUndo("ROLLBACK");
-        } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): there is none any more
+            RunToEnd("ROLLBACK");
+        } catch (...) {  // NOLINT(bugprone-empty-catch): there is none any more
         }
         return;
     }
@@ -308,8 +328,8 @@ void OdbcSession::ForgetTransaction() noexcept {
 }
 
 void OdbcSession::Commit() {
-    StopIfCancelled();
     try {
+        StopIfCancelled();
         EndTransaction(SQL_COMMIT);
     } catch (...) {
         ForgetTransaction();
@@ -318,15 +338,12 @@ void OdbcSession::Commit() {
 }
 
 void OdbcSession::Rollback() {
-    const bool wasUndoing = std::exchange(undoing_, true);
     try {
-        EndTransaction(SQL_ROLLBACK);
+        WithoutStops([&] { EndTransaction(SQL_ROLLBACK); });
     } catch (...) {
-        undoing_ = wasUndoing;
         ForgetTransaction();
         throw;
     }
-    undoing_ = wasUndoing;
 }
 
 void OdbcSession::SetSavepoint(std::int32_t level) {
@@ -341,8 +358,8 @@ void OdbcSession::ReleaseSavepoint(std::int32_t level) {
 
 void OdbcSession::RollbackToSavepoint(std::int32_t level) {
     const bool isSqlServer = traits_.dialect == OdbcDialect::SqlServer;
-    RunToUndo((isSqlServer ? "ROLLBACK TRANSACTION " : "ROLLBACK TO SAVEPOINT ") + SavepointName(level));
-    if (!isSqlServer) RunToUndo("RELEASE SAVEPOINT " + SavepointName(level));
+    RunToEnd((isSqlServer ? "ROLLBACK TRANSACTION " : "ROLLBACK TO SAVEPOINT ") + SavepointName(level));
+    if (!isSqlServer) RunToEnd("RELEASE SAVEPOINT " + SavepointName(level));
 }
 
 void OdbcSession::Run(const std::string& commandText) {
@@ -350,15 +367,8 @@ void OdbcSession::Run(const std::string& commandText) {
     execution->RunNext();
 }
 
-void OdbcSession::RunToUndo(const std::string& commandText) {
-    const bool wasUndoing = std::exchange(undoing_, true);
-    try {
-        Run(commandText);
-    } catch (...) {
-        undoing_ = wasUndoing;
-        throw;
-    }
-    undoing_ = wasUndoing;
+void OdbcSession::RunToEnd(const std::string& commandText) {
+    WithoutStops([&] { Run(commandText); });
 }
 
 }  // namespace halvtiv::ado

@@ -110,14 +110,28 @@ private:
     SQLHSTMT PreparedStatement(const std::string& text);
     std::optional<std::int64_t> NewKeyAfter(const RowChange& change);
     void SetAutoCommit(bool isOn);
-    /// Whether a server that ends transactions by itself still has this one.
+    /// Whether a server that ends transactions by itself still has this one. Raises where it does not tell.
     bool HasServerTransaction();
+    /// Whether SQLite has no transaction open: some failures end it.
+    bool CanBegin();
     /// Ends the transaction at the database; what is open gives way first where it would not outlive that.
     void EndTransaction(SQLSMALLINT how);
     /// The database has rolled back by itself.
     void ForgetTransaction() noexcept;
     void Run(const std::string& commandText);
-    void RunToUndo(const std::string& commandText);
+    /// Runs what cancelling has no hold on.
+    void RunToEnd(const std::string& commandText);
+    template <typename Action>
+    void WithoutStops(Action&& action) {
+        const bool wasUnstopped = std::exchange(undoing_, true);
+        try {
+            action();
+        } catch (...) {
+            undoing_ = wasUnstopped;
+            throw;
+        }
+        undoing_ = wasUnstopped;
+    }
 
     OdbcHandle environment_;
     OdbcHandle connection_;
@@ -128,7 +142,8 @@ private:
     std::list<PreparedChange> changes_;       // the last used first
     bool isLost_ = false;
     bool inTransaction_ = false;
-    bool undoing_ = false;  // cancelling has no hold on what undoes work
+    bool hasFailed_ = false;  // a statement has, since the transaction began or was last asked for
+    bool undoing_ = false;    // cancelling has no hold on what undoes work
     std::int32_t commandTimeout_ = 0;
     std::int32_t serverTimeout_ = 0;  // the one that the server knows of
 };

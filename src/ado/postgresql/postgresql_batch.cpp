@@ -30,6 +30,18 @@ Purpose PurposeOf(const std::string& verb, Purpose wanted) {
     return isQuery ? wanted : Purpose::Read;
 }
 
+/// Whether it is run by a statement that the server prepares. A long one that is no query carries its data,
+/// which would only be read twice; and one that calls set_config is a SET in the form of a query.
+bool IsPrepared(const PostgresqlStatementText& statement) {
+    constexpr std::string_view kSetting = "set_config";
+    if (!IsOneOf(statement.verb, kPreparedVerbs)) return false;
+    const bool isLong = statement.text.size() > PostgresqlStatementCache::kLongestText;
+    if (isLong && IsOneOf(statement.verb, kChangingVerbs)) return false;
+    const auto& text = statement.text;
+    const auto isSame = [](char any, char lower) { return any == lower || (any | 0x20) == lower; };
+    return std::search(text.begin(), text.end(), kSetting.begin(), kSetting.end(), isSame) == text.end();
+}
+
 std::int64_t AffectedRows(PGresult* result) {
     const std::string_view digits = PQcmdTuples(result);
     std::int64_t count = 0;
@@ -51,23 +63,17 @@ PostgresqlBatch::PostgresqlBatch(std::shared_ptr<PostgresqlSession> session, std
     : session_(std::move(session)), text_(std::move(commandText)), purpose_(purpose) {}
 
 std::optional<StatementResult> PostgresqlBatch::RunNext() {
-    if (position_ == 0) {
+    const auto begin = std::exchange(position_, text_.size());  // holds when the statement fails
+    if (begin == 0) {
         // What the server keeps under the whole text is one statement.
-        if (auto kept = session_->FindKept(text_, purpose_)) {
-            position_ = text_.size();
-            return RunQuery(std::move(kept));
-        }
+        if (auto kept = session_->FindKept(text_, purpose_)) return RunQuery(std::move(kept));
     }
-    const auto statement = NextPostgresqlStatement(text_, position_);
-    position_ = text_.size();  // holds when the statement fails
+    const auto statement = NextPostgresqlStatement(text_, begin);
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    // A long statement that is no query carries its data: preparing it would only read it twice.
-    const bool isPrepared = IsOneOf(statement.verb, kPreparedVerbs) &&
-                            (!IsOneOf(statement.verb, kChangingVerbs) ||
-                             statement.text.size() <= PostgresqlStatementCache::kLongestText);
-    auto result = isPrepared ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
-                             : RunOther(statement);
+    auto result = IsPrepared(statement)
+                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
+                      : RunOther(statement);
     position_ = statement.next;
     return result;
 }

@@ -125,7 +125,8 @@ bool PostgresqlCursor::Next() {
     }
 }
 
-void PostgresqlCursor::KeepRest() noexcept {
+void PostgresqlCursor::KeepRest() {
+    bool isCancelled = false;
     try {
         PostgresqlRow row(statement_->formats, deferred_);
         kept_ = std::make_unique<RowSpool>(Columns(), RowWidth(), deferred_);
@@ -133,11 +134,16 @@ void PostgresqlCursor::KeepRest() noexcept {
             row.Take(std::move(result));
             kept_->Append(row);
         }
+    } catch (const ErrorInfo& error) {
+        keptFailure_ = std::current_exception();
+        isCancelled = ado::IsCancelled(error);
+        GiveUpRest();
     } catch (...) {
         keptFailure_ = std::current_exception();
         GiveUpRest();
     }
     if (kept_) kept_->Rewind();
+    if (isCancelled) std::rethrow_exception(keptFailure_);
 }
 
 void PostgresqlCursor::GiveUpRest() noexcept {

@@ -62,8 +62,9 @@ public:
     PostgresqlCursor(const PostgresqlCursor&) = delete;
     PostgresqlCursor& operator=(const PostgresqlCursor&) = delete;
 
-    /// Receives the rows that are left, to be read later; a failure is raised to whoever reads so far.
-    void KeepRest() noexcept;
+    /// Receives the rows that are left, to be read later; a failure is raised to whoever reads so far. Raises
+    /// only that it was cancelled: what needs the line is to stop as well.
+    void KeepRest();
 
     std::span<const ColumnInfo> Columns() const override { return statement_->columns; }
     std::int32_t RowWidth() const override { return static_cast<std::int32_t>(statement_->formats.size()); }

@@ -38,6 +38,7 @@ std::unique_ptr<Batch> PostgresqlSession::Prepare(std::string commandText, Purpo
 
 void PostgresqlSession::Close() {
     cache_.TakeAll();
+    tooLong_.clear();
     reader_ = nullptr;
     link_.reset();
 }
@@ -58,9 +59,9 @@ void PostgresqlSession::Begin() {
 }
 
 void PostgresqlSession::Commit() {
-    auto& link = FreeLine();
-    link.StopIfCancelled();
     try {
+        auto& link = FreeLine();
+        link.StopIfCancelled();
         // What has been sent must be known to be done or not: nothing stops it half-way.
         PostgresqlResult result;
         WithoutStops([&] { result = link.Run("COMMIT"); });
@@ -89,8 +90,12 @@ void PostgresqlSession::RollbackToSavepoint(std::int32_t level) {
 }
 
 void PostgresqlSession::RunToUndo(const std::string& text) {
-    auto& link = FreeLine();
-    WithoutStops([&] { link.Run(text); });
+    try {
+        FreeLine();
+    } catch (const ErrorInfo& error) {
+        if (!ado::IsCancelled(error)) throw;  // the rows are, undoing is not
+    }
+    WithoutStops([&] { Link().Run(text); });
 }
 
 void PostgresqlSession::SetCommandTimeout(std::int32_t seconds) {
@@ -109,6 +114,9 @@ std::shared_ptr<PostgresqlStatement> PostgresqlSession::Acquire(std::string_view
     statement->transaction = link.TransactionSerial();
     if (text.size() <= PostgresqlStatementCache::kLongestText) {
         if (const auto fallen = cache_.Keep(statement)) Deallocate(*fallen);
+    } else {
+        DropUnused();
+        tooLong_.push_back(statement);
     }
     return statement;
 }
@@ -163,6 +171,16 @@ std::shared_ptr<PostgresqlStatement> PostgresqlSession::PrepareNew(std::string_v
     }
     statement->plan = std::move(plan);
     return statement;
+}
+
+void PostgresqlSession::DropUnused() {
+    std::vector<std::string> names;
+    std::erase_if(tooLong_, [&](const std::shared_ptr<PostgresqlStatement>& statement) {
+        const bool isUnused = statement.use_count() == 1;
+        if (isUnused) names.push_back(statement->name);
+        return isUnused;
+    });
+    if (!names.empty()) DeallocateAll(names);
 }
 
 void PostgresqlSession::Deallocate(const PostgresqlStatement& statement) {

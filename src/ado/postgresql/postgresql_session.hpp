@@ -43,6 +43,7 @@ public:
     /// The line to the server. Raises -2146824579 after `Close`.
     PostgresqlLink& Link();
     /// The line with nothing under way: the rest of a cursor that is being read is kept by that cursor.
+    /// Raises that this was cancelled; the line is free then, too.
     PostgresqlLink& FreeLine();
     /// The cursor that reads from the line; null for none.
     void SetReader(PostgresqlCursor* reader) noexcept { reader_ = reader; }
@@ -66,6 +67,8 @@ private:
     /// As `PrepareNamed`, leaving a transaction as it was when the server does not take the text; "" then.
     std::string TryPrepare(const std::string& text, PostgresqlResult& description);
     void Deallocate(const PostgresqlStatement& statement);
+    /// Lets the server forget the statements that are too long to be kept, once nobody reads them.
+    void DropUnused();
     bool IsOutdated() const;
     PostgresqlResult RunChange(const std::string& text, const PostgresqlParameters& parameters);
     void RunToUndo(const std::string& text);
@@ -87,6 +90,7 @@ private:
 
     std::unique_ptr<PostgresqlLink> link_;  // null after `Close`
     PostgresqlStatementCache cache_;
+    std::vector<std::shared_ptr<PostgresqlStatement>> tooLong_;  // not in the cache
     PostgresqlCursor* reader_ = nullptr;
     std::uint64_t lastName_ = 0;
 };
