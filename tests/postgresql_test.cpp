@@ -346,7 +346,8 @@ TEST_F(PostgresqlTest, TheServerKeepsABoundedNumberOfStatements) {
     for (int i = 0; i < 5; ++i)
         Run("insert into t select length('" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "')");
     EXPECT_LE(OpenStatements(), 1) << "long statements that change rows are not kept";
-    for (int i = 0; i < 5; ++i) Scalar("select '" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "'");
+    for (int i = 0; i < 5; ++i)
+        Scalar("select '" + std::string(static_cast<std::size_t>(9000 + i), 'x') + "'");
     EXPECT_LE(OpenStatements(), 3) << "long queries are not kept once they have been read";
     EXPECT_EQ(Scalar("select sum(n) from t"), "45010");
     connection->BeginTrans();

@@ -127,7 +127,11 @@ void Connection::RollbackTrans() {
     auto& session = impl_->Require();
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
     const auto level = impl_->level--;
-    if (!session.InTransaction()) return;  // the database has rolled it back already
+    try {
+        if (!session.InTransaction()) return;  // the database has rolled it back already
+    } catch (const ErrorInfo& error) {
+        if (!IsCancelled(error)) throw;  // undoing goes on all the same
+    }
     if (level == 1 && !impl_->outermostIsSavepoint) {
         session.Rollback();
     } else {

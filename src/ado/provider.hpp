@@ -218,7 +218,8 @@ public:
     virtual void Close() = 0;
 
     // The transaction itself and the savepoints inside it; `Connection` counts the levels.
-    /// Whether the database has a transaction open, whoever began it.
+    /// Whether the database has a transaction open, whoever began it. Raises only that it was cancelled while
+    /// the server was asked.
     virtual bool InTransaction() = 0;
     /// Takes the write lock at once where the database has one lock for all.
     virtual void Begin() = 0;

@@ -153,6 +153,7 @@ void OdbcSession::SetOthersAside(const OdbcExecution* except) {
 }
 
 bool OdbcSession::WaitingCall::AskToStop() noexcept {
+    if (isUndoing_) return true;  // it is waited for, and cut off when it takes too long
     return session_.peer_ ? session_.peer_->KillStatement() : SQL_SUCCEEDED(SQLCancel(statement_));
 }
 
@@ -239,22 +240,21 @@ bool OdbcSession::InTransaction() {
         } else if (traits_.dialect == OdbcDialect::Sqlite && std::exchange(hasFailed_, false)) {
             inTransaction_ = !CanBegin();
         }
-    } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): what is known here has to do
-        // MySQL does not tell. With a lost connection, the transaction has been forgotten already.
+    } catch (const ErrorInfo& error) {
+        if (IsCancelled(error)) throw;
+        // MySQL does not tell: what is known here has to do. With a lost connection, it has been forgotten.
     }
     return inTransaction_;
 }
 
 bool OdbcSession::HasServerTransaction() {
+    MakeRoom(nullptr);
+    const auto statement = NewStatement();
     SQLINTEGER is = 0;
-    WithoutStops([&] {
-        MakeRoom(nullptr);
-        const auto statement = NewStatement();
-        SQLLEN length = SQL_NULL_DATA;
-        Check(ExecuteText(statement.Get(), "SELECT @@in_transaction"), statement.Get());
-        Check(SQLFetch(statement.Get()), statement.Get());
-        Check(SQLGetData(statement.Get(), 1, SQL_C_LONG, &is, sizeof is, &length), statement.Get());
-    });
+    SQLLEN length = SQL_NULL_DATA;
+    Check(ExecuteText(statement.Get(), "SELECT @@in_transaction"), statement.Get());
+    Check(SQLFetch(statement.Get()), statement.Get());
+    Check(SQLGetData(statement.Get(), 1, SQL_C_LONG, &is, sizeof is, &length), statement.Get());
     return is != 0;
 }
 

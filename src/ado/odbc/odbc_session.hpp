@@ -60,7 +60,6 @@ public:
     /// Makes a call that waits for the database, so that it can be cancelled.
     template <typename Call>
     SQLRETURN Wait(SQLHSTMT statement, Call&& call) {
-        if (undoing_) return call();
         WaitingCall waiting(*this, statement);
         const CancelSwitch::Target target(*cancel_, waiting);
         StopIfCancelled();
@@ -87,7 +86,8 @@ public:
 private:
     class WaitingCall final : public CancelSwitch::Waiting {
     public:
-        WaitingCall(OdbcSession& session, SQLHSTMT statement) : session_(session), statement_(statement) {}
+        WaitingCall(OdbcSession& session, SQLHSTMT statement)
+            : session_(session), statement_(statement), isUndoing_(session.undoing_) {}
         bool AskToStop() noexcept override;
         bool CanCut() const noexcept override;
         void Cut() noexcept override;
@@ -95,6 +95,7 @@ private:
     private:
         OdbcSession& session_;
         SQLHSTMT statement_;
+        bool isUndoing_;
     };
 
     struct PreparedChange {
