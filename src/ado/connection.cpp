@@ -113,7 +113,13 @@ std::int32_t Connection::BeginTrans() {
 // Ends the level in any case: whoever gets the error has nothing left to end.
 void Connection::CommitTrans() {
     auto& session = impl_->Require();
-    if (impl_->level > 0 && !session.InTransaction()) impl_->level = 0;
+    if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
+    try {
+        if (!session.InTransaction()) impl_->level = 0;
+    } catch (...) {
+        RollbackTrans();  // cancelled: as any commit that fails
+        throw;
+    }
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
     const auto level = impl_->level--;
     if (level == 1 && !impl_->outermostIsSavepoint) {
