@@ -9,6 +9,7 @@
 #include "documents/result_content.hpp"
 #include "documents/row_index.hpp"
 #include "platform/number.hpp"
+#include "platform/system_pages.hpp"
 #include "platform/xml_reader.hpp"
 
 namespace halvtiv {
@@ -166,7 +167,9 @@ public:
     }
 
     void MoveTo(std::string& xml) override {
+        constexpr std::size_t kLarge = std::size_t{32} << 20;  // surely memory of its own
         xml.reserve(xml.size() + EnoughRoom());
+        if (xml.empty() && xml.capacity() >= kLarge) platform::PreferLargePages(xml.data(), xml.capacity());
         WriteParts(
             *this, [&xml](const TextBuffer& part) { part.CopyTo(xml); },
             [&xml](Child& child) {

@@ -13,8 +13,8 @@ namespace halvtiv::platform {
 
 namespace {
 
-constexpr std::size_t kPage = std::size_t{1} << 20;
-constexpr std::size_t kFromSystem = kPage / 4;  // pieces from this size on
+constexpr std::size_t kPage = std::size_t{2} << 20;
+constexpr std::size_t kFromSystem = kPage / 8;  // pieces from this size on
 constexpr std::size_t kSystemGrain = std::size_t{1} << 16;
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace halvtiv::platform {
 
 /// A text that is written in small steps at its end, however long it becomes.
 ///
-/// It stands in pieces: each as large as all before it, up to pages of 1 MiB that come straight from the
+/// It stands in pieces: each as large as all before it, up to pages of 2 MiB that come straight from the
 /// system. `MoveTo` gives every piece back as soon as it is copied, so a long text is never held twice.
 /// What is written after a `BeginRun` stays together in one piece until the next one: a row can be looked at
 /// as one view.
