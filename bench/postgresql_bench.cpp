@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "process_memory.hpp"
 #include "ratios.hpp"
 #include "sample_table.hpp"
 
@@ -195,6 +196,10 @@ void BulkEngine(benchmark::State& state) {
         engine->RunFunction(kAll, result);
         benchmark::DoNotOptimize(result);
     }
+    const auto size = static_cast<double>(result.size());
+    result = std::string();
+    const std::int64_t peak = PeakOf([&] { engine->RunFunction(kAll, result); });
+    state.counters["peak_per_text"] = static_cast<double>(peak) / size;
 }
 
 void OneByHand(benchmark::State& state) {
@@ -234,6 +239,8 @@ const bool kRegistered = [] {
 
 const Promised kBulk({"PostgreSQL, 200,000 x 8 rows against the loop by hand", "postgresql bulk/engine",
                       "postgresql bulk/by hand", "", 1.1, true});
+const Promised kMemory({"the same, peak memory against the text", "postgresql bulk/engine", "",
+                        "peak_per_text", 1.3});
 const Promised kOneRow({"PostgreSQL, one row against a prepared statement by hand",
                         "postgresql one row/engine", "postgresql one row/by hand", "", 1.4, true});
 
