@@ -199,6 +199,84 @@ TEST_F(CopyTest, EveryKindOfValueArrives) {
     }
 }
 
+TEST_F(CopyTest, BetweenSqliteFilesAValueKeepsItsType) {
+    Run(File("source.db"), R"(
+create table kv (key primary key, value) without rowid;
+insert into kv with recursive n(i) as (select 1 union all select i + 1 from n where i < 2500) select i, i * 0.5 from n;
+insert into kv values ('it''s', 1.0), (x'00ff', 'x'), ('nul' || char(0), null), (-0.5, 9e999), (-1e300, -9e999);
+create table odd (id integer primary key, b boolean, g guid, d date, x, content blob);
+insert into odd values (1, 5, x'00112233445566778899aabbccddeeff', '2024-1-2', 7, 'text'),
+    (2, 'yes', '12345678-1234-1234-1234-1234567890ac', 1700000000, 7.0, x'01'), (3, null, null, null, x'0102', '');
+create table photo (g guid, x, content blob);
+insert into photo values (x'00112233445566778899aabbccddeeff', '5', zeroblob(200000)), (null, 5, null);
+create table gap (id int primary key, w text); insert into gap values (null, 'none'), (7, 'seven');
+create virtual table page using fts5(body);
+)");
+    const Outcome outcome = Copy(File("source.db"), File("target.db"));
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(Contains(outcome.err, "Not copied: 1 virtual or foreign table.\n")) << outcome.err;
+    for (const char* const sql :
+         {"select hex(quote(key)), typeof(key), quote(value) from kv order by key",
+          "select quote(b), quote(g), quote(d), quote(x), quote(content) from odd order by id",
+          "select quote(g), quote(x), typeof(content), length(content) from photo order by rowid",
+          "select quote(id), w from gap order by w"}) {
+        const auto before = Lines(File("source.db"), sql);
+        EXPECT_GT(before.size(), 1U);
+        EXPECT_EQ(before, Lines(File("target.db"), sql)) << sql;
+    }
+}
+
+TEST_F(CopyTest, MariaDbsOwnValuesArrive) {
+    const std::string source = MariaDb();
+    if (source.empty()) GTEST_SKIP() << "NOT TESTED: run the tests through scripts/test-servers";
+    Run(source, "create table post (id bigint unsigned auto_increment primary key, word text)");
+    Run(source,
+        "create table note (id int primary key, post bigint unsigned, sum bigint unsigned, foreign key "
+        "(post) "
+        "references post (id))");
+    Run(source, "insert into post (word) values ('a'), ('b')");
+    Run(source, "insert into note values (1, 2, 18446744073709551615)");
+    Run(source, "create table twin (day date primary key, at datetime, key one (at), key two (at))");
+    Run(source,
+        "set sql_mode = ''; insert into twin values ('0000-00-00', '0000-00-00 00:00:00'), ('2024-02-29', "
+        "null)");
+    EXPECT_EQ(Copy(source, File("target.db"), "twin --batch 1").status, 0);
+    EXPECT_EQ(Lines(File("target.db"), "select quote(day), quote(at) from twin order by day"),
+              (std::vector<std::string>{"'0000-00-00'|'0000-00-00 00:00:00'", "'2024-02-29'|NULL"}));
+    const std::string target = Postgresql();
+    const Outcome refused = Copy(source, target, "twin");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(Contains(refused.err, "0000-00-00")) << refused.err;
+    Run(target, "drop table halvtiv_copy, twin");
+    const Outcome outcome = Copy(source, target, "post note");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    Run(target, "insert into post (word) values ('c')");
+    EXPECT_EQ(Lines(target, "select p.id, n.sum from post p left join note n on n.post = p.id order by p.id"),
+              (std::vector<std::string>{"1|null", "2|18446744073709551615", "3|null"}));
+    EXPECT_THROW(Run(target, "insert into note values (2, 9, 0)"), halvtiv::ErrorInfo);
+}
+
+TEST_F(CopyTest, RowsWithoutAKeyNeverComeTwice) {
+    const std::string target = Postgresql();
+    if (target.empty())
+        GTEST_SKIP() << "NOT TESTED ON PostgreSQL: run the tests through scripts/test-servers";
+    Run(target, "create table bag (word text); insert into bag values ('x'), ('x'), (null)");
+    Run(File("target.db"),
+        "create table bag (word text); create trigger stop before insert on bag begin select raise(abort, "
+        "'stopped'); end");
+    EXPECT_TRUE(Contains(Copy(target, File("target.db")).err, "stopped"));
+    // The copy dies between its rows and whatever it notes after them.
+    Run(File("target.db"),
+        "drop trigger stop; create trigger stop before update on halvtiv_copy when new.row_count = "
+        "old.row_count and new.row_count > 0 begin select raise(abort, 'died'); end");
+    EXPECT_TRUE(Contains(Copy(target, File("target.db")).err, "died"));
+    EXPECT_EQ(Lines(File("target.db"), "select count(*) from bag"), std::vector<std::string>{"3"});
+    Run(File("target.db"), "drop trigger stop");
+    const Outcome rest = Copy(target, File("target.db"));
+    EXPECT_EQ(rest.status, 0) << rest.err;
+    EXPECT_TRUE(Contains(rest.out, "bag,3,0,")) << rest.out;
+}
+
 TEST_F(CopyTest, KeysGoWithTheTables) {
     Run(File("source.db"), kEverything);
     for (const std::string& target : Targets()) {
@@ -278,6 +356,7 @@ TEST_F(CopyTest, CtrlCLeavesWholeBatches) {
     const auto rows = Lines(target, "select count(*) from many");
     EXPECT_EQ(std::stoi(rows[0]) % 100, 0);
     EXPECT_EQ(Lines(target, "select row_count from halvtiv_copy"), rows);
+    EXPECT_EQ(Lines(target, "pragma journal_mode"), std::vector<std::string>{"delete"});
     Run(File("source.db"), "create table one (id integer primary key)");
     EXPECT_TRUE(Contains(Copy(File("source.db"), target, "one").err,
                          "unfinished copy of other tables, too, such as many"));

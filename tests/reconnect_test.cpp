@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -334,11 +335,16 @@ TEST_P(ServersGoAway, CancellingDoesNotWaitForASilentServer) {
         const auto run = [&](long long after, const std::function<void()>& call) {
             ASSERT_TRUE(engine_.ReConnect()) << engine_.GetLastError();
             proxy.Break(trouble, after);
+            std::atomic<bool> isOver = false;
             std::thread later([&] {
-                std::this_thread::sleep_for(milliseconds(500));
-                EndsWithin(seconds(15), [&] { engine_.Cancel(); });
+                // More than once: what comes before the call has begun is forgotten.
+                do {
+                    for (int i = 0; i < 25 && !isOver; ++i) std::this_thread::sleep_for(milliseconds(20));
+                    if (!isOver) EndsWithin(seconds(15), [&] { engine_.Cancel(); });
+                } while (!isOver);
             });
             EndsWithin(seconds(15), call);
+            isOver = true;
             later.join();
             EXPECT_FALSE(engine_.IsConnectionOK());
             proxy.Repair();
@@ -349,6 +355,22 @@ TEST_P(ServersGoAway, CancellingDoesNotWaitForASilentServer) {
             EXPECT_FALSE(RunTransaction({Insert(1), Insert(2), Insert(3)}));
             EXPECT_THAT(engine_.GetLastError(), HasSubstr("-2147217842"));
         });
+        // Nor for a commit, of which nobody knows then whether it was done.
+        Connect(server_->ConnectionString(AddressOf(proxy.Port())));
+        std::thread later;
+        deed_ = [&] {
+            proxy.Break(trouble, 0);
+            later = std::thread([&] {
+                std::this_thread::sleep_for(milliseconds(500));
+                EndsWithin(seconds(15), [&] { engine_.Cancel(); });
+            });
+        };
+        EndsWithin(seconds(15), [&] { RunTransaction({Insert(1), Intrude()}); });
+        ASSERT_TRUE(later.joinable());
+        later.join();
+        EXPECT_THAT(engine_.GetLastError(), HasSubstr("-2147467259"));
+        EXPECT_FALSE(engine_.IsConnectionOK());
+        proxy.Repair();
         EXPECT_THAT(Run("select 7 a"), ElementsAre(HasSubstr("a=7")));
     }
 }

@@ -157,6 +157,22 @@ int CountIfHas(const Names& names, std::string_view column) {
     return has ? static_cast<int>(names.size()) : 0;
 }
 
+bool SameNames(const std::vector<std::string>& left, const std::vector<std::string>& right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), platform::EqualIgnoringCase);
+}
+
+/// MariaDB's usual type of a number that it gives itself. Other databases have a type of that size, and give
+/// numbers of that type only; one beyond its half is refused there. Outside keys all values have room.
+void TakeKeysAsIntegers(std::vector<Table>& tables) {
+    for (Table& table : tables) {
+        for (Column& column : table.columns) {
+            const bool isUnsigned = platform::ToLower(column.type.declared).starts_with("bigint") &&
+                                    column.type.kind == Kind::Decimal;
+            if (isUnsigned && table.KeyColumns(column.name) > 0) column.type.kind = Kind::BigInt;
+        }
+    }
+}
+
 std::string Counted(const Cell& count, const std::string& what) {
     if (!count || *count == "0") return "";
     return *count + ' ' + what + (*count == "1" ? "" : "s");
@@ -181,12 +197,25 @@ int Table::KeyColumns(std::string_view column) const {
     return most;
 }
 
+bool Table::HasIndex(const Index& index) const {
+    return std::any_of(indexes.begin(), indexes.end(), [&](const Index& one) {
+        return one.isUnique == index.isUnique && SameNames(one.columns, index.columns);
+    });
+}
+
+bool Table::HasForeignKey(const ForeignKey& key) const {
+    return std::any_of(foreignKeys.begin(), foreignKeys.end(), [&](const ForeignKey& one) {
+        return platform::EqualIgnoringCase(one.parent, key.parent) && SameNames(one.columns, key.columns);
+    });
+}
+
 std::vector<Table> ReadTables(const Database& database) {
     if (database.dialect == Dialect::Access) return ReadAccessTables(database);
     std::vector<Table> tables;
     ReadColumns(database, tables);
     ReadKeys(database, tables);
     ReadForeignKeys(database, tables);
+    if (database.dialect == Dialect::MariaDb) TakeKeysAsIntegers(tables);
     return tables;
 }
 
@@ -204,9 +233,13 @@ const Table* FindTable(const std::vector<Table>& tables, std::string_view name) 
 std::string OtherObjects(const Database& database) {
     if (database.dialect == Dialect::Access) return "";
     const auto rows = RowsOf(database, QueriesOf(database.dialect).otherObjects);
-    const std::string views = Counted(rows.at(0).at(0), "view");
-    const std::string triggers = Counted(rows.at(0).at(1), "trigger");
-    return views + (views.empty() || triggers.empty() ? "" : ", ") + triggers;
+    std::string text;
+    std::size_t column = 0;
+    for (const char* const what : {"view", "trigger", "virtual or foreign table"}) {
+        const std::string counted = Counted(rows.at(0).at(column++), what);
+        text += (text.empty() || counted.empty() ? "" : ", ") + counted;
+    }
+    return text;
 }
 
 void SortByForeignKeys(std::vector<Table>& tables) {

@@ -48,6 +48,9 @@ struct Table {
     const Column* FindColumn(std::string_view column) const;
     /// In how many columns the largest key, index or foreign key with this column is; 0 for none.
     int KeyColumns(std::string_view column) const;
+    /// One of the same columns, whatever its name; likewise the next.
+    bool HasIndex(const Index& index) const;
+    bool HasForeignKey(const ForeignKey& key) const;
 };
 
 /// The user tables of the connection's own database or schema, by name.

@@ -29,7 +29,8 @@ order by t, i, n)",
 from pragma_table_list t, pragma_foreign_key_list(t.name) f
 where t.schema = 'main' and t.type = 'table'
 order by t.name, f.id, f.seq)",
-    "select sum(type = 'view'), sum(type = 'trigger') from sqlite_master"};
+    "select sum(type = 'view'), sum(type = 'trigger'), sum(type = 'table' and sql like 'create virtual%') "
+    "from sqlite_master"};
 
 constexpr CatalogueQueries kPostgresql{
     R"(select c.relname::text, a.attname::text,
@@ -73,7 +74,8 @@ order by c.relname, f.conname, k.place)",
     R"(select count(*) filter (where relkind in ('v', 'm')),
        (select count(*) from pg_trigger t join pg_class c on c.oid = t.tgrelid
         where not t.tgisinternal
-              and c.relnamespace = (select oid from pg_namespace where nspname = current_schema()))
+              and c.relnamespace = (select oid from pg_namespace where nspname = current_schema())),
+       count(*) filter (where relkind = 'f')
 from pg_class
 where relnamespace = (select oid from pg_namespace where nspname = current_schema()))"};
 
@@ -84,7 +86,7 @@ constexpr CatalogueQueries kMariaDb{
        c.column_default, ''
 from information_schema.columns c
 join information_schema.tables t on t.table_schema = c.table_schema and t.table_name = c.table_name
-where c.table_schema = database() and t.table_type = 'BASE TABLE'
+where c.table_schema = database() and t.table_type in ('BASE TABLE', 'SYSTEM VERSIONED')
 order by c.table_name, c.ordinal_position)",
     R"(select table_name, case when index_name = 'PRIMARY' then '' else index_name end,
        case when non_unique = 0 then 1 else 0 end,
@@ -102,7 +104,7 @@ join information_schema.referential_constraints r
 where k.table_schema = database() and k.referenced_table_name is not null
 order by k.table_name, k.constraint_name, k.ordinal_position)",
     R"(select (select count(*) from information_schema.views where table_schema = database()),
-       (select count(*) from information_schema.triggers where trigger_schema = database()))"};
+       (select count(*) from information_schema.triggers where trigger_schema = database()), 0)"};
 
 constexpr CatalogueQueries kSqlServer{
     R"(select t.name, c.name,
@@ -143,7 +145,7 @@ join sys.columns d on d.object_id = p.object_id and d.column_id = k.referenced_c
 where t.schema_id = schema_id()
 order by t.name, f.name, k.constraint_column_id)",
     R"(select (select count(*) from sys.views where schema_id = schema_id() and is_ms_shipped = 0),
-       (select count(*) from sys.triggers where parent_class = 1 and is_ms_shipped = 0))"};
+       (select count(*) from sys.triggers where parent_class = 1 and is_ms_shipped = 0), 0)"};
 
 }  // namespace
 

@@ -15,7 +15,7 @@ struct CatalogueQueries {
     std::string_view keys;
     /// table, key, column, parent, parent's column (null: its primary key), on delete, on update
     std::string_view foreignKeys;
-    /// views, triggers
+    /// views, triggers, tables whose rows are somewhere else: virtual or foreign ones
     std::string_view otherObjects;
 };
 

@@ -31,9 +31,15 @@ constexpr ConnectionNames kTo{
 
 Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
     Connect(engine, options, names);
-    ado::ConnectionPtr connection = engine.GetDatabaseConnection();
-    const Dialect dialect = DialectOf(*connection);
-    return {std::move(connection), dialect};
+    const ado::ConnectionPtr connection = engine.GetDatabaseConnection();
+    const Database database{connection, DialectOf(*connection)};
+    if (database.dialect == Dialect::MariaDb) {
+        // A value that does not fit is an error, 0 is a number like any other, a backslash begins an escape;
+        // and a moment is not told in hours that there are twice, or never, in a year.
+        RunAll(database,
+               "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO', time_zone = '+00:00'");
+    }
+    return database;
 }
 
 /// Settings of the target's connection while rows are copied: a commit need not be on the disk before the
@@ -49,11 +55,6 @@ public:
                 if (hadJournal_) SetJournal("wal");
                 RunAll(target, "pragma synchronous = normal");
                 break;
-            case Dialect::MariaDb:
-                // A value that does not fit is an error, 0 is a number like any other, and a backslash begins
-                // an escape.
-                RunAll(target, "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO'");
-                break;
             case Dialect::Postgresql:
                 RunAll(target, "set synchronous_commit = off");
                 break;
@@ -62,9 +63,12 @@ public:
         }
     }
     ~TargetSettings() {
-        try {
-            Restore();
-        } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): whatever failed before counts
+        // Where the copy has been cancelled, that may fail the first statement from here.
+        for (int attempt = 0; attempt < 2 && !isRestored_; ++attempt) {
+            try {
+                Restore();
+            } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): whatever failed before counts
+            }
         }
     }
     TargetSettings(const TargetSettings&) = delete;
@@ -72,11 +76,13 @@ public:
 
     /// What is committed before and after this is there for good.
     void Restore() {
-        if (std::exchange(isRestored_, true)) return;
+        if (isRestored_) return;
         if (target_.dialect == Dialect::Postgresql) RunAll(target_, "set synchronous_commit = on");
-        if (target_.dialect != Dialect::Sqlite) return;
-        RunAll(target_, "pragma synchronous = full");
-        if (hadJournal_) SetJournal("delete");
+        if (target_.dialect == Dialect::Sqlite) {
+            RunAll(target_, "pragma synchronous = full");
+            if (hadJournal_) SetJournal("delete");
+        }
+        isRestored_ = true;
     }
 
 private:

@@ -61,22 +61,6 @@ void RequireOwnRows(const Database& target, const TableCopy& copy) {
            "and drop the table halvtiv_copy.");
 }
 
-bool SameNames(const std::vector<std::string>& left, const std::vector<std::string>& right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(), platform::EqualIgnoringCase);
-}
-
-bool HasIndex(const Table& table, const Index& index) {
-    return std::any_of(table.indexes.begin(), table.indexes.end(), [&](const Index& one) {
-        return one.isUnique == index.isUnique && SameNames(one.columns, index.columns);
-    });
-}
-
-bool HasForeignKey(const Table& table, const ForeignKey& key) {
-    return std::any_of(table.foreignKeys.begin(), table.foreignKeys.end(), [&](const ForeignKey& one) {
-        return platform::EqualIgnoringCase(one.parent, key.parent) && SameNames(one.columns, key.columns);
-    });
-}
-
 /// Of a table that comes from another kind of database: compares texts byte by byte, as most do, and blanks
 /// at their ends count. Of another, its own.
 std::string CollationFor(const Database& source, const Database& target, const std::string& table) {
@@ -219,14 +203,14 @@ std::vector<std::string> CompleteTables(const Database& target, const std::vecto
     };
     forEach([&](const Table& wanted, const Table& made) {
         for (const Index& index : wanted.indexes) {
-            if (HasIndex(made, index)) continue;
+            if (made.HasIndex(index)) continue;
             Try(target, "Index " + index.name + " of table " + made.name,
                 CreateIndexText(target.dialect, wanted, index), failures);
         }
     });
     forEach([&](const Table& wanted, const Table& made) {
         for (const ForeignKey& key : wanted.foreignKeys) {
-            if (HasForeignKey(made, key)) continue;
+            if (made.HasForeignKey(key)) continue;
             Try(target, "The foreign key of table " + made.name + " to " + key.parent,
                 AddForeignKeyText(target.dialect, made.name, key), failures);
         }

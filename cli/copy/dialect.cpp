@@ -144,7 +144,7 @@ Dialect DialectOf(const ado::Connection& connection) {
 }
 
 std::optional<bool> BooleanOf(std::string_view text) {
-    constexpr std::array<std::string_view, 5> kTrue{"1", "-1", "true", "t", "\x01"};
+    constexpr std::array<std::string_view, 4> kTrue{"1", "true", "t", "\x01"};
     constexpr std::array<std::string_view, 4> kFalse{"0", "false", "f", std::string_view("\0", 1)};
     const auto isText = [text](std::string_view word) { return platform::EqualIgnoringCase(text, word); };
     if (std::any_of(kTrue.begin(), kTrue.end(), isText)) return true;
@@ -196,6 +196,23 @@ void AppendLiteral(std::string& sql, Dialect dialect, Kind kind, std::string_vie
         default:
             return AppendText(sql, dialect, value);
     }
+}
+
+const std::string& RequireSqliteLiteral(const std::string& text) {
+    constexpr std::string_view kCast = "cast(";
+    constexpr std::string_view kAsText = " as text)";
+    std::string_view value = text;
+    if (value.starts_with(kCast) && value.ends_with(kAsText)) {
+        value = value.substr(kCast.size(), value.size() - kCast.size() - kAsText.size());
+    }
+    if (platform::ParseNumber(value)) return text;
+    if (value.starts_with('X') || value.starts_with('x')) value.remove_prefix(1);
+    bool isOne = value.size() > 1 && value.front() == '\'' && value.back() == '\'';
+    for (std::size_t i = 1; isOne && i + 1 < value.size(); ++i) {
+        if (value[i] == '\'') isOne = value[++i] == '\'' && i + 1 < value.size();
+    }
+    if (isOne) return text;
+    throw ErrorInfo(-1, "The table halvtiv_copy names a key that cannot be one.");
 }
 
 std::string TextLiteral(Dialect dialect, std::string_view text) {

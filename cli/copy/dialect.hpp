@@ -29,6 +29,9 @@ std::string QuotedNames(Dialect dialect, const std::vector<std::string>& names);
 /// Appends a value, not null, as a statement takes it for a column of this kind. Raises `ErrorInfo` for a
 /// text that the database cannot hold.
 void AppendLiteral(std::string& sql, Dialect dialect, Kind kind, std::string_view value);
+/// The same text where it is one value in SQLite's words, as it quotes them itself; raises `ErrorInfo` for
+/// another, which would change a statement's meaning.
+const std::string& RequireSqliteLiteral(const std::string& text);
 /// The truth value that a text of any database means; null for others.
 std::optional<bool> BooleanOf(std::string_view text);
 std::string TextLiteral(Dialect dialect, std::string_view text);

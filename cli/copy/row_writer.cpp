@@ -42,10 +42,11 @@ ado::Variant Assigned(Kind kind, ado::Field& target, ado::Field& source) {
 
 }  // namespace
 
-RowWriter::RowWriter(Database database, std::string table, std::vector<const Column*> columns,
+RowWriter::RowWriter(Database database, const Table& table, std::vector<const Column*> columns,
                      std::vector<Kind> sourceKinds)
     : database_(std::move(database)),
-      table_(std::move(table)),
+      table_(table.name),
+      rowNumber_(table.rowNumber),
       columns_(std::move(columns)),
       start_("insert into " + QuotedName(database_.dialect, table_) + " (" +
              QuotedNames(database_.dialect, NamesOf(columns_)) + ')') {
@@ -61,7 +62,7 @@ RowWriter::RowWriter(Database database, std::string table, std::vector<const Col
 
 std::size_t RowWriter::Add(const std::vector<SourceCell>& cells) {
     const bool hasLong = std::any_of(cells.begin(), cells.end(), [](const SourceCell& cell) {
-        return cell.isLong && cell.field->ActualSize() > kLongValue;
+        return cell.isLong && !cell.literal && cell.field->ActualSize() > kLongValue;
     });
     if (hasLong) {
         Flush();
@@ -84,6 +85,8 @@ void RowWriter::AppendRow(const std::vector<SourceCell>& cells) {
         sql_ += i == 0 ? '(' : ',';
         if (cells[i].field->IsNull()) {
             sql_ += "null";
+        } else if (cells[i].literal) {
+            sql_ += cells[i].literal->Text();
         } else {
             AppendLiteral(sql_, database_.dialect, kinds_[i], cells[i].field->Text());
         }
@@ -125,7 +128,27 @@ std::size_t RowWriter::AddLong(const std::vector<SourceCell>& cells) {
     }
     rows.Update();
     rows.Close();
+    KeepTypes(cells);
     return bytes;
+}
+
+// What has been assigned to a column became what the column is for.
+void RowWriter::KeepTypes(const std::vector<SourceCell>& cells) const {
+    if (rowNumber_.empty()) return;
+    const std::string table = QuotedName(database_.dialect, table_);
+    const std::string where =
+        " where " + QuotedName(database_.dialect, rowNumber_) + " = last_insert_rowid()";
+    std::string values, differ;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        if (!cells[i].literal) continue;
+        const std::string name = QuotedName(database_.dialect, columns_[i]->name);
+        const std::string literal(cells[i].literal->Text());
+        values += (values.empty() ? "" : ", ") + name + " = " + literal;
+        differ += (differ.empty() ? "" : " or ") + name + " is not " + literal;
+    }
+    if (values.empty()) return;
+    // Changing a row takes all of it into memory: only where it must be.
+    RunAll(database_, "update " + table + " set " + values + where + " and (" + differ + ')');
 }
 
 void RowWriter::Flush() {

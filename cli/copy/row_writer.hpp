@@ -16,7 +16,7 @@ namespace halvtiv::cli::copy {
 class RowWriter {
 public:
     /// sourceKinds: what the cells hold, one for each column.
-    RowWriter(Database database, std::string table, std::vector<const Column*> columns,
+    RowWriter(Database database, const Table& table, std::vector<const Column*> columns,
               std::vector<Kind> sourceKinds);
 
     /// Returns about how many bytes the row has.
@@ -25,12 +25,14 @@ public:
 
 private:
     std::size_t AddLong(const std::vector<SourceCell>& cells);
+    void KeepTypes(const std::vector<SourceCell>& cells) const;
     void AppendRow(const std::vector<SourceCell>& cells);
     void AppendToArrays(const std::vector<SourceCell>& cells);
     std::size_t Bytes() const { return arrays_ ? arrays_->Bytes() : sql_.size(); }
 
     Database database_;
     std::string table_;
+    std::string rowNumber_;  ///< the name of SQLite's own, "" where there is none
     std::vector<const Column*> columns_;
     std::vector<Kind> kinds_;
     std::string start_;  ///< of a statement

@@ -70,8 +70,10 @@ bool IsIn(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+/// One that SQLite may take for the row's own number, which is never null.
 bool IsOneIntegerKey(const Table& table, const Column& column) {
     return table.primaryKey.size() == 1 && IsInteger(column.type.kind) &&
+           (!column.isNullable || column.isAutoNumber) &&
            platform::EqualIgnoringCase(table.primaryKey.front(), column.name);
 }
 
@@ -145,6 +147,7 @@ TranslatedTable Translate(Dialect source, Dialect target, const Table& table) {
             column.isNullable = column.isNullable && !IsIn(made.primaryKey, column.name);
     }
     for (const Index& index : table.indexes) {
+        if (made.HasIndex(index)) continue;  // under another name
         Index& copy = made.indexes.emplace_back();
         for (const std::string& column : index.columns) copy.columns.push_back(nameOf(column));
         copy.isUnique = index.isUnique;

@@ -82,8 +82,9 @@ void MoveRows(const Database& source, const Database& target, TableCopy& table, 
               std::int64_t batchRows, const Watch& watch) {
     if (table.state.isDone) return;
     const IdentityInsert identity(target, table);
-    TableReader reader(source, table.source, table.from, batchRows, table.state.last);
-    RowWriter writer(target, table.target.name, table.to, KindsOf(table.from));
+    const bool keepsTypes = source.dialect == Dialect::Sqlite && target.dialect == Dialect::Sqlite;
+    TableReader reader(source, table.source, table.from, batchRows, table.state.last, keepsTypes);
+    RowWriter writer(target, table.target, table.to, KindsOf(table.from));
     constexpr std::int64_t kReported = 1000;
     while (reader.OpenPage()) {
         Transaction transaction(target.connection);
@@ -97,7 +98,11 @@ void MoveRows(const Database& source, const Database& target, TableCopy& table, 
             if (++unreported == kReported) watch.report(std::exchange(unreported, 0));
         } while (reader.NextRow(bytes));
         writer.Flush();
-        if (reader.HasKey()) next.last = reader.LastKey();
+        if (reader.HasKey()) {
+            next.last = reader.LastKey();
+        } else {
+            next.isDone = true;  // with its rows, which nothing would tell from those of a second time
+        }
         state.Save(table.source.name, next);
         transaction.Commit();
         table.copiedRows += next.rows - table.state.rows;
@@ -110,14 +115,35 @@ void MoveRows(const Database& source, const Database& target, TableCopy& table, 
 
 void CompareRows(const Database& source, const Database& target, TableCopy& table, const Watch& watch) {
     const auto compared = ComparedColumns(table);
-    const Watch silent{watch.isInterrupted, [](std::int64_t) {}};
+    std::atomic<bool> hasFailed = false;
+    const auto sumUp = [&](const Database& database, const Table& one, const auto& columns, auto report) {
+        const auto endWithOther = [&](std::int64_t rows) {
+            if (hasFailed) throw Interrupted{};
+            report(rows);
+        };
+        try {
+            return SumOf(database, one, columns, compared, {watch.isInterrupted, endWithOther});
+        } catch (...) {
+            hasFailed = true;
+            throw;
+        }
+    };
     auto other = std::async(std::launch::async,
-                            [&] { return SumOf(source, table.source, table.from, compared, silent); });
-    const RowSum targetSum = SumOf(target, table.target, table.to, compared, watch);
+                            [&] { return sumUp(source, table.source, table.from, [](std::int64_t) {}); });
+    const RowSum targetSum = [&] {
+        try {
+            return sumUp(target, table.target, table.to, watch.report);
+        } catch (const Interrupted&) {
+            other.get();  // raises what has ended both
+            throw;
+        }
+    }();
     const RowSum sourceSum = other.get();
-    table.sourceRows = sourceSum.Rows();
-    table.state.rows = targetSum.Rows();
-    table.isEqual = sourceSum == targetSum;
+    // Counted by the databases themselves, too: what reading leaves out would be missing on both sides.
+    table.sourceRows = CountRows(source, table.source.name);
+    table.state.rows = CountRows(target, table.target.name);
+    table.isEqual = sourceSum == targetSum && table.sourceRows == sourceSum.Rows() &&
+                    table.state.rows == targetSum.Rows();
     for (const std::size_t column : sourceSum.DifferingColumns(targetSum)) {
         table.differingColumns.push_back(table.to[column]->name);
     }

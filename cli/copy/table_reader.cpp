@@ -13,6 +13,16 @@ struct KeyColumn {
     Kind kind = Kind::BigInt;
 };
 
+/// A value as it is, whatever the column's type says: there, any column holds values of any type.
+std::string SqliteLiteral(const std::string& column) {
+    const std::string quoted = "quote(" + column + ")";
+    const std::string real = "case " + column + " when 9e999 then '9e999' when -9e999 then '-9e999' else ";
+    const std::string text = "case when instr(" + column + ", char(0)) then 'cast(x''' || hex(" + column +
+                             ") || ''' as text)' else ";
+    return "case typeof(" + column + ") when 'real' then " + real + quoted + " end when 'text' then " + text +
+           quoted + " end else " + quoted + " end";
+}
+
 std::vector<KeyColumn> KeyOf(Dialect dialect, const Table& table, const std::vector<std::string>& names) {
     std::vector<KeyColumn> key;
     for (const std::string& name : names) {
@@ -42,11 +52,17 @@ std::vector<KeyColumn> ReadingKey(Dialect dialect, const Table& table) {
 std::string ReadText(Dialect dialect, const Column& column) {
     std::string name = QuotedName(dialect, column.name);
     if (dialect != Dialect::MariaDb) return name;
-    // A float shows but six of its digits, and bits are bytes.
-    if (column.type.kind == Kind::Single) return name + " + 0e0 " + name;
-    if (column.type.declared.starts_with("bit(") && column.type.kind == Kind::BigInt)
-        return name + " + 0 " + name;
-    return name;
+    switch (column.type.kind) {
+        case Kind::Single:
+            return name + " + 0e0";  // it shows but six of its digits
+        case Kind::BigInt:
+            return column.type.declared.starts_with("bit(") ? name + " + 0" : name;  // bits are bytes
+        case Kind::Date:
+        case Kind::Timestamp:
+            return "cast(" + name + " as char)";  // the driver takes the date 0000-00-00 for none
+        default:
+            return name;
+    }
 }
 
 bool IsUnbounded(const Column& column) {
@@ -56,7 +72,7 @@ bool IsUnbounded(const Column& column) {
 }  // namespace
 
 TableReader::TableReader(Database database, const Table& table, std::vector<const Column*> columns,
-                         std::int64_t pageRows, std::optional<Key> after)
+                         std::int64_t pageRows, std::optional<Key> after, bool withLiterals)
     : database_(std::move(database)),
       table_(table),
       columns_(std::move(columns)),
@@ -66,17 +82,44 @@ TableReader::TableReader(Database database, const Table& table, std::vector<cons
         keyColumns_.push_back(std::move(name));
         keyKinds_.push_back(kind);
     }
+    hasLiteralKeys_ = database_.dialect == Dialect::Sqlite && table.rowNumber.empty();
     if (after && after->size() == keyColumns_.size()) {
         last_ = std::move(*after);
         hasLast_ = true;
     }
     last_.resize(keyColumns_.size());
+    if (withLiterals) ChooseLiterals();
     // Its driver takes a whole page into memory, and nobody knows yet how long the values are.
     constexpr std::int64_t kFirstRows = 16;
     if (database_.dialect == Dialect::MariaDb &&
         std::any_of(columns_.begin(), columns_.end(),
                     [](const Column* column) { return IsUnbounded(*column); })) {
         pageRows_ = std::min(pageRows_, kFirstRows);
+    }
+}
+
+// Long values pass in pieces where all of them are what their column is for.
+void TableReader::ChooseLiterals() {
+    const std::string from = " from " + QuotedName(database_.dialect, table_.name);
+    ado::Recordset none;
+    std::string names;
+    for (const Column* column : columns_) {
+        names += (names.empty() ? "" : ", ") + QuotedName(database_.dialect, column->name);
+    }
+    none.Open("select " + names + from + " where 0", database_.connection, ado::adOpenForwardOnly,
+              ado::adLockReadOnly);
+    std::vector<bool> isLong;
+    for (std::int32_t i = 0; i < none.Fields().Count(); ++i) {
+        isLong.push_back((none.Fields().Item(i)->Attributes() & ado::adFldLong) != 0);
+    }
+    none.Close();
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        const std::string proper = columns_[i]->type.kind == Kind::Blob ? "'blob'" : "'text'";
+        const bool hasOthers =
+            !isLong[i] || ScalarOf(database_, "select 1" + from + " where typeof(" +
+                                                  QuotedName(database_.dialect, columns_[i]->name) +
+                                                  ") not in ('null', " + proper + ") limit 1");
+        if (hasOthers) literals_.push_back(i);
     }
 }
 
@@ -98,11 +141,12 @@ bool TableReader::OpenPage() {
     for (std::int32_t i = 0; i < count; ++i) {
         ado::FieldPtr field = fields.Item(i);
         const bool isLong = (field->Attributes() & ado::adFldLong) != 0;
-        cells_.push_back({std::move(field), isLong});
+        cells_.push_back({std::move(field), nullptr, isLong});
     }
-    for (std::int32_t i = 0; i < static_cast<std::int32_t>(keyColumns_.size()); ++i) {
-        keyFields_.push_back(fields.Item(count + i));
-    }
+    const auto keyCount = static_cast<std::int32_t>(keyColumns_.size());
+    for (std::int32_t i = 0; i < keyCount; ++i) keyFields_.push_back(fields.Item(count + i));
+    std::int32_t next = count + keyCount;
+    for (const std::size_t i : literals_) cells_[i].literal = fields.Item(next++);
     return true;
 }
 
@@ -142,9 +186,16 @@ std::string TableReader::PageText() const {
     std::string order;
     for (const std::string& column : keyColumns_) {
         const std::string name = QuotedName(dialect, column);
-        text += ", " + name;
+        const Column* const known = table_.FindColumn(column);  // the row's number is none
+        if (hasLiteralKeys_) {
+            text += ", " + SqliteLiteral(name);
+        } else {
+            text += ", " + (known != nullptr ? ReadText(dialect, *known) : name);
+        }
         order += (order.empty() ? "" : ", ") + name;
     }
+    for (const std::size_t i : literals_)
+        text += ", " + SqliteLiteral(QuotedName(dialect, columns_[i]->name));
     text += " from " + QuotedName(dialect, table_.name);
     if (!HasKey()) return text;
     if (hasLast_) text += " where " + Condition();
@@ -159,7 +210,11 @@ std::string TableReader::Condition() const {
     const auto compare = [&](std::size_t column, std::string_view sign) {
         std::string text = QuotedName(dialect, keyColumns_[column]);
         text += sign;
-        AppendLiteral(text, dialect, keyKinds_[column], last_[column]);
+        if (hasLiteralKeys_) {
+            text += RequireSqliteLiteral(last_[column]);
+        } else {
+            AppendLiteral(text, dialect, keyKinds_[column], last_[column]);
+        }
         return text;
     };
     if (keyColumns_.size() == 1) return compare(0, " > ");

@@ -15,6 +15,7 @@ namespace halvtiv::cli::copy {
 /// One cell of the row that is being read.
 struct SourceCell {
     ado::FieldPtr field;
+    ado::FieldPtr literal;  ///< the same in SQLite's words, which say its type, too; null where not asked for
     bool isLong = false;
 };
 
@@ -27,9 +28,10 @@ struct SourceCell {
 ///     }
 class TableReader {
 public:
-    /// after: the key of the row to go on behind. The table lives as long as the reader.
+    /// after: the key of the row to go on behind. withLiterals: of SQLite alone. The table lives as long as
+    /// the reader.
     TableReader(Database database, const Table& table, std::vector<const Column*> columns,
-                std::int64_t pageRows, std::optional<Key> after = std::nullopt);
+                std::int64_t pageRows, std::optional<Key> after = std::nullopt, bool withLiterals = false);
 
     bool HasKey() const { return !keyColumns_.empty(); }
 
@@ -43,6 +45,7 @@ public:
     const Key& LastKey() const { return last_; }
 
 private:
+    void ChooseLiterals();
     std::string PageText() const;
     std::string Condition() const;
     void EndPage();
@@ -52,6 +55,8 @@ private:
     std::vector<const Column*> columns_;
     std::vector<std::string> keyColumns_;
     std::vector<Kind> keyKinds_;
+    bool hasLiteralKeys_ = false;        // the key's values are read as SQL
+    std::vector<std::size_t> literals_;  // the columns that are read as SQL, too
     std::int64_t mostPageRows_;
     std::int64_t pageRows_;
     bool hasLast_ = false;

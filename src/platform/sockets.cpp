@@ -1,11 +1,13 @@
 #include "platform/sockets.hpp"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -60,6 +62,12 @@ std::vector<OpenSocket> SocketsTo(std::string_view peer) {
         if (PeerOf(found.descriptor) == peer) sockets.push_back(found);
     }
     return sockets;
+}
+
+SharedSocket::SharedSocket(int socket) noexcept : descriptor_(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {}
+
+SharedSocket::~SharedSocket() {
+    if (descriptor_ != kNoSocket) close(descriptor_);
 }
 
 std::optional<std::uint16_t> LocalPort(int socket) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace halvtiv::platform {
@@ -27,6 +28,29 @@ struct OpenSocket {
 /// The sockets with a connection to a peer, a TCP port or a socket's path, for libraries that do not show
 /// theirs: who looks before and after finds the new one. Empty where the system does not tell.
 std::vector<OpenSocket> SocketsTo(std::string_view peer);
+
+/// A descriptor of one's own for a socket that belongs to somebody else. It means that socket until it goes,
+/// also after the owner has closed his, whose number then soon means another one.
+class SharedSocket {
+public:
+    SharedSocket() = default;
+    /// Holds nothing where there are no descriptors left.
+    explicit SharedSocket(int socket) noexcept;
+    ~SharedSocket();
+    SharedSocket(const SharedSocket&) = delete;
+    SharedSocket& operator=(const SharedSocket&) = delete;
+    SharedSocket(SharedSocket&& other) noexcept : descriptor_(std::exchange(other.descriptor_, kNoSocket)) {}
+    SharedSocket& operator=(SharedSocket&& other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+
+    explicit operator bool() const noexcept { return descriptor_ != kNoSocket; }
+    int Get() const noexcept { return descriptor_; }
+
+private:
+    int descriptor_ = kNoSocket;
+};
 
 /// The TCP port at this end; nothing for other sockets.
 std::optional<std::uint16_t> LocalPort(int socket);

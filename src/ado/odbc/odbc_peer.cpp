@@ -37,37 +37,43 @@ OdbcPeer::OdbcPeer(std::string address, std::string secondText)
       secondText_(std::move(secondText)),
       before_(platform::SocketsTo(address_)) {}
 
-void OdbcPeer::FindSocket() {
-    auto now = platform::SocketsTo(address_);
-    std::erase_if(now, [this](const auto& socket) {
+void OdbcPeer::FindSocket(std::vector<platform::OpenSocket> mayBe, std::optional<std::uint16_t> port) {
+    std::erase_if(mayBe, [this](const auto& socket) {
         return std::find(before_.begin(), before_.end(), socket) != before_.end();
     });
-    before_ = std::move(now);
-    if (before_.size() == 1) socket_ = before_.front().descriptor;
+    // The driver has its own ideas about how to reach this machine. Then they are somebody else's.
+    const bool isPath = address_.starts_with('/');
+    if (isPath == port.has_value()) return;
+    if (mayBe.size() > 1) {
+        // Somebody else has connected at the same time.
+        std::erase_if(mayBe,
+                      [port](const auto& socket) { return platform::LocalPort(socket.descriptor) != port; });
+    }
+    if (!mayBe.empty() && (port || mayBe.size() == 1)) {
+        socket_ = platform::SharedSocket(mayBe.front().descriptor);
+    }
 }
 
 void OdbcPeer::Meet(OdbcSession& session, const LinkLimits& limits) {
-    FindSocket();
-    // "17 127.0.0.1:40312", the port being the one at this end unless the network translates addresses.
+    auto now = platform::SocketsTo(address_);
+    // "17 127.0.0.1:40312", the port being the one at this end unless the network translates addresses; none
+    // through the server's own socket.
     const auto answer = AskOne(session,
                                "select concat(connection_id(), ' ', (select host from "
                                "information_schema.processlist where id = connection_id()))");
     serverId_ = answer.substr(0, answer.find(' '));
-    if (socket_ == platform::kNoSocket) {
-        // Somebody else has connected at the same time.
-        std::uint16_t port = 0;
-        const auto colon = answer.rfind(':') + 1;
-        std::from_chars(answer.data() + colon, answer.data() + answer.size(), port);
-        for (const auto& [descriptor, serial] : before_) {
-            if (port != 0 && platform::LocalPort(descriptor) == port) socket_ = descriptor;
-        }
+    std::optional<std::uint16_t> port;
+    if (const auto colon = answer.rfind(':'); colon != std::string::npos) {
+        std::uint16_t number = 0;
+        std::from_chars(answer.data() + colon + 1, answer.data() + answer.size(), number);
+        port = number;
     }
-    before_.clear();
-    if (socket_ != platform::kNoSocket) platform::WatchSocket(socket_, limits.lost);
+    FindSocket(std::move(now), port);
+    if (socket_) platform::WatchSocket(socket_.Get(), limits.lost);
 }
 
 bool OdbcPeer::HasGone() const noexcept {
-    return socket_ != platform::kNoSocket && platform::IsSocketClosed(socket_);
+    return socket_ && platform::IsSocketClosed(socket_.Get());
 }
 
 bool OdbcPeer::KillStatement() const noexcept {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,17 +30,18 @@ public:
     /// Has the server stop what the session runs; false where the server does not hear of it. Takes some
     /// seconds at most.
     bool KillStatement() const noexcept;
-    bool CanCut() const noexcept { return socket_ != platform::kNoSocket; }
+    bool CanCut() const noexcept { return static_cast<bool>(socket_); }
     /// Ends the connection under the driver.
-    void Cut() const noexcept { platform::ShutSocketDown(socket_); }
+    void Cut() const noexcept { platform::ShutSocketDown(socket_.Get()); }
 
 private:
-    void FindSocket();
+    /// Among those that there are now; port: the one at this end as the server sees it.
+    void FindSocket(std::vector<platform::OpenSocket> mayBe, std::optional<std::uint16_t> port);
 
     std::string address_;
     std::string secondText_;
-    std::vector<platform::OpenSocket> before_;  // the sockets there were, and then those that may be ours
-    int socket_ = platform::kNoSocket;          // the driver's, for as long as its connection is open
+    std::vector<platform::OpenSocket> before_;  // the sockets that there were
+    platform::SharedSocket socket_;             // the driver's, where it has been found
     std::string serverId_;                      // what the server calls the connection
 };
 

@@ -93,6 +93,7 @@ void OdbcSession::Close() {
     if (inTransaction_ && !traits_.beginsBySql) SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
     SQLDisconnect(connection_.Get());
     connection_.Free();
+    peer_.reset();  // which holds a connection that its driver has left
     environment_.Free();
 }
 
@@ -196,7 +197,10 @@ void OdbcSession::Raise(SQLSMALLINT handleType, SQLHANDLE handle) {
                               });
         if (isTimeUp) error.Number = static_cast<std::int32_t>(AdoError::CommandTimeout);
     }
-    if (isLost_) error.Number = static_cast<std::int32_t>(AdoError::Unspecified);
+    if (isLost_) {
+        error.Number = static_cast<std::int32_t>(AdoError::Unspecified);
+        if (peer_) peer_->Cut();
+    }
     if (isLost_ || any(HasRolledBack)) ForgetTransaction();
     throw error;
 }

@@ -18,7 +18,8 @@ constexpr milliseconds kLookAtSwitch{50};
 constexpr milliseconds kLookAtServer{5};
 // What is left of rows that nobody wants is received for that long before the server is asked to stop.
 constexpr milliseconds kPatience{100};
-// A server that has been asked to stop and does not answer counts as gone.
+// A server that has been asked to stop and does not answer counts as gone; so does one that does not come to
+// the end of what is not stopped, from the cancelling on.
 constexpr std::chrono::seconds kStopTakes{10};
 // Asking goes through a connection of its own, which may not come about either.
 constexpr std::chrono::seconds kAskingTakes{3};
@@ -210,7 +211,14 @@ void PostgresqlLink::AwaitAnswer() {
         if (readTimeout_.count() > 0 && stopping_ == Stop::None && now - lastHeard >= readTimeout_) {
             RaiseSilent();
         }
-        if (uninterrupted_) continue;
+        if (uninterrupted_) {
+            // It is not stopped, but not waited for without end either.
+            if (!cancel_->IsThrown()) continue;
+            givenUpAt = std::min(givenUpAt, now + kStopTakes);
+            if (now < givenUpAt) continue;
+            Drop();
+            RaiseLost();
+        }
         const bool isOverTime = commandTimeout_.count() > 0 && now - begin >= commandTimeout_;
         if (stopping_ == Stop::None && (isOverTime || IsCancelled())) {
             stopping_ = IsCancelled() ? Stop::Cancelled : Stop::TimedOut;
