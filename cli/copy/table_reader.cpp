@@ -108,9 +108,9 @@ void TableReader::ChooseLiterals() {
     }
     none.Open("select " + names + from + " where 0", database_.connection, ado::adOpenForwardOnly,
               ado::adLockReadOnly);
-    std::vector<bool> isLong;
-    for (std::int32_t i = 0; i < none.Fields().Count(); ++i) {
-        isLong.push_back((none.Fields().Item(i)->Attributes() & ado::adFldLong) != 0);
+    std::vector<bool> isLong(columns_.size());
+    for (std::size_t i = 0; i < isLong.size(); ++i) {
+        isLong[i] = (none.Fields().Item(static_cast<std::int32_t>(i))->Attributes() & ado::adFldLong) != 0;
     }
     none.Close();
     for (std::size_t i = 0; i < columns_.size(); ++i) {

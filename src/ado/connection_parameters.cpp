@@ -116,4 +116,24 @@ void ConnectionParameters::SetDefault(std::string_view key, std::string_view val
     values_.emplace_back(std::move(lowerKey), std::string(value));
 }
 
+void RequirePlainNames(const ConnectionParameters& parameters, std::string_view source) {
+    for (const char* key : {"Data Source", "Server", "Initial Catalog", "Database", "User ID", "UID"}) {
+        const auto value = platform::ToLower(parameters.Get(key));
+        for (const char* word : {"password", "pwd"}) {
+            const auto found = value.find(word);
+            if (found != std::string::npos && value.find('=', found) != std::string::npos) {
+                throw MakeProviderError(AdoError::Unspecified,
+                                        "The value of \"" + std::string(key) +
+                                            "\" holds a password: there is a \";\" missing before it.",
+                                        source);
+            }
+        }
+        if (value.find('\0') != std::string::npos) {
+            throw MakeProviderError(AdoError::Unspecified,
+                                    "The value of \"" + std::string(key) + "\" holds a NUL character.",
+                                    source);
+        }
+    }
+}
+
 }  // namespace halvtiv::ado

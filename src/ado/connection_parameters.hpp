@@ -33,4 +33,8 @@ private:
     std::vector<std::pair<std::string, std::string>> written_;  // the pairs of the string under their keys
 };
 
+/// Raises -2147467259 where the name of a server, database or user holds a password, because a ";" is
+/// missing, or a NUL character: messages show such names. source is that of the error.
+void RequirePlainNames(const ConnectionParameters& parameters, std::string_view source);
+
 }  // namespace halvtiv::ado

@@ -167,6 +167,7 @@ std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
 std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& parameters,
                                             std::int32_t connectionTimeout,
                                             std::shared_ptr<CancelSwitch> cancel) {
+    RequirePlainNames(parameters, kMariaDbName);
     const auto limits = ReadLinkLimits(parameters, kMariaDbName);
     const auto driver = RequireDriver(OdbcEnvironment(), {"mariadb", "mysql"});
     const auto dataSource = parameters.Get("Data Source");
@@ -238,6 +239,7 @@ std::string SqlServerConnectionText(const ConnectionParameters& parameters, std:
 std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parameters,
                                               std::int32_t connectionTimeout,
                                               std::shared_ptr<CancelSwitch> cancel) {
+    RequirePlainNames(parameters, "SQL Server");
     OdbcEnvironment environment;
     const auto driver = RequireDriver(environment, {"for sql server", "freetds"});
     return environment.Connect(SqlServerConnectionText(parameters, driver), "SQL Server", connectionTimeout,

@@ -69,23 +69,6 @@ std::vector<Host> ReadHosts(std::string_view dataSource) {
     return hosts;
 }
 
-// Where a ";" was forgotten, a password would be shown as a part of what stands before it.
-void RequireNoPasswordIn(const ConnectionParameters& parameters) {
-    for (const char* key : {"Data Source", "Initial Catalog", "User ID"}) {
-        const auto value = platform::ToLower(parameters.Get(key));
-        for (const char* word : {"password", "pwd"}) {
-            const auto found = value.find(word);
-            if (found != std::string::npos && value.find('=', found) != std::string::npos) {
-                Raise(AdoError::Unspecified, "The value of \"" + std::string(key) +
-                                                 "\" holds a password: there is a \";\" missing before it.");
-            }
-        }
-        if (value.find('\0') != std::string::npos) {
-            Raise(AdoError::Unspecified, "The value of \"" + std::string(key) + "\" holds a NUL character.");
-        }
-    }
-}
-
 Settings PassedThrough(const ConnectionParameters& parameters) {
     constexpr std::array<std::string_view, 4> kOwn{"client_encoding", "replication", "connect_timeout",
                                                    "fallback_application_name"};
@@ -282,7 +265,7 @@ std::unique_ptr<PostgresqlLink> Connect(Settings settings, std::vector<Host> hos
 std::shared_ptr<Session> OpenPostgresqlSession(const ConnectionParameters& parameters,
                                                std::int32_t connectionTimeout,
                                                std::shared_ptr<CancelSwitch> cancel) {
-    RequireNoPasswordIn(parameters);
+    RequirePlainNames(parameters, kPostgresqlName);
     const auto shared = std::move(cancel);  // by all attempts
     const auto limits = ReadLinkLimits(parameters, kPostgresqlName);
     Settings settings = PassedThrough(parameters);
