@@ -32,7 +32,7 @@ constexpr ConnectionNames kTo{
 Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
     Connect(engine, options, names);
     const ado::ConnectionPtr connection = engine.GetDatabaseConnection();
-    const Database database{connection, DialectOf(*connection)};
+    Database database{connection, DialectOf(*connection)};
     if (database.dialect == Dialect::MariaDb) {
         // A value that does not fit is an error, 0 is a number like any other, a backslash begins an escape;
         // and a moment is not told in hours that there are twice, or never, in a year.
