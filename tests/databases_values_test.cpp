@@ -1,5 +1,7 @@
 // Values at the limits of their types, written and read back on every database.
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 
 #include "databases.hpp"
@@ -305,6 +307,58 @@ TEST_P(ValuesTest, FilesGoIntoColumnsAndOutAgainByteForByte) {
     EXPECT_EQ(Call("setbinarydata", {{"sql", "t"}, {"colname", "name"}, {"filename", in}}).substr(0, 3),
               "-1 ");
     EXPECT_EQ(folder.FilesIn(), (std::vector<std::string>{"in", "out"})) << "nothing else is left behind";
+}
+
+// Where a database reads a quote or a backslash in its own way, a value would end up as a statement.
+TEST_P(ValuesTest, AQuotedValueStaysAValue) {
+    Run("create table t (id integer primary key, v varchar(200))");
+    std::string report;
+    ASSERT_TRUE(engine.LoadFunctionDefsXml(R"xml(<functions>
+      <functiondef name="put">
+        <paramdef><param name="id" type="integer"/><param name="v" type="text" extra="quote"/></paramdef>
+        <function name="public.executesql"><param name="sql" value="insert into t values (%id%, '%v%')"/></function>
+      </functiondef>
+      <functiondef name="find">
+        <paramdef><param name="v" type="text" extra="quote"/></paramdef>
+        <function name="public.getcomplexdata">
+          <param name="sql" value="select id, v from t where v = '%v%'"/>
+          <param name="refcols"><col name="of" value="v" extra="quoted"/></param>
+          <param name="csql" value="select v again from t where v = '%of%'"/>
+        </function>
+      </functiondef></functions>)xml",
+                                           report))
+        << report;
+    const std::vector<std::string> values{"O'Neil",
+                                          "''",
+                                          R"(\)",
+                                          R"(\\)",
+                                          R"(C:\new\table)",
+                                          R"(\')",
+                                          R"(\' or 1=1 -- )"
+                                          "x",
+                                          R"(\'); delete from t; -- )"
+                                          "x",
+                                          R"('; delete from t; --x)",
+                                          R"(\\' or '1'='1)",
+                                          R"("\")",
+                                          "%",
+                                          "a--b/*c",
+                                          "$1 ? {d}",
+                                          R"(\%\_)",
+                                          "\xE8\xA9\xB1\\\'\xF0\x9F\x98\x80"};
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        SCOPED_TRACE(values[i]);
+        const auto id = std::to_string(i);
+        std::string result;
+        ASSERT_TRUE(engine.RunFunction(Request("put", {{"id", id}, {"v", values[i]}}), result));
+        EXPECT_THAT(Entries(result), testing::ElementsAre("K info[return=1]"));
+        EXPECT_EQ(Scalar("select v from t where id = " + id), values[i]);
+        ASSERT_TRUE(engine.RunFunction(Request("find", {{"v", values[i]}}), result));
+        EXPECT_THAT(Entries(result),
+                    testing::ElementsAre(testing::EndsWith("|id=" + id + " v=" + values[i] + "]"),
+                                         testing::EndsWith("|again=" + values[i] + "]")));
+    }
+    EXPECT_EQ(Scalar("select count(*) from t"), std::to_string(values.size()));
 }
 
 }  // namespace

@@ -266,7 +266,8 @@ TEST(Odbc, ScriptsComeApartAtTheirStatements) {
         std::string first;
     };
     const std::vector<Case> cases{
-        {OdbcDialect::MariaDb, "select 'it\\';s'; x", "select 'it\\';s';"},
+        {OdbcDialect::MariaDb, "select 'a\\'; x", "select 'a\\';"},
+        {OdbcDialect::PostgreSql, "select E'it\\';s'; x", "select E'it\\';s';"},
         {OdbcDialect::Sqlite, "select '\\'; x", "select '\\';"},
         {OdbcDialect::MariaDb, "select 1 # a;b\n; x", "select 1 # a;b\n;"},
         {OdbcDialect::MariaDb, "select 5--1; x", "select 5--1;"},

@@ -34,10 +34,11 @@ Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, cons
     const ado::ConnectionPtr connection = engine.GetDatabaseConnection();
     Database database{connection, DialectOf(*connection)};
     if (database.dialect == Dialect::MariaDb) {
-        // A value that does not fit is an error, 0 is a number like any other, a backslash begins an escape;
-        // and a moment is not told in hours that there are twice, or never, in a year.
+        // A value that does not fit is an error, 0 is a number like any other, a backslash is one; and a
+        // moment is not told in hours that there are twice, or never, in a year.
         RunAll(database,
-               "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO', time_zone = '+00:00'");
+               "set session sql_mode = 'STRICT_ALL_TABLES,NO_AUTO_VALUE_ON_ZERO,NO_BACKSLASH_ESCAPES', "
+               "time_zone = '+00:00'");
     }
     return database;
 }

@@ -36,7 +36,7 @@ void AppendQuoted(std::string& sql, Dialect dialect, std::string_view text) {
     if (dialect == Dialect::SqlServer) sql += 'N';
     sql += '\'';
     for (const char character : text) {
-        if (character == '\'' || (character == '\\' && dialect == Dialect::MariaDb)) sql += character;
+        if (character == '\'') sql += character;
         sql += character;
     }
     sql += '\'';

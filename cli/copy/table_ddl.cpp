@@ -19,6 +19,7 @@ std::optional<std::string> Unquoted(Dialect dialect, std::string_view text) {
     std::string value;
     const std::string_view inner = text.substr(1, text.size() - 2);
     for (std::size_t i = 0; i < inner.size(); ++i) {
+        // It shows some characters by others, whatever the connection's mode.
         if (inner[i] == '\\' && dialect == Dialect::MariaDb) return std::nullopt;
         if (inner[i] == '\'' && (++i == inner.size() || inner[i] != '\'')) return std::nullopt;
         value += inner[i];

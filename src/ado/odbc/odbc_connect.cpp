@@ -86,8 +86,10 @@ std::shared_ptr<OdbcSession> OdbcEnvironment::Connect(const std::string& connect
         RaiseConnectError(connection.Get(), isWide, source, secrets);
     }
     auto traits = ReadOdbcTraits(connection.Get());
-    return std::make_shared<OdbcSession>(std::move(environment_), std::move(connection), std::move(traits),
-                                         std::move(cancel));
+    auto session = std::make_shared<OdbcSession>(std::move(environment_), std::move(connection),
+                                                 std::move(traits), std::move(cancel));
+    session->TakeBackslashesAsTheyAre();
+    return session;
 }
 
 OdbcConnectionText& OdbcConnectionText::Add(std::string_view key, std::string_view value) {

@@ -42,7 +42,7 @@ public:
         const char first = script_[position_];
         if (first == '\'' || first == '"' || first == '`' ||
             (first == '[' && !isMariaDb_ && !isPostgreSql_)) {
-            SkipQuoted(first == '[' ? ']' : first, isMariaDb_ && first != '`');
+            SkipQuoted(first == '[' ? ']' : first, false);
             return "'";
         }
         if (isPostgreSql_ && SkipOwnQuoted()) return "'";

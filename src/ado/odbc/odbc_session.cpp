@@ -134,6 +134,16 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
     return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
 }
 
+void OdbcSession::TakeBackslashesAsTheyAre() {
+    const bool isMariaDb = traits_.dialect == OdbcDialect::MariaDb;
+    if (!isMariaDb && traits_.dialect != OdbcDialect::PostgreSql) return;
+    const auto statement = NewStatement();
+    Check(ExecuteText(statement.Get(),
+                      isMariaDb ? "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES')"
+                                : "SET standard_conforming_strings = on"),
+          statement.Get());
+}
+
 void OdbcSession::MakeRoom(const OdbcExecution* except) {
     if (traits_.hasOneResult) SetOthersAside(except);
     if (traits_.dialect == OdbcDialect::MariaDb && serverTimeout_ != commandTimeout_) TellTimeout();
