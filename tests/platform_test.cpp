@@ -19,11 +19,14 @@
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
 #include "platform/xml_reader.hpp"
+#include "xml_transcript.hpp"
 
 namespace halvtiv::platform {
 namespace {
 
 using namespace std::string_literals;
+using test::Parsed;
+using test::Transcript;
 
 template <typename Action>
 std::int32_t RaisedNumber(Action action) {
@@ -109,42 +112,6 @@ TEST(XmlReading, KeepsWhatTheTextMeans) {
     EXPECT_EQ(document.child("a").first_child().next_sibling(), pugi::xml_node());
     ASSERT_FALSE(LoadXmlText("<a>", document));
     EXPECT_TRUE(document.first_child().empty());
-}
-
-/// Writes down what it is told, in the manner of `TreeText`.
-struct Transcript : XmlHandler {
-    void StartElement(std::string_view name, std::span<const XmlAttribute> attributes) override {
-        Line("start") << name;
-        for (const XmlAttribute& attribute : attributes)
-            Line("with") << attribute.name << '=' << attribute.value;
-    }
-    void EndElement(std::string_view name) override { Line("end") << name; }
-    void Text(std::string_view text) override { Line("text") << text; }
-    std::ostream& Line(std::string_view what) { return words << '\n' << what << ' '; }
-
-    std::ostringstream words;
-};
-
-void Retell(pugi::xml_node node, Transcript& transcript) {
-    std::vector<XmlAttribute> attributes;
-    for (const auto attribute : node.attributes())
-        attributes.push_back({attribute.name(), attribute.value()});
-    transcript.StartElement(node.name(), attributes);
-    for (const auto child : node.children()) {
-        if (child.type() == pugi::node_element) Retell(child, transcript);
-        if (child.type() == pugi::node_pcdata) transcript.Text(child.value());
-        if (child.type() == pugi::node_comment || child.type() == pugi::node_pi) transcript.Line("other");
-    }
-    transcript.EndElement(node.name());
-}
-
-/// What the parser makes of a text; "" where it refuses it.
-std::string Parsed(std::string_view text) {
-    pugi::xml_document document;
-    if (!LoadXmlText(text, document)) return {};
-    Transcript transcript;
-    Retell(document.document_element(), transcript);
-    return transcript.words.str();
 }
 
 TEST(XmlReading, TellsPlainDocumentsInTheParsersWords) {

@@ -1,0 +1,1 @@
+do $a$ begin; $b$ ; end $a$; select E'\';', U&'\0041', $1, a[1], /* /* ; */ */ now(), lower(x) from t where '{"a":1}'::json ? 'b'; copy t from stdin

@@ -1,0 +1,1 @@
+select t.*, a b from "T", s.[u v] as w where a like '%' order by 1
