@@ -44,7 +44,8 @@ void LookInto(ZorbFunctionResult& result, std::string_view key) {
     try {
         result.RaiseResultError(key);
     } catch (const ErrorInfo& error) {
-        Require(!error.Description.empty() || error.Number != 0, "an error says nothing");
+        Require(error.Number != 0 || !error.Description.empty() || !error.Source.empty(),
+                "an error says nothing");
     }
     if (result.ChangeResultDataGUID(key, "changed")) {
         Require(!result.GetResultDataXml("changed").empty(), "an entry is lost with its key");
