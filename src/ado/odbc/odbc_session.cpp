@@ -134,13 +134,15 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
     return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
 }
 
-void OdbcSession::TakeBackslashesAsTheyAre() {
+void OdbcSession::AskForStandardSql() {
     const bool isMariaDb = traits_.dialect == OdbcDialect::MariaDb;
     if (!isMariaDb && traits_.dialect != OdbcDialect::PostgreSql) return;
+    // There, "||" may mean OR, "a" a text, a 0 for a key the next number; and what does not fit may be cut.
+    constexpr const char* kMariaDb =
+        "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES,ANSI_QUOTES,PIPES_AS_CONCAT,"
+        "NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES')";
     const auto statement = NewStatement();
-    Check(ExecuteText(statement.Get(),
-                      isMariaDb ? "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES')"
-                                : "SET standard_conforming_strings = on"),
+    Check(ExecuteText(statement.Get(), isMariaDb ? kMariaDb : "SET standard_conforming_strings = on"),
           statement.Get());
 }
 
