@@ -320,6 +320,23 @@ TEST_P(ValuesTest, StandardSqlMeansTheSameEverywhere) {
     EXPECT_EQ(Rows("select * from t order by id"), "0 zero-0|1 one-1");
 }
 
+// No column says how long it may become.
+TEST_P(ValuesTest, ATextThatAnExpressionMakesIsWhole) {
+    const std::string all = Traits().source == "PostgreSQL" ? "string_agg(v, ',')" : "group_concat(v)";
+    const std::string thousand(1000, 'x');
+    const auto rows = Query("select '" + thousand + thousand + "' as v, n from " + Numbers(3));
+    for (int i = 0; i < 3; ++i, rows->MoveNext()) {
+        EXPECT_EQ(rows->Fields().Item("v")->Value().Text(), thousand + thousand);
+    }
+    std::string xml;
+    const auto sql =
+        "select " + all + " as v from (select '" + thousand + "' as v from " + Numbers(2000) + ") q";
+    ASSERT_TRUE(engine.RunFunction(Request("public.getdata", {{"sql", sql}}), xml));
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.Parse(xml));
+    EXPECT_EQ(result.GetResultDataItem("K", 1)->GetItemValueByName("v").size(), 2'000'000U + 1999U);
+}
+
 // A driver reads some forms of a moment by itself, and is not to leave out a part of one.
 TEST_P(ValuesTest, AMomentWithAnOffsetIsKeptOrRefused) {
     const bool isPostgresql = Traits().source == "PostgreSQL";

@@ -140,7 +140,7 @@ void OdbcSession::AskForStandardSql() {
     // There, "||" may mean OR, "a" a text, a 0 for a key the next number; and what does not fit may be cut.
     constexpr const char* kMariaDb =
         "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES,ANSI_QUOTES,PIPES_AS_CONCAT,"
-        "NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES')";
+        "NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES'), group_concat_max_len = 1073741824";
     const auto statement = NewStatement();
     Check(ExecuteText(statement.Get(), isMariaDb ? kMariaDb : "SET standard_conforming_strings = on"),
           statement.Get());
