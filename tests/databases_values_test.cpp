@@ -318,6 +318,9 @@ TEST_P(ValuesTest, StandardSqlMeansTheSameEverywhere) {
     Run("update t set v = v || '-' || id");
     EXPECT_EQ(Call("deletedata", {{"sql", R"(select * from t where "v" = 'v')"}}), "0");
     EXPECT_EQ(Rows("select * from t order by id"), "0 zero-0|1 one-1");
+    if (Traits().variable.empty()) return;
+    const bool isPostgresql = Traits().source == "PostgreSQL";
+    EXPECT_EQ(Scalar(isPostgresql ? "show timezone" : "select @@time_zone"), isPostgresql ? "UTC" : "+00:00");
 }
 
 // No column says how long it may become.
@@ -382,10 +385,8 @@ TEST_P(ValuesTest, AQuotedValueStaysAValue) {
                                           R"(\\)",
                                           R"(C:\new\table)",
                                           R"(\')",
-                                          R"(\' or 1=1 -- )"
-                                          "x",
-                                          R"(\'); delete from t; -- )"
-                                          "x",
+                                          R"(\' or 1=1 -- x)",
+                                          R"(\'); delete from t; -- x)",
                                           R"('; delete from t; --x)",
                                           R"(\\' or '1'='1)",
                                           R"("\")",
