@@ -1,5 +1,7 @@
 // Rows that are changed through recordsets and by the functions that change them, on every database.
 
+#include <thread>
+
 #include "databases.hpp"
 
 namespace halvtiv::test {
@@ -342,6 +344,36 @@ TEST_P(EveryDatabasesEngine, AdditionKeepsToTheColumnsType) {
         }
         if (outcome == "1") outcome = Scalar("select " + std::string(expected.column) + " from t");
         EXPECT_EQ(outcome.substr(0, std::string(expected.sum).size()), expected.sum) << outcome;
+    }
+}
+
+// Two that add to one value at the same time: whoever has not been told of a failure has added.
+TEST_P(EveryDatabasesEngine, NoAdditionIsLost) {
+    Run("create table t (id integer primary key, n integer, f double precision)");
+    ZorbDbAccessEngine other;
+    ASSERT_NE(other.SetDatabaseConnectionString(ConnectionString()), nullptr) << other.GetLastError();
+    for (const char* column : {"n", "f"}) {
+        Run("delete from t");
+        Run("insert into t values (1, 0, 0.1)");
+        constexpr int kTimes = 60;
+        const auto add = [&](ZorbDbAccessEngine& adding) {
+            const std::vector<Item> one{{column, "1"}};
+            int added = 0;
+            for (int i = 0; i < kTimes; ++i) {
+                const auto outcome =
+                    Outcome(adding, "updatedatacoladd", {{"sql", "t"}, {"col", column}}, &one);
+                if (outcome == "1") ++added;
+            }
+            return added;
+        };
+        int addedByOther = 0;
+        std::thread thread([&] { addedByOther = add(other); });
+        const int added = add(engine);
+        thread.join();
+        EXPECT_EQ(Scalar("select cast(" + std::string(column) + " as integer) from t"),
+                  std::to_string(added + addedByOther))
+            << column;
+        EXPECT_GT(added + addedByOther, kTimes / 2);
     }
 }
 

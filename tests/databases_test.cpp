@@ -23,7 +23,8 @@ TEST_P(EveryDatabase, ABatchRunsEachStatementOnceAndInOrder) {
     Run("create table t (n integer unique)");
     std::int32_t affected = 0;
     auto rows = connection->Execute(
-        "insert into t values (1), (2); -- a comment; \n;; select n from t order by n; "
+        "insert into t values (1), (2); -- a comment; \n;; select n /* no; ? */ from t -- it's;\n order by "
+        "n; "
         "insert into t values (3); select 'a;b', count(*) from t /* end; */",
         &affected);
     EXPECT_EQ(rows->State(), adStateClosed);

@@ -309,6 +309,57 @@ TEST_P(ValuesTest, FilesGoIntoColumnsAndOutAgainByteForByte) {
     EXPECT_EQ(folder.FilesIn(), (std::vector<std::string>{"in", "out"})) << "nothing else is left behind";
 }
 
+// The server of MariaDB has other habits, unless it is asked.
+TEST_P(ValuesTest, StandardSqlMeansTheSameEverywhere) {
+    Run("create table t (id " + Traits().key + ", v varchar(9))");
+    EXPECT_EQ(Call("adddata", {{"sql", "t"}}, {{"id", "0"}, {"v", "zero"}}), "1");
+    Run("insert into t (id, v) values (1, 'one')");
+    EXPECT_EQ(Rows(R"(select "id", "v" || '!' as s from t where "v" <> 'one')"), "0 zero!");
+    Run("update t set v = v || '-' || id");
+    EXPECT_EQ(Call("deletedata", {{"sql", R"(select * from t where "v" = 'v')"}}), "0");
+    EXPECT_EQ(Rows("select * from t order by id"), "0 zero-0|1 one-1");
+    if (Traits().variable.empty()) return;
+    const bool isPostgresql = Traits().source == "PostgreSQL";
+    EXPECT_EQ(Scalar(isPostgresql ? "show timezone" : "select @@time_zone"), isPostgresql ? "UTC" : "+00:00");
+}
+
+// No column says how long it may become.
+TEST_P(ValuesTest, ATextThatAnExpressionMakesIsWhole) {
+    const std::string all = Traits().source == "PostgreSQL" ? "string_agg(v, ',')" : "group_concat(v)";
+    const std::string thousand(1000, 'x');
+    const auto rows = Query("select '" + thousand + thousand + "' as v, n from " + Numbers(3));
+    for (int i = 0; i < 3; ++i, rows->MoveNext()) {
+        EXPECT_EQ(rows->Fields().Item("v")->Value().Text(), thousand + thousand);
+    }
+    std::string xml;
+    const auto sql =
+        "select " + all + " as v from (select '" + thousand + "' as v from " + Numbers(2000) + ") q";
+    ASSERT_TRUE(engine.RunFunction(Request("public.getdata", {{"sql", sql}}), xml));
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.Parse(xml));
+    EXPECT_EQ(result.GetResultDataItem("K", 1)->GetItemValueByName("v").size(), 2'000'000U + 1999U);
+}
+
+// A driver reads some forms of a moment by itself, and is not to leave out a part of one.
+TEST_P(ValuesTest, AMomentWithAnOffsetIsKeptOrRefused) {
+    const bool isPostgresql = Traits().source == "PostgreSQL";
+    Run("create table t (id integer primary key, m " +
+        std::string(isPostgresql ? "timestamptz" : Traits().timestamp) + ")");
+    for (const auto& [text, moment] : {std::pair{"2024-02-03T10:20:30.25+02:00", "2024-02-03 08:20:30.25"},
+                                       {"2024-02-03 10:20:30-05:30", "2024-02-03 15:50:30"},
+                                       {"2024-02-03T10:20:30Z", "2024-02-03 10:20:30"}}) {
+        SCOPED_TRACE(text);
+        Run("delete from t");
+        if (Call("adddata", {{"sql", "t"}}, {{"id", "1"}, {"m", text}}) != "1") {
+            EXPECT_EQ(Traits().source, "MariaDB");
+            EXPECT_EQ(Rows("select m from t"), "");
+            continue;
+        }
+        EXPECT_EQ(Scalar("select m from t"), isPostgresql ? moment : text);
+        EXPECT_EQ(Call("updatedata", {{"sql", "t"}}, {{"m", "2000-01-01 00:00:00"}}), "1") << "it is found";
+    }
+}
+
 // Where a database reads a quote or a backslash in its own way, a value would end up as a statement.
 TEST_P(ValuesTest, AQuotedValueStaysAValue) {
     Run("create table t (id integer primary key, v varchar(200))");
@@ -334,10 +385,8 @@ TEST_P(ValuesTest, AQuotedValueStaysAValue) {
                                           R"(\\)",
                                           R"(C:\new\table)",
                                           R"(\')",
-                                          R"(\' or 1=1 -- )"
-                                          "x",
-                                          R"(\'); delete from t; -- )"
-                                          "x",
+                                          R"(\' or 1=1 -- x)",
+                                          R"(\'); delete from t; -- x)",
                                           R"('; delete from t; --x)",
                                           R"(\\' or '1'='1)",
                                           R"("\")",

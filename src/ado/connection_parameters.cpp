@@ -117,7 +117,17 @@ void ConnectionParameters::SetDefault(std::string_view key, std::string_view val
 }
 
 void RequirePlainNames(const ConnectionParameters& parameters, std::string_view source) {
-    for (const char* key : {"Data Source", "Server", "Initial Catalog", "Database", "User ID", "UID"}) {
+    for (const char* key : {"Data Source", "Server", "Servername"}) {
+        const auto at = parameters.Get(key).find('@');
+        if (at != std::string_view::npos && at > 0) {  // a socket's name may begin with it
+            throw MakeProviderError(AdoError::Unspecified,
+                                    "The value of \"" + std::string(key) +
+                                        "\" is no server: user and password have keys of their own.",
+                                    source);
+        }
+    }
+    for (const char* key :
+         {"Data Source", "Server", "Servername", "Initial Catalog", "Database", "User ID", "UID"}) {
         const auto value = platform::ToLower(parameters.Get(key));
         for (const char* word : {"password", "pwd"}) {
             const auto found = value.find(word);

@@ -34,7 +34,8 @@ private:
 };
 
 /// Raises -2147467259 where the name of a server, database or user holds a password, because a ";" is
-/// missing, or a NUL character: messages show such names. source is that of the error.
+/// missing or it stands before the server with an "@" between, or a NUL character: messages show such names.
+/// source is that of the error.
 void RequirePlainNames(const ConnectionParameters& parameters, std::string_view source);
 
 }  // namespace halvtiv::ado

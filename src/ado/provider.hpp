@@ -99,6 +99,8 @@ struct ChangeTarget {
         std::int32_t table = -1;   ///< a position in `tables`; -1: computed, or not of a table
         std::string name;          ///< as it stands in a statement
         bool isComparable = true;  ///< the database knows whether two of its values are equal
+        /// Floating numbers come and go whole, so that each is found to be equal to itself.
+        bool comparesFloats = false;
     };
     std::vector<Table> tables;
     std::vector<Column> columns;  ///< one for each visible column

@@ -30,6 +30,11 @@ void RowEditor::Assign(std::int32_t column, const Variant& value) {
     pending_[column] = {CellForColumn(value, columns_[Index(column)].type), nullptr};
 }
 
+void RowEditor::AssignSum(std::int32_t column, const Variant& value) {
+    Assign(column, value);
+    pending_[column].isSum = true;
+}
+
 // What is appended to a text column is text, to all others bytes.
 CellKind RowEditor::KindOfBytes(std::int32_t column) const {
     const auto type = columns_[Index(column)].type;
@@ -159,19 +164,22 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
     for (const auto& [column, edited] : pending_) {
         const bool isKey = std::any_of(change.table->key.begin(), change.table->key.end(),
                                        [&, at = column](const auto& part) { return part.column == at; });
-        if (isKey || !HasComparableValue(column)) continue;
+        if (isKey || !HasComparableValue(column, edited.isSum)) continue;
         auto condition = MakeParameter(target_.columns[Index(column)].name, WrittenValue(column));
         condition.isOldText = IsTextType(columns_[Index(column)].type);
         change.conditions.push_back(condition);
     }
 }
 
-// Long values are not looked at again, and floating ones need not be equal to themselves as text.
-bool RowEditor::HasComparableValue(std::int32_t column) {
+// Long values are not looked at again, and floating ones need not be equal to themselves as text. Where they
+// are, an addition looks at them: it would undo somebody else's.
+bool RowEditor::HasComparableValue(std::int32_t column, bool isSum) {
     if (isNew_ && !values_.contains(column)) return false;
-    if (!target_.columns[Index(column)].isComparable) return false;
+    const auto& known = target_.columns[Index(column)];
     const auto& info = columns_[Index(column)];
-    if ((info.attributes & adFldLong) != 0 || info.type == adDouble || info.type == adSingle) return false;
+    if (!known.isComparable || (info.attributes & adFldLong) != 0) return false;
+    if (isSum && known.comparesFloats) return true;
+    if (info.type == adDouble || info.type == adSingle) return false;
     return WrittenValue(column).kind != CellKind::Double;
 }
 

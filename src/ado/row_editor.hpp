@@ -27,6 +27,8 @@ public:
 
     // What `Field` does. Each raises -2146825037 for a column that cannot be changed.
     void Assign(std::int32_t column, const Variant& value);
+    /// A value that was made of the old one: the row is changed only if it still holds that.
+    void AssignSum(std::int32_t column, const Variant& value);
     void AssignSource(std::int32_t column, std::shared_ptr<ByteSource> source);
     void AppendChunk(std::int32_t column, std::span<const std::uint8_t> bytes);
 
@@ -53,6 +55,7 @@ private:
     struct Edited {
         OwnedCell cell;
         std::shared_ptr<ByteSource> source;  // where set, the value's bytes
+        bool isSum = false;                  // made of the value that it replaces
     };
     using EditedCells = std::map<std::int32_t, Edited>;
 
@@ -60,7 +63,7 @@ private:
     /// The table to which all assigned columns belong; raises where there is no single one.
     const ChangeTarget::Table& ChangedTable() const;
     CellValue WrittenValue(std::int32_t column);
-    bool HasComparableValue(std::int32_t column);
+    bool HasComparableValue(std::int32_t column, bool isSum);
     /// Says by which key, and by which old values, the row is found.
     void AppendConditions(RowChange& change, bool withOldValues);
     void Insert();

@@ -40,7 +40,7 @@ void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view
     if (current.IsNull()) {
         AssignText(rows, column, text);
     } else {
-        rows.Edit().Assign(column, AddText(current, text));
+        rows.Edit().AssignSum(column, AddText(current, text));
     }
 }
 

@@ -11,13 +11,19 @@ namespace halvtiv::ado {
 
 namespace {
 
-// That driver takes a ";" in a comment for the end of the statement.
-std::string_view WithoutOuterComments(std::string_view statement) {
+// That driver takes a ";" in a comment for the end of the statement, and a "?" for a value's place.
+std::string WithoutComments(std::string_view statement) {
+    std::string text;
     SqlScanner scanner(statement);
-    const auto first = scanner.Next();
-    auto last = first;
-    for (auto token = first; token.kind != SqlToken::Kind::End; token = scanner.Next()) last = token;
-    return statement.substr(first.position, last.position + last.text.size() - first.position);
+    std::size_t end = 0;
+    for (auto token = scanner.Next(); token.kind != SqlToken::Kind::End; token = scanner.Next()) {
+        const auto between = statement.substr(end, token.position - end);
+        const bool isBlank = between.find_first_not_of(" \t\r\n\f\v") == std::string_view::npos;
+        if (!text.empty()) text += isBlank ? between : " ";
+        text += token.text;
+        end = token.position + token.text.size();
+    }
+    return text;
 }
 
 bool IsQuery(std::string_view statement) {
@@ -47,7 +53,7 @@ std::optional<std::string> OdbcBatch::TakeText() {
     if (length < rest.size() || traits.splitsScripts) {
         if (statement.ends_with(';')) statement.remove_suffix(1);
     }
-    return std::string(traits.dialect == OdbcDialect::Sqlite ? WithoutOuterComments(statement) : statement);
+    return traits.dialect == OdbcDialect::Sqlite ? WithoutComments(statement) : std::string(statement);
 }
 
 std::optional<StatementResult> OdbcBatch::RunNext() {

@@ -10,6 +10,7 @@
 #include "ado/odbc/odbc_execution.hpp"
 #include "ado/odbc/odbc_session.hpp"
 #include "ado/odbc/odbc_text.hpp"
+#include "platform/date_time.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -17,6 +18,11 @@ namespace {
 constexpr std::size_t kPieceSize = std::size_t{64} << 10;
 // Drivers and databases take longer texts and bytes only as long ones.
 constexpr std::size_t kLongestShort = 4000;
+
+bool HasOffset(std::string_view text) {
+    const auto parsed = platform::ParseDateTime(text);
+    return parsed && parsed->hasOffset;
+}
 
 /// The values of a statement, bound to its places until this object goes.
 class BoundParameters {
@@ -98,7 +104,9 @@ private:
                                            : parameter.value.text.size();
         const auto cType = !isText ? SQL_C_BINARY : value.isWide ? SQL_C_WCHAR : SQL_C_CHAR;
         const auto ofKind = TypeOfKind(isText, value.isWide, size > kLongestShort);
-        const auto type = isText && size <= kLongestShort ? ColumnType(place, ofKind) : ofKind;
+        auto type = isText && size <= kLongestShort ? ColumnType(place, ofKind) : ofKind;
+        // A driver that reads it as a moment of its own leaves out the offset, or the time of day.
+        if (type == SQL_TYPE_TIMESTAMP && HasOffset(parameter.value.text)) type = ofKind;
         if (parameter.source) {
             // How long it is in UTF-16 shows only when it is sent.
             value.length = value.isWide ? SQL_DATA_AT_EXEC : SQL_LEN_DATA_AT_EXEC(static_cast<SQLLEN>(size));

@@ -88,7 +88,7 @@ std::shared_ptr<OdbcSession> OdbcEnvironment::Connect(const std::string& connect
     auto traits = ReadOdbcTraits(connection.Get());
     auto session = std::make_shared<OdbcSession>(std::move(environment_), std::move(connection),
                                                  std::move(traits), std::move(cancel));
-    session->TakeBackslashesAsTheyAre();
+    session->AskForStandardSql();
     return session;
 }
 

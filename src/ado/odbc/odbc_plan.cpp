@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <halvtiv/ado.hpp>
+
 #include "ado/odbc/odbc_catalog.hpp"
 #include "ado/select_text.hpp"
 #include "ado/sql_scanner.hpp"
@@ -29,10 +31,12 @@ public:
         FindOrigins(statement);
         auto target = std::make_shared<ChangeTarget>();
         std::vector<std::string> added;
-        for (const auto& origin : origins_) {
+        for (std::size_t i = 0; i < origins_.size(); ++i) {
+            const auto& origin = origins_[i];
             ChangeTarget::Column column;
             if (!origin.column.empty()) {
-                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column)};
+                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column), true,
+                          ComparesFloats(columns_[i].info.type)};
             }
             target->columns.push_back(std::move(column));
         }
@@ -45,6 +49,11 @@ public:
 
 private:
     std::string Quoted(std::string_view name) const { return QuotedOdbcName(session_.Traits(), name); }
+    // A number of 32 bits would be compared with one of 64. SQLite's driver gives fewer digits.
+    bool ComparesFloats(std::int32_t type) const {
+        const auto dialect = session_.Traits().dialect;
+        return type == adDouble && (dialect == OdbcDialect::MariaDb || dialect == OdbcDialect::PostgreSql);
+    }
     bool IsOfOneTable() const { return select_.tables.size() == 1; }
 
     void FindOrigins(SQLHSTMT statement) {

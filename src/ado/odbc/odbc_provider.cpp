@@ -155,6 +155,7 @@ std::shared_ptr<Session> OpenWithin(std::chrono::seconds limit, CancelSwitch& ca
 std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
                                          std::int32_t connectionTimeout,
                                          std::shared_ptr<CancelSwitch> cancel) {
+    RequirePlainNames(parameters, "ODBC");
     std::string text = parameters.TextWithout("Provider");
     OdbcConnectionText more;
     // Those that came beside the string.

@@ -42,8 +42,10 @@ OdbcRows::OdbcRows(OdbcSession& session, SQLHSTMT statement, std::span<const Odb
         hasUnbound = hasUnbound || !column.IsBound();
     }
     const bool canReachBack = (session_.Traits().getDataExtensions & SQL_GD_BLOCK) != 0;
+    // SQLite keeps to no length that its driver tells: a cell that is longer is asked for again.
+    const bool mayNotFit = session_.Traits().dialect == OdbcDialect::Sqlite;
     SQLULEN wanted = 1;
-    if (session_.Traits().bindsColumns && (!hasUnbound || canReachBack)) {
+    if (session_.Traits().bindsColumns && (!(hasUnbound || mayNotFit) || canReachBack)) {
         wanted = std::clamp<SQLULEN>(kBlockMemory / rowSize, 1, kMostRows);
     }
     Bind(wanted);

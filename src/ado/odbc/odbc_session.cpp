@@ -134,14 +134,17 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
     return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
 }
 
-void OdbcSession::TakeBackslashesAsTheyAre() {
+void OdbcSession::AskForStandardSql() {
     const bool isMariaDb = traits_.dialect == OdbcDialect::MariaDb;
     if (!isMariaDb && traits_.dialect != OdbcDialect::PostgreSql) return;
+    // There, "||" may mean OR, "a" a text, a 0 for a key the next number; and what does not fit may be cut.
+    // Moments are in UTC, as elsewhere, where no hour comes twice or never.
+    constexpr const char* kMariaDb =
+        "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES,ANSI_QUOTES,PIPES_AS_CONCAT,"
+        "NO_AUTO_VALUE_ON_ZERO,STRICT_ALL_TABLES'), group_concat_max_len = 1073741824, time_zone = '+00:00'";
+    constexpr const char* kPostgreSql = "SET standard_conforming_strings = on; SET TimeZone = 'UTC'";
     const auto statement = NewStatement();
-    Check(ExecuteText(statement.Get(),
-                      isMariaDb ? "SET SESSION sql_mode = CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES')"
-                                : "SET standard_conforming_strings = on"),
-          statement.Get());
+    Check(ExecuteText(statement.Get(), isMariaDb ? kMariaDb : kPostgreSql), statement.Get());
 }
 
 void OdbcSession::MakeRoom(const OdbcExecution* except) {

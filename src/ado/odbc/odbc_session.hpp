@@ -48,9 +48,10 @@ public:
     // For the batches and cursors of this session.
 
     const OdbcTraits& Traits() const noexcept { return traits_; }
-    /// The first statement of a connection: a backslash in a text is one, as in standard SQL. Values are put
-    /// into statements with their quotes doubled, and must not end their text otherwise.
-    void TakeBackslashesAsTheyAre();
+    /// The first statement of a connection: texts, names, keys and values that do not fit are what they are
+    /// in standard SQL. A backslash in a text is one, since values are put into statements with their quotes
+    /// doubled, and must not end their text otherwise.
+    void AskForStandardSql();
     /// What is known of the server's end; the session goes through it where its driver cannot help.
     void UsePeer(std::unique_ptr<OdbcPeer> peer) noexcept { peer_ = std::move(peer); }
     /// Whether the driver's handles may still be used.

@@ -256,6 +256,12 @@ OdbcColumn Describe(SQLHSTMT statement, SQLUSMALLINT number, const OdbcTraits& t
     const bool isBlob = facts.type == SQL_BINARY && facts.typeName == "blob";
     if (isBlob) facts.type = SQL_LONGVARBINARY, facts.length = 0;
     if (traits.dialect == OdbcDialect::Sqlite) facts.type = TypeOfDeclared(facts);
+    // No table's column: what an expression makes is a text of the row, however long it may become.
+    const bool isText = facts.type == SQL_LONGVARCHAR || facts.type == SQL_WLONGVARCHAR;
+    if (isText && traits.dialect == OdbcDialect::MariaDb &&
+        OdbcColumnText(statement, number, SQL_DESC_BASE_TABLE_NAME, traits.isWide).empty()) {
+        facts.type = SQL_WVARCHAR;
+    }
     OdbcColumn column;
     column.info.name = OdbcColumnText(statement, number, SQL_DESC_LABEL, traits.isWide);
     column.info.type = TypeOf(facts, traits);

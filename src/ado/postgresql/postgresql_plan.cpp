@@ -260,7 +260,7 @@ private:
                                              std::int32_t table) {
         const auto* const column = facts.Find(origin.column);
         if (origin.table == 0 || !column) return {};
-        return {column->isFixed ? -1 : table, QuotedPostgresqlName(column->name), column->isComparable};
+        return {column->isFixed ? -1 : table, QuotedPostgresqlName(column->name), column->isComparable, true};
     }
 
     std::shared_ptr<ChangeTarget> TargetOfOne(const PostgresqlPlan& plan, const TableFacts& facts) const {
