@@ -181,6 +181,15 @@ TEST_P(ServersGoAway, ACallUnderWayFailsAndTheConnectionIsDead) {
         });
         later.join();
         EXPECT_FALSE(engine_.IsConnectionOK());
+        const auto connection = engine_.GetDatabaseConnection();
+        ado::Recordset rows;
+        for (const std::function<void()>& use :
+             {std::function<void()>([&] { connection->Execute("select 7 a"); }),
+              std::function<void()>([&] { connection->BeginTrans(); }), std::function<void()>([&] {
+                  rows.Open("select 7 a", connection, ado::adOpenForwardOnly, ado::adLockReadOnly);
+              })}) {
+            EXPECT_EQ(test::ErrorOf(use).Number, -2147467259);
+        }
         server_->Restart();
         EXPECT_THAT(Run("select 7 a"), ElementsAre(HasSubstr("a=7")));
     }

@@ -272,7 +272,8 @@ public:
 
     /// Runs a command text and stands on its first row. source may also be the bare name of a table.
     /// cursorType is a `CursorTypeEnum`, lockType a `LockTypeEnum`; options is not used.
-    /// Raises -2146824579 when the connection is null or closed, -2146824583 when this recordset is open.
+    /// Raises -2146824579 when the connection is null or closed, -2147467259 when it is lost, -2146824583
+    /// when this recordset is open.
     void Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
               std::int32_t lockType, std::int32_t options = -1);
     /// Runs what is left of the batch, whose error is raised after closing, and closes; rows of a query that

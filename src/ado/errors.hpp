@@ -34,6 +34,9 @@ ErrorInfo MakeAdoError(AdoError error);
 ErrorInfo MakeProviderError(AdoError error, std::string_view words, std::string_view providerName);
 [[noreturn]] void RaiseAdoError(AdoError error);
 
+/// What is said of a connection that is not there any more, where the database says nothing itself.
+inline constexpr std::string_view kConnectionLost = "The connection to the server has been lost.";
+
 /// Whether something was cancelled: who goes on after a failure does not go on after that one.
 inline bool IsCancelled(const ErrorInfo& error) noexcept {
     return error.Number == static_cast<std::int32_t>(AdoError::Cancelled);

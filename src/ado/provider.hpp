@@ -214,8 +214,11 @@ public:
     /// The kind of database, by the name that definitions use: "SQLite", "PostgreSQL", "MariaDB",
     /// "SQLServer", "Access", or what the driver calls it.
     virtual std::string_view DatabaseName() const = 0;
-    /// False when the database has dropped the connection.
+    /// False when the database has dropped the connection, and after `Close`.
     virtual bool IsAlive() = 0;
+    virtual bool IsClosed() const noexcept = 0;
+    /// Says why nothing can be done with it: -2146824579 after `Close`, else -2147467259.
+    [[noreturn]] void RaiseUnusable() const;
     /// Ends the connection: cursors and batches of it raise -2146824579 from then on.
     virtual void Close() = 0;
 

@@ -22,11 +22,10 @@ Recordset::~Recordset() = default;
 void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
                      std::int32_t lockType, std::int32_t /*options*/) {
     if (State() == adStateOpen) RaiseAdoError(AdoError::ObjectOpen);
-    if (!activeConnection || activeConnection->State() == adStateClosed) {
-        RaiseAdoError(AdoError::InvalidConnection);
-    }
-    state_.reset();  // runs what an earlier batch has left
+    if (!activeConnection || !activeConnection->impl_->session) RaiseAdoError(AdoError::InvalidConnection);
     const auto& session = activeConnection->impl_->session;
+    if (!session->IsAlive()) session->RaiseUnusable();
+    state_.reset();  // runs what an earlier batch has left
     const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
     auto state = std::make_shared<RecordsetState>(session, session->Prepare(CommandTextOf(source), purpose),
                                                   cursorType, lockType);

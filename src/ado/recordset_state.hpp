@@ -70,10 +70,10 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
 
     /// Whether rows of a statement can be read: not closed, and neither is the connection.
     bool IsOpen() const;
-    /// Raises -2146824584 or -2146824579 where it is not open.
+    /// Raises -2146824584, -2146824579 or, where the connection is lost, -2147467259 when it is not open.
     void RequireOpen() const {
         if (!cursor_) RaiseAdoError(AdoError::ObjectClosed);
-        if (!session_->IsAlive()) RaiseAdoError(AdoError::InvalidConnection);
+        if (!session_->IsAlive()) session_->RaiseUnusable();
     }
     /// Runs the batch's next statement and stands on its first row, or stays closed where it returns none.
     /// False when there was none left. affectedRows receives the rows that it changed, -1 for a query.

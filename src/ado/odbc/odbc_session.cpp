@@ -44,7 +44,7 @@ OdbcSession::~OdbcSession() {
 }
 
 void OdbcSession::RequireOpen() const {
-    if (!connection_ || isLost_) RaiseAdoError(AdoError::InvalidConnection);
+    if (!IsUsable()) RaiseUnusable();
 }
 
 bool OdbcSession::IsAlive() {

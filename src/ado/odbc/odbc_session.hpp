@@ -35,6 +35,7 @@ public:
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override;
     bool IsAlive() override;
+    bool IsClosed() const noexcept override { return !connection_; }
     void Close() override;
     bool InTransaction() override;
     void Begin() override;
@@ -57,7 +58,7 @@ public:
     /// Whether the driver's handles may still be used.
     bool IsUsable() const noexcept { return connection_ && !isLost_; }
     SQLHDBC Connection() const noexcept { return connection_.Get(); }
-    /// A statement handle with the command time-out. Raises -2146824579 after `Close`.
+    /// A statement handle with the command time-out. Raises when the session cannot be used.
     OdbcHandle NewStatement();
     SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
     SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);

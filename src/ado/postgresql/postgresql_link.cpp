@@ -308,7 +308,7 @@ void PostgresqlLink::RaiseStopped(Stop reason) {
 void PostgresqlLink::RaiseLost() {
     isBusy_ = false;
     auto words = connection_ ? WordsOf(connection_.get()) : std::string();
-    if (words.empty()) words = "The connection to the server has been lost.";
+    if (words.empty()) words = kConnectionLost;
     throw MakeProviderError(AdoError::Unspecified, words, kPostgresqlName);
 }
 

@@ -27,6 +27,7 @@ public:
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override { return "PostgreSQL"; }
     bool IsAlive() override { return link_ && link_->IsAlive(); }
+    bool IsClosed() const noexcept override { return link_ == nullptr; }
     void Close() override;
     bool InTransaction() override { return link_ && link_->InTransaction(); }
     void Begin() override;

@@ -34,6 +34,7 @@ public:
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override { return "SQLite"; }
     bool IsAlive() override { return database_ != nullptr; }
+    bool IsClosed() const noexcept override { return database_ == nullptr; }
     void Close() override;
     bool InTransaction() override;
     void Begin() override;
