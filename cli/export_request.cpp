@@ -5,6 +5,7 @@
 #include <halvtiv/halvtiv.hpp>
 #include <halvtiv_exporters/exporters.hpp>
 #include <pugixml.hpp>
+#include <utility>
 
 #include "command_error.hpp"
 #include "platform/text.hpp"
@@ -40,6 +41,17 @@ void SetParam(ZorbFunctionCall& call, std::string_view name, std::string_view va
     if (call.AddParam(name, value) < 0) throw CommandError(ExitStatus::NotRun, call.GetLastError());
 }
 
+/// Whether a name is in a list with blanks and commas between, in any letter case.
+bool IsIn(std::string_view list, std::string_view name) {
+    constexpr std::string_view kBetween = " ,";
+    while (!list.empty()) {
+        const std::size_t end = std::min(list.find_first_of(kBetween), list.size());
+        if (end > 0 && platform::EqualIgnoringCase(list.substr(0, end), name)) return true;
+        list.remove_prefix(std::min(end + 1, list.size()));
+    }
+    return false;
+}
+
 /// The export type of a file by its name; raises for one that no exporter writes.
 std::string ExportTypeFor(const std::string& file) {
     if (const IZorbDataExporterPtr exporter = exporters::ExporterForFile(file)) {
@@ -65,8 +77,8 @@ ExportedFunction::ExportedFunction(const Options& options, std::string_view requ
     if (target.clear || !call.ExistParam("cleardata")) SetParam(call, "cleardata", target.clear ? "1" : "0");
 
     name_ = platform::TrimBlanks(call.FunctionName());
-    if (IsBuiltIn(name_)) base_ = name_;
-    if (IsExportable(base_)) call.FunctionName(kExport);
+    if (IsBuiltIn(name_)) bodies_ = {{name_, std::nullopt}};
+    if (IsExportable(name_)) call.FunctionName(kExport);
     if (!call.Save(requestXml_)) throw CommandError(ExitStatus::NotRun, call.GetLastError());
 }
 
@@ -76,9 +88,16 @@ void ExportedFunction::TakeDefinitions(ZorbDbAccessEngine& engine, std::string_v
     for (const pugi::xml_node definition : document.document_element().children("functiondef")) {
         const std::string_view name = platform::TrimBlanks(definition.attribute("name").value());
         if (!platform::EqualIgnoringCase(name, name_)) continue;
-        pugi::xml_attribute base = definition.select_node("function[@name!='']/@name").attribute();
-        const std::string baseName(platform::TrimBlanks(base.value()));
-        if (IsExportable(baseName)) base.set_value(kExport);
+        std::vector<Body> bodies;
+        for (const pugi::xml_node body : definition.children("function")) {
+            pugi::xml_attribute base = body.attribute("name");
+            if (*base.value() == '\0') continue;
+            bodies.push_back({std::string(platform::TrimBlanks(base.value())), std::nullopt});
+            if (const pugi::xml_attribute databases = body.attribute("provider")) {
+                bodies.back().databases = databases.value();
+            }
+            if (IsExportable(bodies.back().base)) base.set_value(kExport);
+        }
 
         platform::TextBuffer xml;
         xml.Append("<functions>");
@@ -88,17 +107,27 @@ void ExportedFunction::TakeDefinitions(ZorbDbAccessEngine& engine, std::string_v
         std::string report;
         if (!probe.LoadFunctionDefsXml(xml.ToString(), report) || !probe.IsFunctionDefined(name)) continue;
         engine.LoadFunctionDefsXml(xml.ToString(), report);
-        base_ = baseName;
+        bodies_ = std::move(bodies);
     }
 }
 
-void ExportedFunction::RequireExportable() const {
+// As a definition chooses: the first body that names the database, else the first that names none.
+std::string ExportedFunction::BaseFor(std::string_view database) const {
+    const auto find = [this](const auto& isIt) { return std::find_if(bodies_.begin(), bodies_.end(), isIt); };
+    auto body = find([&](const Body& it) { return it.databases && IsIn(*it.databases, database); });
+    if (body == bodies_.end()) body = find([](const Body& it) { return !it.databases; });
+    if (body == bodies_.end()) body = bodies_.begin();
+    return body == bodies_.end() ? std::string() : body->base;
+}
+
+void ExportedFunction::RequireExportable(std::string_view database) const {
+    const std::string base = BaseFor(database);
     // What is not defined at all, the engine tells.
-    if (base_.empty() || IsExportable(base_)) return;
-    throw CommandError(ExitStatus::NotRun,
-                       "Cannot export " + name_ + ": only public.getdata, public.getdatatofile, " + kExport +
-                           " and functions based on them can be exported" +
-                           (base_ == name_ ? "." : ", and it is based on " + base_ + "."));
+    if (base.empty() || IsExportable(base)) return;
+    throw CommandError(ExitStatus::NotRun, "Cannot export " + name_ +
+                                               ": only public.getdata, public.getdatatofile, " + kExport +
+                                               " and functions based on them can be exported" +
+                                               (base == name_ ? "." : ", and it is based on " + base + "."));
 }
 
 }  // namespace halvtiv::cli

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <halvtiv/db_access_engine.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "options.hpp"
 
@@ -23,12 +25,19 @@ public:
     void TakeDefinitions(ZorbDbAccessEngine& engine, std::string_view definitionsXml);
 
     /// After all definitions: raises `CommandError` (not run) when the function does something else than read
-    /// rows.
-    void RequireExportable() const;
+    /// rows on that database.
+    void RequireExportable(std::string_view database) const;
 
 private:
-    std::string name_;  ///< as in the request
-    std::string base_;  ///< the built-in function behind it; empty while that is not known
+    /// What a body of the function is based on.
+    struct Body {
+        std::string base;                      ///< a built-in function
+        std::optional<std::string> databases;  ///< the names of those it is for; none: for all others
+    };
+    std::string BaseFor(std::string_view database) const;
+
+    std::string name_;          ///< as in the request
+    std::vector<Body> bodies_;  ///< none while the function is not known
     std::string requestXml_;
 };
 

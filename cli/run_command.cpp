@@ -65,7 +65,6 @@ bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>&
         }
         if (exported != nullptr) exported->TakeDefinitions(engine, report.xml);
     }
-    if (exported != nullptr) exported->RequireExportable();
     return complete;
 }
 
@@ -116,6 +115,7 @@ ExitStatus Run(const Options& options, const std::string& requestXml, ExportedFu
     bool isGood = LoadDefinitions(engine, options.definitionFiles, exported);
     // What cannot be read is left to the engine, which says why, without opening a database for it.
     if (shape.isXml) Connect(engine, options.connection);
+    if (exported != nullptr) exported->RequireExportable(engine.GetDatabaseConnection()->DatabaseName());
 
     const auto [isDone, resultXml, reason, isInterrupted] = RunRequest(engine, requestXml, shape);
     isGood = isGood && isDone;

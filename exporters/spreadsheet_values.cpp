@@ -78,6 +78,9 @@ std::optional<double> DateSerial(const DateTime& value) {
     constexpr std::int64_t kFirstOfMarch1900 = 61;
     constexpr double kSecondsPerDay = 86400;
     const double time = (value.Hour * 3600 + value.Minute * 60 + value.Second + value.Nanosecond / 1e9);
+    // A sheet shows milliseconds: rounded to them, these would be the next day.
+    constexpr double kHalfMillisecond = 0.0005;
+    if (time >= kSecondsPerDay - kHalfMillisecond) return std::nullopt;
     std::int64_t day = 0;
     if (value.Which != DateTime::Parts::Time) {
         day = DaysSince1970(value) + kDaysTo1970;

@@ -97,7 +97,7 @@ std::optional<double> DoubleOf(std::string_view number) {
 }
 
 /// What a column makes of what is put into it.
-enum class Affinity { Number, Text, None };
+enum class Affinity { Number, Real, Text, None };
 
 /// The table that is filled.
 class TargetTable {
@@ -137,7 +137,8 @@ private:
         const auto has = [&type](const char* part) { return type.find(part) != std::string::npos; };
         if (has("int")) return Affinity::Number;
         if (has("char") || has("clob") || has("text")) return Affinity::Text;
-        return type.empty() || has("blob") ? Affinity::None : Affinity::Number;
+        if (type.empty() || has("blob")) return Affinity::None;
+        return has("real") || has("floa") || has("doub") ? Affinity::Real : Affinity::Number;
     }
 
     void Bind(std::size_t index, const SourceColumn& column) {
@@ -148,7 +149,10 @@ private:
             case ColumnKind::Integer:
             case ColumnKind::Decimal:
                 if (isText) break;
-                if (const auto value = Parse<std::int64_t>(text)) return insert_->BindInteger(index, *value);
+                if (const auto value = Parse<std::int64_t>(text)) {
+                    if (affinities_[index] == Affinity::Real) RequireExactReal(index, *value);
+                    return insert_->BindInteger(index, *value);
+                }
                 if (affinities_[index] == Affinity::None) break;
                 if (const auto value = DoubleOf(text)) return insert_->BindDouble(index, *value);
                 RequireExact(index, text);
@@ -174,7 +178,19 @@ private:
 
     void RequireExact(std::size_t index, std::string_view number) const {
         constexpr std::size_t kMostDigits = 15;
-        if (SignificantDigits(number) <= kMostDigits) return;
+        if (SignificantDigits(number) > kMostDigits) RaiseRounded(index, number);
+    }
+
+    /// Of integers beyond 2^53, a double holds only some.
+    void RequireExactReal(std::size_t index, std::int64_t number) const {
+        constexpr double kBeyondIntegers = 0x1p63;
+        const auto real = static_cast<double>(number);
+        if (real == kBeyondIntegers || static_cast<std::int64_t>(real) != number) {
+            RaiseRounded(index, std::to_string(number));
+        }
+    }
+
+    [[noreturn]] void RaiseRounded(std::size_t index, std::string_view number) const {
         Raise(ErrorNumber::Own, "The column \"" + names_[index] + "\" would round " + std::string(number) +
                                     "; a TEXT column keeps all digits.");
     }
@@ -204,8 +220,9 @@ protected:
         database.Run("pragma journal_mode = off");  // what fails half-way is not kept
         const std::int64_t rows = Fill(database, task);
         database.Close();
+        target.RequireNew();  // whose journal may be in use
         RemoveJournals(target.Target());
-        target.Commit();
+        target.CommitAsNew();
         return rows;
     }
 

@@ -102,6 +102,21 @@ void TargetFile::Commit() {
     committed_ = true;
 }
 
+void TargetFile::RequireNew() const {
+    std::error_code ignored;
+    if (fs::exists(target_, ignored)) {
+        Raise(ErrorNumber::PathAccess, "Somebody else has made the file meanwhile. (" + name_ + ")");
+    }
+}
+
+void TargetFile::CommitAsNew() {
+    std::error_code error;
+    fs::create_hard_link(written_, target_, error);
+    if (!error) return;
+    RequireNew();
+    Commit();  // not every file system has such links
+}
+
 FileWriter::FileWriter(std::string_view fileName)
     : target_(fileName),
       file_(std::fopen(target_.Path().string().c_str(), target_.IsStraight() ? "ab" : "wb")),

@@ -30,6 +30,10 @@ public:
     const std::string& Name() const { return name_; }
     bool IsStraight() const { return written_ == target_; }
     void Commit();
+    /// `Commit` and the look before it, for a file that must not replace one which has come to stand there
+    /// meanwhile: both raise 75 then.
+    void CommitAsNew();
+    void RequireNew() const;
 
 private:
     std::string name_;

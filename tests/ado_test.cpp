@@ -303,6 +303,11 @@ TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder_.string()).Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite").Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite;Data Source=file::memory:").Number, -2147467259);
+    for (const char* name : {"no/such/folder.db Password=secret-77", "new.db pwd = secret-77"}) {
+        const auto forgotten = openError("Provider=SQLite;Create=1;Data Source=" + PathOf(name));
+        EXPECT_EQ(forgotten.Number, -2147467259) << name;
+        EXPECT_EQ(forgotten.Description.find("secret-77"), std::string::npos) << forgotten.Description;
+    }
     EXPECT_EQ(openError("Provider=SQLite;Create=1;Data Source=" + PathOf("no/such/folder.db")).Number,
               -2147467259);
     EXPECT_EQ(openError("Provider=Nobody").Number, -2146824582);

@@ -101,6 +101,26 @@ TEST_F(CommandExportTest, AFunctionThatReadsIsExported) {
     }
 }
 
+TEST_F(CommandExportTest, OfSeveralBodiesTheOneForTheDatabaseCounts) {
+    const std::string read = "'><param name='sql' value='select 1 a, 2 b'/></function>";
+    const std::string wipe = "'><param name='sql' value='delete from item'/></function>";
+    Write("bodies.xml",
+          "<functions><functiondef name='other.first'><function provider='MariaDB, postgresql' "
+          "name='public.executesql" +
+              wipe + "<function name='public.getdata" + read +
+              "</functiondef><functiondef name='own.last'><function name='public.executesql" + wipe +
+              "<function provider='MariaDB,sqlite' name='public.getdatatofile" + read +
+              "</functiondef><functiondef name='own.wipes'><function name='public.getdata" + read +
+              "<function provider='SQLite' name='public.executesql" + wipe + "</functiondef></functions>");
+    const std::string end = " --to bodies.csv --db shop.db --defs bodies.xml";
+    for (const char* name : {"other.first", "own.last"}) {
+        fs::remove(folder_ / "bodies.csv");
+        EXPECT_EQ(Run(std::string("export ") + name + end).status, 0) << name;
+        EXPECT_EQ(ReadFile(folder_ / "bodies.csv"), "a,b\r\n1,2\r\n") << name;
+    }
+    ExpectRefused("export own.wipes" + end, "it is based on public.executesql");
+}
+
 TEST_F(CommandExportTest, ATableIsAddedToUnlessItIsCleared) {
     const auto count = [this](const std::string& table) {
         return Run("call public.getdata sql='select count(*) n from " + table + "' --db new.db --format csv")

@@ -156,6 +156,7 @@ public:
                             std::string /*folder*/) override {
         if (way_ == "throws") throw std::runtime_error("its own words");
         if (way_ == "anything") throw 42;
+        if (way_ == "number 0") throw ErrorInfo(0, "its own words");
         if (way_ == "none") return rows ? -2 : 0;
         if (way_ == "takes") rows.reset();
         return way_ == "takes" ? 0 : -2;
@@ -176,6 +177,8 @@ TEST_F(EngineFilesTest, AnExporterThatFailsLeavesTheEngineUsable) {
         {"throws",
          "K error[number=-2147467259 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
         {"anything", "K error[number=-2147467259 description="},
+        {"number 0",
+         "K error[number=-2147467259 description=ZorbDbAccessEngine:ZorbFunctionResult:its own words"},
         {"takes", "K file[file=x(file)]"},
         {"none", "K file[file=x(file)]"}};
     for (const auto& [way, entry] : cases) {

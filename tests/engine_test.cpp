@@ -291,6 +291,9 @@ TEST_F(EngineTest, AFailedFunctionIsAnEntryOfItsResult) {
         {"getdata", "delete from t where 0", "-2146824584", "ZorbFunctionResult:"},
         {"getdata", abs, "-2147217900", "ZorbFunctionResult:integer overflow"},
         {"getdata", "select 1; select * from nope", "-2147217865", "no such table: nope"}};
+    engine_.SetDatabaseConnectionString(connectionString_);  // whose first statement reads no table
+    EXPECT_THAT(Run("public.getdata", {{"sql", "select nope"}}),
+                ElementsAre(StartsWith("K error[number=-2147217900 ")));
     for (const auto& [function, sql, number, words] : cases) {
         EXPECT_THAT(
             Run("public." + function, {{"sql", sql}}),

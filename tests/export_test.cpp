@@ -120,6 +120,12 @@ TEST_F(ExportTest, ACellKeepsATextThatLooksLikeSomethingElse) {
                   0);
         EXPECT_EQ(ReadBack("xlsx", "c.xlsx").back(), std::vector<std::string>{cell}) << value;
     }
+    connection_->Execute(
+        "create table late (made DATETIME); insert into late values"
+        " ('9999-12-31 23:59:59.9991'), ('9999-12-31 23:59:59.999999')");
+    ASSERT_EQ(Export(exporters::NewXlsxExporter(), "select * from late", "late.xlsx"), 2);
+    EXPECT_EQ(ReadBack("xlsx", "late.xlsx").back(), std::vector<std::string>{"s:9999-12-31 23:59:59.999999"})
+        << "no sheet has a next day";
 }
 
 using OfficeTest = ExportTest;
@@ -236,6 +242,39 @@ TEST_F(ExportTest, NumbersComeIntoATableAsTheyAre) {
         RowsOf(out, "select typeof(a), typeof(i), typeof(d) from made where rowid < 3"),
         (Table{
             {"typeof(a)", "typeof(i)", "typeof(d)"}, {"real", "real", "real"}, {"real", "integer", "text"}}));
+
+    out->Execute("create table reals (a REAL)");
+    EXPECT_EQ(Export(exporter, "select 9007199254740992 as a", "out.db", "reals"), 1);
+    for (const char* odd : {"9007199254740993", "9223372036854775807"}) {
+        EXPECT_EQ(Export(exporter, std::string("select ") + odd + " as a", "out.db", "reals"), -1);
+        EXPECT_THAT(exporter->GetLastError(), HasSubstr(std::string("would round ") + odd));
+    }
+}
+
+/// Has another export make the file while rows are on their way.
+class MakesTheFile : public IProgressUpdater {
+public:
+    MakesTheFile(ado::ConnectionPtr connection, std::string file)
+        : connection_(std::move(connection)), file_(std::move(file)) {}
+    void UpdateProgress(std::int64_t, std::int64_t) override {
+        ado::RecordsetPtr rows = connection_->Execute("select 5 as a");
+        std::string table = "other";
+        exporters::NewSqliteExporter()->ExportData(rows, file_, table);
+    }
+
+private:
+    ado::ConnectionPtr connection_;
+    std::string file_;
+};
+
+TEST_F(ExportTest, ANewDatabaseDoesNotReplaceAnotherOfThatName) {
+    const auto exporter = exporters::NewSqliteExporter();
+    exporter->SetProgressUpdater(std::make_shared<MakesTheFile>(connection_, folder_.PathOf("new.db")));
+    EXPECT_EQ(Export(exporter, "select 1 as a", "new.db"), -1);
+    EXPECT_THAT(exporter->GetLastError(), HasSubstr("meanwhile"));
+    EXPECT_EQ(RowsOf(test::MakeDatabase(folder_.PathOf("new.db")), "select a from other"),
+              (Table{{"a"}, {"5"}}));
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("new.db", "source.db"));
 }
 
 TEST_F(ExportTest, ManyRowsGoIntoTheDatabaseThatTheyComeFrom) {

@@ -119,14 +119,20 @@ TEST(WritingReviewTest, OnlyTheRowThatIsShownIsChanged) {
 }
 
 TEST(WritingReviewTest, ARowCanBeChangedAgainAfterItsKey) {
-    const auto connection = InMemory(kPhotos);
-    Recordset rows;
-    rows.Open("select * from t where id = 1", connection, adOpenDynamic, adLockOptimistic);
-    rows.Fields().Item("id")->Value(Variant(std::int64_t{11}));
-    rows.Update();
-    rows.Fields().Item("name")->Value(Variant("new"));
-    rows.Update();
-    EXPECT_EQ(Rows(connection, "select id, name from t where id > 3"), "11,new|");
+    // With DESC, the key is not the row's id.
+    for (const auto schema :
+         {kPhotos, std::string_view("create table t(id integer primary key desc, name text);"
+                                    "insert into t(rowid, id, name) values(5,1,'b'),(11,2,'b')")}) {
+        const auto connection = InMemory(schema);
+        Recordset rows;
+        rows.Open("select * from t where id = 1", connection, adOpenDynamic, adLockOptimistic);
+        rows.Fields().Item("id")->Value(Variant(std::int64_t{11}));
+        rows.Update();
+        rows.Fields().Item("name")->Value(Variant("new"));
+        rows.Update();
+        EXPECT_EQ(Rows(connection, "select id, name from t where id > 3 or name = 'new'"), "11,new|")
+            << schema;
+    }
 }
 
 TEST(WritingReviewTest, ARowThatATriggerKeepsOutIsNoOtherRow) {

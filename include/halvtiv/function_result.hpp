@@ -69,6 +69,8 @@ public:
     /// Appends the records from the recordset's current one to its end, which leaves it at its end.
     /// Binary and long columns go to files in dataFolder, or are skipped when it is empty; a cell whose
     /// file could not be written says so by its type "error" and the last error, and the rest goes on.
+    /// A file is named after its column and its row's number ("photo.000001") and replaces an earlier one:
+    /// give columns names that differ within a row, and among the entries that share a folder.
     bool AddFunctionResult_Data(std::string_view guid, ado::RecordsetPtr& recordset,
                                 std::string_view dataFolder);
     /// Writes the same records to an XML file of their own, in constant memory, and appends an entry that

@@ -19,7 +19,10 @@ ErrorInfo CurrentError() {
     try {
         throw;
     } catch (const ErrorInfo& error) {
-        return error;
+        ErrorInfo info = error;
+        // A client's own may lack its number. With 0 it would be none, and the failure a success.
+        if (info.Number == 0) info.Number = kUnspecified;
+        return info;
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {

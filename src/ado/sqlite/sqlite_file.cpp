@@ -35,6 +35,18 @@ std::string ShownName(const std::string& name) {
     return end == name.size() ? "\"" + name + "\"" : "\"" + name.substr(0, end) + "...\"";
 }
 
+// Whether the rest of the connection string came along, with a password in it.
+bool HoldsPassword(const std::string& name) {
+    const std::string lower = platform::ToLower(name);
+    for (const std::string_view word : {"password", "pwd"}) {
+        const std::size_t at = lower.find(word);
+        if (at == std::string::npos) continue;
+        const std::size_t behind = lower.find_first_not_of(' ', at + word.size());
+        if (behind != std::string::npos && lower[behind] == '=') return true;
+    }
+    return false;
+}
+
 void RequireFile(std::string_view dataSource, bool mayBeMissing) {
     const std::string name(dataSource);
     if (name.empty()) RaiseCannotOpen("No database file is named: \"Data Source\" is empty.");
@@ -43,6 +55,9 @@ void RequireFile(std::string_view dataSource, bool mayBeMissing) {
     if (platform::FileExists(name)) return;
     if (platform::FolderExists(name)) RaiseCannotOpen(ShownName(name) + " is a folder, not a database file.");
     if (!mayBeMissing) RaiseCannotOpen("The database file " + ShownName(name) + " does not exist.");
+    if (HoldsPassword(name)) {  // which would be a new file's name
+        RaiseCannotOpen("The value of \"Data Source\" holds a password: there is a \";\" missing before it.");
+    }
 }
 
 std::chrono::milliseconds BusyTimeoutOf(const ConnectionParameters& parameters) {
@@ -75,7 +90,7 @@ std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameter
     const int status = sqlite3_open_v2(fileName.c_str(), &opened, flags, nullptr);
     SqliteHandle database(opened);
     if ((status & 0xff) == SQLITE_CANTOPEN) {
-        RaiseCannotOpen(sqlite3_errmsg(opened) + (" (" + std::string(dataSource) + ")"));
+        RaiseCannotOpen(sqlite3_errmsg(opened) + (" (" + ShownName(std::string(dataSource)) + ")"));
     }
     if (status != SQLITE_OK) RaiseSqliteError(opened, status);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);

@@ -61,7 +61,8 @@ std::vector<const SqliteTableColumn*> SqliteTableFacts::PrimaryKey() const {
 
 const SqliteTableColumn* SqliteTableFacts::RowIdAlias() const {
     const auto key = PrimaryKey();
-    const bool isAlias = hasRowId && key.size() == 1 && EqualIgnoringCase(key.front()->type, "integer");
+    const bool isAlias =
+        hasRowId && !keyHasIndex && key.size() == 1 && EqualIgnoringCase(key.front()->type, "integer");
     return isAlias ? key.front() : nullptr;
 }
 
@@ -114,6 +115,8 @@ SqliteTableFacts SqliteTableFactsOf(sqlite3* database, const std::string& schema
         facts.columns.push_back({columns.Text(0), columns.Text(1), columns.Integer(2), columns.Integer(3) > 1,
                                  columns.Integer(4) != 0});
     }
+    SchemaQuery keyIndex(database, "select 1 from pragma_index_list(?2, ?1) where origin = 'pk'", names);
+    facts.keyHasIndex = keyIndex.Next();
     return facts;
 }
 

@@ -23,6 +23,7 @@ struct SqliteTableColumn {
 struct SqliteTableFacts {
     bool isTable = false;  // no view, and not virtual
     bool hasRowId = false;
+    bool keyHasIndex = false;  // so the primary key is not the row id, whatever its type
     std::vector<SqliteTableColumn> columns;
 
     const SqliteTableColumn* Find(std::string_view name) const;

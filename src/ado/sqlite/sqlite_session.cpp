@@ -21,6 +21,7 @@ AdoError KindOf(int code, std::string_view words) {
         case SQLITE_CONSTRAINT:
             return AdoError::ConstraintViolation;
         case SQLITE_ERROR:
+        case SQLITE_SCHEMA:  // the same, in the first statement of a connection
             return words.starts_with("no such table") ? AdoError::NoSuchTable : AdoError::SqlError;
         case SQLITE_MISMATCH:
         case SQLITE_TOOBIG:
