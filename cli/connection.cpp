@@ -121,7 +121,8 @@ std::string WithPassword(std::string_view connection, std::string_view password)
     return complete + "Password=" + Quoted(password);
 }
 
-void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
+std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
+                                   const ConnectionNames& names) {
     const std::string password = Password(options, names);
     std::optional<std::string> file = options.database;
     std::string connectionString;
@@ -133,6 +134,7 @@ void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const
         if (names.takesPaths && IsPath(connectionString)) file = connectionString;
     }
     ado::ConnectionPtr connection;
+    const bool makesFile = file && names.makesFiles && !platform::FileExists(*file);
     if (file && names.makesFiles) {
         connection =
             engine.SetDatabaseConnectionString("Provider=SQLite;Create=1;Data Source=" + Quoted(*file));
@@ -143,6 +145,7 @@ void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const
         connection = engine.SetDatabaseConnectionString(WithPassword(connectionString, password));
     }
     if (!connection) throw CommandError(ExitStatus::NotRun, engine.GetLastError());
+    return makesFile ? file : std::nullopt;
 }
 
 }  // namespace halvtiv::cli

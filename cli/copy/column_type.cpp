@@ -286,7 +286,7 @@ ColumnType ReadType(Dialect dialect, std::string_view declared) {
     if (dialect == Dialect::MariaDb) {
         if (words.name == "tinyint" && first == 1) type.kind = Kind::Boolean;
         if (words.name == "bit" && first > 1) type.kind = Kind::BigInt;
-        if (words.name == "bigint unsigned") {
+        if (words.name == "bigint unsigned" || (words.name == "bit" && first > 63)) {
             type.kind = Kind::Decimal;
             type.length = 20;
         }
