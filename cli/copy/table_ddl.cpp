@@ -45,8 +45,11 @@ std::string_view Stripped(std::string_view text) {
 }
 
 /// The value of a default that is a constant.
-std::optional<std::string> ConstantOf(Dialect dialect, std::string_view text) {
+std::optional<std::string> ConstantOf(Dialect dialect, Kind kind, std::string_view text) {
     text = Stripped(text);
+    // There, the text of bytes is not the bytes.
+    const bool isEscaped = dialect == Dialect::Postgresql && IsBytes(kind) && text.find('\\') != text.npos;
+    if (isEscaped) return std::nullopt;
     if (auto value = Unquoted(dialect, text)) return value;
     const bool isWord =
         platform::EqualIgnoringCase(text, "true") || platform::EqualIgnoringCase(text, "false");
@@ -160,7 +163,7 @@ TranslatedTable Translate(Dialect source, Dialect target, const Table& table) {
         const bool hasDefault = column.defaultText && !column.isAutoNumber && !column.isComputed &&
                                 !IsNull(Stripped(*column.defaultText));
         if (!hasDefault) continue;
-        copy.defaultText = ConstantOf(source, *column.defaultText);
+        copy.defaultText = ConstantOf(source, column.type.kind, *column.defaultText);
         if (!copy.defaultText) translated.lacks.push_back("the default of " + column.name);
     }
     for (const std::string& column : table.primaryKey) made.primaryKey.push_back(nameOf(column));
@@ -188,7 +191,9 @@ TranslatedTable Translate(Dialect source, Dialect target, const Table& table) {
         for (std::string& column : copy.parentColumns) column = nameOf(column);
     }
     for (const std::string& parent : table.inherited) translated.lacks.push_back("its place in " + parent);
-    for (const std::string& index : table.specialIndexes) translated.lacks.push_back("the index " + index);
+    for (const std::string& index : table.specialIndexes) {
+        translated.lacks.push_back(index.empty() ? "the primary key" : "the index " + index);
+    }
     return translated;
 }
 
