@@ -106,9 +106,10 @@ std::string ConnectionString(const ConnectionOptions& options, const ConnectionN
     return Environment(names.variable).value_or("");
 }
 
-/// A connection string that names nothing but a file is that file's path.
+/// A connection string that names nothing but a file is that file's path. A web address is none, and may hold
+/// a password.
 bool IsPath(std::string_view connection) {
-    return connection.find('=') == std::string_view::npos;
+    return connection.find('=') == std::string_view::npos && connection.find("://") == std::string_view::npos;
 }
 
 }  // namespace

@@ -28,11 +28,17 @@ std::string PlainFileName(std::string_view dataSource) {
     return name.starts_with("file:") || name.starts_with(':') ? "./" + name : name;
 }
 
-// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along.
-std::string ShownName(const std::string& name) {
+// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along; an
+// address with "user:password@" in it is none.
+std::string Shown(const std::string& name) {
     const std::string lower = platform::ToLower(name);
-    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), name.size()});
-    return end == name.size() ? "\"" + name + "\"" : "\"" + name.substr(0, end) + "...\"";
+    const std::size_t address = name.find('@') == std::string::npos ? name.size() : lower.find("://");
+    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), address, name.size()});
+    return end == name.size() ? name : name.substr(0, end) + "...";
+}
+
+std::string ShownName(const std::string& name) {
+    return '"' + Shown(name) + '"';
 }
 
 void RequireFile(std::string_view dataSource, bool mayBeMissing) {
@@ -75,7 +81,7 @@ std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameter
     const int status = sqlite3_open_v2(fileName.c_str(), &opened, flags, nullptr);
     SqliteHandle database(opened);
     if ((status & 0xff) == SQLITE_CANTOPEN) {
-        RaiseCannotOpen(sqlite3_errmsg(opened) + (" (" + std::string(dataSource) + ")"));
+        RaiseCannotOpen(sqlite3_errmsg(opened) + (" (" + Shown(std::string(dataSource)) + ")"));
     }
     if (status != SQLITE_OK) RaiseSqliteError(opened, status);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
