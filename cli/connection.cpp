@@ -106,9 +106,10 @@ std::string ConnectionString(const ConnectionOptions& options, const ConnectionN
     return Environment(names.variable).value_or("");
 }
 
-/// A connection string that names nothing but a file is that file's path.
+/// A connection string that names nothing but a file is that file's path. A web address is none, and may hold
+/// a password.
 bool IsPath(std::string_view connection) {
-    return connection.find('=') == std::string_view::npos;
+    return connection.find('=') == std::string_view::npos && connection.find("://") == std::string_view::npos;
 }
 
 }  // namespace
@@ -121,7 +122,8 @@ std::string WithPassword(std::string_view connection, std::string_view password)
     return complete + "Password=" + Quoted(password);
 }
 
-void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
+std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
+                                   const ConnectionNames& names) {
     const std::string password = Password(options, names);
     std::optional<std::string> file = options.database;
     std::string connectionString;
@@ -133,6 +135,7 @@ void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const
         if (names.takesPaths && IsPath(connectionString)) file = connectionString;
     }
     ado::ConnectionPtr connection;
+    const bool makesFile = file && names.makesFiles && !platform::FileExists(*file);
     if (file && names.makesFiles) {
         connection =
             engine.SetDatabaseConnectionString("Provider=SQLite;Create=1;Data Source=" + Quoted(*file));
@@ -143,6 +146,7 @@ void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const
         connection = engine.SetDatabaseConnectionString(WithPassword(connectionString, password));
     }
     if (!connection) throw CommandError(ExitStatus::NotRun, engine.GetLastError());
+    return makesFile ? file : std::nullopt;
 }
 
 }  // namespace halvtiv::cli

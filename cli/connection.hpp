@@ -1,6 +1,7 @@
 #pragma once
 
 #include <halvtiv/db_access_engine.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,8 +21,10 @@ struct ConnectionNames {
 };
 
 /// Connects the engine to the database of the options, or of the environment where they name none. Raises
-/// `CommandError` (not run) when none is named or it cannot be opened.
-void Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names = {});
+/// `CommandError` (not run) when none is named or it cannot be opened. Returns the path of a file that it has
+/// made.
+std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
+                                   const ConnectionNames& names = {});
 
 /// The connection string with the password added, unless it has one already.
 std::string WithPassword(std::string_view connection, std::string_view password);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -70,9 +71,9 @@ protected:
         made_.emplace_back(server, drop);
         return server + ";options=-c search_path=" + schema;
     }
-    std::string MariaDb() {
+    std::string MariaDb(const std::string& suffix = "") {
         std::string server = FromEnvironment("HALVTIV_TEST_MARIADB");
-        const std::string name = "copy_" + std::to_string(::getpid());
+        const std::string name = "copy_" + std::to_string(::getpid()) + suffix;
         const std::string catalog = "Initial Catalog=";
         const std::size_t start = server.find(catalog);
         if (start == std::string::npos) return "";
@@ -256,6 +257,80 @@ TEST_F(CopyTest, MariaDbsOwnValuesArrive) {
     EXPECT_THROW(Run(target, "insert into note values (2, 9, 0)"), halvtiv::ErrorInfo);
 }
 
+TEST_F(CopyTest, MariaDbsOwnTypesAreReadAsTheyAreMeant) {
+    const std::string source = MariaDb();
+    if (source.empty()) GTEST_SKIP() << "NOT TESTED: run the tests through scripts/test-servers";
+    for (const char* const sql :
+         {"create table size (word enum('small', 'big', 'it''s') primary key, flags set('x', 'b', 'a') "
+          "unique)",
+          "insert into size values ('small', 'b,a'), ('big', 'x'), ('it''s', '')",
+          "create table bits (id bit(64) primary key, truth boolean, level tinyint(1), f float)",
+          "insert into bits values (1, 1, 5, 3.4028234663852886e38), (18446744073709551615, 0, -1, 1e-45), "
+          "(2, null, 0, 0.1)",
+          "create table letter (a varchar(9) collate latin1_bin, b varchar(9) collate utf8mb4_general_ci, "
+          "primary key (a, b))",
+          "insert into letter values ('Z', 'a'), ('z', 'a'), ('ä', 'B'), ('a', 'x')"}) {
+        Run(source, sql);
+    }
+    for (const std::string& target : {Postgresql(), MariaDb("_too")}) {
+        const Outcome outcome = Copy(source, target, "--batch 1");
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(Lines(target, "select concat(word), flags from size order by 1"),
+                  (std::vector<std::string>{"big|x", "it's|", "small|b,a"}));
+        const auto bits = Lines(target, "select truth, level, f + 0e0 from bits order by level");
+        ASSERT_EQ(bits.size(), 3U);
+        EXPECT_TRUE(Contains(bits[0], "|-1|1.40")) << bits[0];
+        EXPECT_TRUE(Contains(bits[2], "|5|3.402823466")) << bits[2];
+        EXPECT_EQ(Lines(target, "select count(*) from letter where b = 'b'")[0],
+                  Contains(target, "MariaDB") ? "1" : "0");
+    }
+}
+
+TEST_F(CopyTest, InheritedRowsComeOnce) {
+    const std::string source = Postgresql();
+    if (source.empty())
+        GTEST_SKIP() << "NOT TESTED ON PostgreSQL: run the tests through scripts/test-servers";
+    Run(source,
+        "create table place (id integer primary key, name text); create table town (mayor text) inherits "
+        "(place); insert into place values (1, 'sea'), (2, 'hill'); insert into town values (1, 'A', 'm'), "
+        "(2, 'B', 'm'), (3, 'C', null); create table parted (n integer) partition by range (n); "
+        "create table first partition of parted for values from (0) to (9); insert into parted values (5)");
+    const Outcome outcome = Copy(source, File("target.db"));
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "Table town is made without its place in place.\n");
+    EXPECT_EQ(Lines(File("target.db"), "select name from place order by id"),
+              (std::vector<std::string>{"sea", "hill"}));
+    EXPECT_EQ(Lines(File("target.db"), "select count(*), (select max(n) from parted) from town"),
+              std::vector<std::string>{"3|5"});
+    // Rows of its heirs do not make a table full.
+    Run(source, "delete from only place");
+    EXPECT_EQ(Copy(File("target.db"), source, "place").status, 0);
+}
+
+TEST_F(CopyTest, PostgresqlFindsNamesAsItReadsThem) {
+    const std::string target = Postgresql();
+    if (target.empty())
+        GTEST_SKIP() << "NOT TESTED ON PostgreSQL: run the tests through scripts/test-servers";
+    const std::string name = "Überaus_" + std::string(30, 'x') + std::string("ÄÄÄÄÄÄÄÄÄÄÄÄÄÄÄ");
+    Run(File("source.db"), "create table " + name + " (Größe integer primary key, Maß_" + name +
+                               " integer); insert into " + name +
+                               " values (1, 7), (2, 8), (3, 9); create index i on " + name + " (Maß_" + name +
+                               "); create table child (id integer primary key references " + name +
+                               "); insert into child values (2)");
+    Run(target, "create table child (id integer check (id > 2))");
+    EXPECT_EQ(Copy(File("source.db"), target, "--batch 1").status, 1);
+    Run(target, "drop table child; create table child (id integer)");
+    const Outcome outcome = Copy(File("source.db"), target, "--batch 1");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(Lines(target, "select Maß_" + name + " from " + name + " where Größe > 1 order by Größe"),
+              (std::vector<std::string>{"8", "9"}));
+    EXPECT_EQ(Lines(target, "select count(*) from pg_indexes where schemaname = current_schema()"),
+              std::vector<std::string>{"2"});
+    Run(File("source.db"), "create table " + name + "Ä (id integer)");
+    EXPECT_TRUE(
+        Contains(Copy(File("source.db"), Postgresql()).err, "Two tables of the source would be called"));
+}
+
 TEST_F(CopyTest, RowsWithoutAKeyNeverComeTwice) {
     const std::string target = Postgresql();
     if (target.empty())
@@ -412,6 +487,10 @@ TEST_F(CopyTest, WhatCannotBeCopiedIsRefused) {
     for (const char* const batch : {"0", "-1", "x", "1000001", "10x"}) {
         ExpectRefused("copy --from shop.db --to new.db --batch " + std::string(batch), "--batch is a number");
     }
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "new.db")) << "what is refused leaves no empty file";
+    Write("old.db", "");
+    ExpectRefused("copy --from empty.db --to old.db", "The source has no tables.");
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "old.db"));
     EXPECT_EQ(Lines(File("full.db"), "select name from item"), std::vector<std::string>{"mine"});
     EXPECT_EQ(Lines(File("full.db"), "select count(*) from sqlite_master"), std::vector<std::string>{"1"});
 }
@@ -462,6 +541,10 @@ TEST(CopiedValues, AreEqualWhereTheyMeanTheSame) {
     } rows[] = {
         {Kind::Boolean, "True", "1", true},
         {Kind::Boolean, "False", "1", false},
+        {Kind::Boolean, "F", "0", true},
+        {Kind::Boolean, "5", "1", false},
+        {Kind::Integer, "hello", "help", false},
+        {Kind::Decimal, "NaN", "nan", true},
         {Kind::Decimal, "1.50", "1.5", true},
         {Kind::Decimal, "-0.0100", "-.01", true},
         {Kind::Decimal, "-0.00", "0", true},
@@ -477,6 +560,8 @@ TEST(CopiedValues, AreEqualWhereTheyMeanTheSame) {
         {Kind::Timestamp, "2024-01-02", "2024-01-02 00:00:00.000", true},
         {Kind::Timestamp, "2024-1-2T10:30", "2024-01-02 10:30:00", true},
         {Kind::Timestamp, "2024-01-02 10:30:00.5", "2024-01-02 10:30:00", false},
+        {Kind::Timestamp, "2024-01-02T10:30:00.500Z", "2024-01-02 10:30:00.5", true},
+        {Kind::Timestamp, "2024-01-02 10:30:00+02:00", "2024-01-02 10:30:00", false},
         {Kind::Date, "2024/01/02", "2024-01-02 00:00:00", true},
         {Kind::Time, "10:30", "10:30:00.0", true},
         {Kind::Time, "10:30:10", "10:30:01", false},

@@ -383,5 +383,43 @@ TEST_P(TransactionTest, SimpleCallsReturnWhatWasReadAsText) {
     EXPECT_THAT(engine.GetLastError(), EndsWith("(ERR#: -2147217865)"));
 }
 
+// A call may find out only on its way which database it is for.
+TEST_P(TransactionTest, EachDatabaseGetsItsOwnBodyAlsoAfterReconnecting) {
+    Run("create table u (n integer)");
+    const auto name = connection->DatabaseName();
+    const auto body = [](const std::string& provider, const std::string& sql) {
+        return "<function name='public.executesql'" + provider + "><param name='sql'>" + sql +
+               "</param></function>";
+    };
+    std::string report;
+    ASSERT_TRUE(engine.LoadFunctionDefsXml(
+        "<d><functiondef name='who'><paramdef><param name='n' type='integer'/></paramdef>" +
+            body("", "insert into u values (0)") + body(" provider='Nobody'", "insert into u values (-1)") +
+            body(" provider='Other, " + name + "'", "insert into u values (%n%)") + "</functiondef></d>",
+        report));
+    engine.ReConnectInterval(0);
+    ZorbColumnDataItems params;
+    params.Add("n", "1");
+    EXPECT_TRUE(engine.SimpleExecuteSQL("who", &params));
+    engine.DisConnect();
+    params.Item(1)->Value = "2";
+    EXPECT_TRUE(engine.SimpleExecuteSQL("who", &params)) << engine.GetLastError();
+    engine.DisConnect();
+    const std::string call = "<function name='who' guid='K'><param name='n' value='3'/></function>";
+    EXPECT_TRUE(RunCalls(call)) << engine.GetLastError();
+    engine.DisConnect();
+    std::string text = call;
+    EXPECT_TRUE(engine.RunFunction(text, text)) << "one text for both";
+    EXPECT_EQ(Rows("select n from u order by n"), "1|2|3|3");
+
+    engine.DisConnect();
+    engine.ReConnectInterval(-1);
+    EXPECT_FALSE(engine.SimpleExecuteSQL("who", &params));
+    EXPECT_TRUE(engine.RunFunction(call, text));
+    EXPECT_THAT(Entries(text), ElementsAre(StartsWith("K error[number=-1")));
+    EXPECT_FALSE(engine.GetLastError().empty());
+    EXPECT_EQ(Rows("select count(*) from u"), "4");
+}
+
 }  // namespace
 }  // namespace halvtiv::test

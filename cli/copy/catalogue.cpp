@@ -1,6 +1,7 @@
 #include "copy/catalogue.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <set>
 #include <utility>
 
@@ -32,6 +33,7 @@ void ReadColumns(const Database& database, std::vector<Table>& tables) {
         Column& column = tables.back().columns.emplace_back();
         column.name = row.at(1).value_or("");
         column.type = ReadType(database.dialect, row.at(2).value_or(""));
+        column.type.declared += row.at(8).value_or("");
         column.isNullable = IsTrue(row.at(3));
         column.isAutoNumber = IsTrue(row.at(4));
         column.isComputed = IsTrue(row.at(5));
@@ -83,6 +85,17 @@ void ReadForeignKeys(const Database& database, std::vector<Table>& tables) {
         if (row.at(4)) last.parentColumns.push_back(*row.at(4));
         for (std::string* rule : {&last.onDelete, &last.onUpdate}) {
             if (*rule == "NO ACTION" || *rule == "RESTRICT") rule->clear();
+        }
+    }
+}
+
+void ReadHeirs(const Database& database, std::vector<Table>& tables) {
+    const std::string_view sql = QueriesOf(database.dialect).heirs;
+    if (sql.empty()) return;
+    for (const auto& row : RowsOf(database, sql)) {
+        if (Table* const parent = FindExactly(tables, row.at(0).value_or(""))) parent->hasHeirs = true;
+        if (Table* const heir = FindExactly(tables, row.at(1).value_or(""))) {
+            heir->inherited.push_back(row.at(0).value_or("a table of another schema"));
         }
     }
 }
@@ -215,8 +228,20 @@ std::vector<Table> ReadTables(const Database& database) {
     ReadColumns(database, tables);
     ReadKeys(database, tables);
     ReadForeignKeys(database, tables);
+    ReadHeirs(database, tables);
     if (database.dialect == Dialect::MariaDb) TakeKeysAsIntegers(tables);
     return tables;
+}
+
+std::string OwnRows(Dialect dialect, const Table& table) {
+    return (table.hasHeirs ? "only " : "") + QuotedName(dialect, table.name);
+}
+
+std::int64_t CountRows(const Database& database, const Table& table) {
+    const Cell count = ScalarOf(database, "select count(*) from " + OwnRows(database.dialect, table));
+    std::int64_t rows = 0;
+    if (count) std::from_chars(count->data(), count->data() + count->size(), rows);
+    return rows;
 }
 
 const Table* FindTable(const std::vector<Table>& tables, std::string_view name) {

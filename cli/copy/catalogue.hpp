@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,6 +45,8 @@ struct Table {
     std::vector<std::string> specialIndexes;
     /// The database's own number of each row, under a name that no column has; "" where there is none.
     std::string rowNumber;
+    bool hasHeirs = false;               ///< reading it gives the rows of other tables, too
+    std::vector<std::string> inherited;  ///< the tables whose rows include this one's
 
     const Column* FindColumn(std::string_view column) const;
     /// In how many columns the largest key, index or foreign key with this column is; 0 for none.
@@ -57,6 +60,9 @@ struct Table {
 std::vector<Table> ReadTables(const Database& database);
 /// The table of that name, else the only one that has it in another letter case; null for none.
 const Table* FindTable(const std::vector<Table>& tables, std::string_view name);
+/// What stands behind FROM for the table's rows, without those of tables that inherit from it.
+std::string OwnRows(Dialect dialect, const Table& table);
+std::int64_t CountRows(const Database& database, const Table& table);
 /// What else there is that is no table: "2 views", "1 trigger"; "" for nothing.
 std::string OtherObjects(const Database& database);
 

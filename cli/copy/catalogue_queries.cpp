@@ -12,7 +12,7 @@ constexpr CatalogueQueries kSqlite{
             when not exists (select 1 from pragma_table_xinfo(t.name) o where lower(o.name) = 'rowid') then 'rowid'
             when not exists (select 1 from pragma_table_xinfo(t.name) o where lower(o.name) = '_rowid_')
                 then '_rowid_'
-            else '' end
+            else '' end, ''
 from pragma_table_list t, pragma_table_xinfo(t.name) c
 where t.schema = 'main' and t.type = 'table' and substr(t.name, 1, 7) <> 'sqlite_' and c.hidden <> 1
 order by t.name, c.cid)",
@@ -39,7 +39,7 @@ constexpr CatalogueQueries kPostgresql{
        case when a.attnotnull then 0 else 1 end,
        case when a.attidentity <> '' or pg_get_expr(d.adbin, d.adrelid) like 'nextval(%' then 1 else 0 end,
        case when a.attgenerated <> '' then 1 else 0 end,
-       case when a.attgenerated = '' then pg_get_expr(d.adbin, d.adrelid) end, ''
+       case when a.attgenerated = '' then pg_get_expr(d.adbin, d.adrelid) end, '', ''
 from pg_class c
 join pg_attribute a on a.attrelid = c.oid and a.attnum > 0 and not a.attisdropped
 join pg_type t on t.oid = a.atttypid
@@ -77,13 +77,20 @@ order by c.relname, f.conname, k.place)",
               and c.relnamespace = (select oid from pg_namespace where nspname = current_schema())),
        count(*) filter (where relkind = 'f')
 from pg_class
-where relnamespace = (select oid from pg_namespace where nspname = current_schema()))"};
+where relnamespace = (select oid from pg_namespace where nspname = current_schema()))",
+    R"(select case when p.relnamespace = s.oid then p.relname::text end, case when c.relnamespace = s.oid then c.relname::text end
+from pg_inherits i
+join pg_class p on p.oid = i.inhparent and p.relkind = 'r'
+join pg_class c on c.oid = i.inhrelid
+join pg_namespace s on s.nspname = current_schema()
+order by p.relname, c.relname)"};
 
 constexpr CatalogueQueries kMariaDb{
     R"(select c.table_name, c.column_name, c.column_type, case when c.is_nullable = 'YES' then 1 else 0 end,
        case when c.extra like '%auto_increment%' then 1 else 0 end,
        case when c.extra like '%GENERATED%' and c.extra not like '%DEFAULT_GENERATED%' then 1 else 0 end,
-       c.column_default, ''
+       c.column_default, '',
+       case when c.collation_name <> t.table_collation then concat(' collate ', c.collation_name) else '' end
 from information_schema.columns c
 join information_schema.tables t on t.table_schema = c.table_schema and t.table_name = c.table_name
 where c.table_schema = database() and t.table_type in ('BASE TABLE', 'SYSTEM VERSIONED')
@@ -116,7 +123,7 @@ constexpr CatalogueQueries kSqlServer{
                 then y.name + '(' + cast(c.precision as varchar(9)) + ',' + cast(c.scale as varchar(9)) + ')'
             else y.name end,
        c.is_nullable, c.is_identity, case when c.is_computed = 1 or y.name = 'timestamp' then 1 else 0 end,
-       d.definition, ''
+       d.definition, '', ''
 from sys.tables t
 join sys.columns c on c.object_id = t.object_id
 join sys.types y on y.user_type_id = c.system_type_id

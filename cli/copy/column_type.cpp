@@ -91,12 +91,20 @@ struct DialectTypeName {
 };
 
 /// What a few of them mean on one.
-constexpr std::array<DialectTypeName, 8> kOwnNames{{
+constexpr std::array<DialectTypeName, 16> kOwnNames{{
     {Dialect::Sqlite, "int", Kind::BigInt},
     {Dialect::Sqlite, "integer", Kind::BigInt},
     {Dialect::Sqlite, "real", Kind::Double},
     {Dialect::MariaDb, "float", Kind::Single},
     {Dialect::MariaDb, "tinyint", Kind::SmallInt},
+    {Dialect::MariaDb, "geometry", Kind::Blob},
+    {Dialect::MariaDb, "geometrycollection", Kind::Blob},
+    {Dialect::MariaDb, "linestring", Kind::Blob},
+    {Dialect::MariaDb, "multilinestring", Kind::Blob},
+    {Dialect::MariaDb, "multipoint", Kind::Blob},
+    {Dialect::MariaDb, "multipolygon", Kind::Blob},
+    {Dialect::MariaDb, "point", Kind::Blob},
+    {Dialect::MariaDb, "polygon", Kind::Blob},
     {Dialect::Postgresql, "bit", Kind::Text},
     {Dialect::Postgresql, "\"char\"", Kind::Text},
     {Dialect::SqlServer, "timestamp", Kind::Blob},
@@ -188,8 +196,11 @@ std::string DecimalBound(Dialect dialect, const ColumnType& type) {
                                 : '(' + std::to_string(type.length) + ',' + std::to_string(type.scale) + ')';
     }
     const int mostScale = dialect == Dialect::MariaDb ? 30 : 19;
-    const int digits = type.length == 0 ? MostDigits(dialect) : std::min(type.length, MostDigits(dialect));
-    const int scale = type.length == 0 ? mostScale : std::min({type.scale, digits, mostScale * 2, 30});
+    // On PostgreSQL, there may be more digits behind the point than in all, or fewer than none.
+    const int wanted = std::max(type.length - std::min(type.scale, 0), type.scale);
+    const int digits = type.length == 0 ? MostDigits(dialect) : std::min(wanted, MostDigits(dialect));
+    const int scale =
+        type.length == 0 ? mostScale : std::clamp(type.scale, 0, std::min({digits, mostScale * 2, 30}));
     return '(' + std::to_string(digits) + ',' + std::to_string(scale) + ')';
 }
 
@@ -286,7 +297,7 @@ ColumnType ReadType(Dialect dialect, std::string_view declared) {
     if (dialect == Dialect::MariaDb) {
         if (words.name == "tinyint" && first == 1) type.kind = Kind::Boolean;
         if (words.name == "bit" && first > 1) type.kind = Kind::BigInt;
-        if (words.name == "bigint unsigned") {
+        if (words.name == "bigint unsigned" || (words.name == "bit" && first > 63)) {
             type.kind = Kind::Decimal;
             type.length = 20;
         }

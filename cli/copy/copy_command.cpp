@@ -4,6 +4,7 @@
 #include <chrono>
 #include <halvtiv/halvtiv.hpp>
 #include <iostream>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "copy/table_mover.hpp"
 #include "formats.hpp"
 #include "output.hpp"
+#include "platform/files.hpp"
 #include "platform/interrupt.hpp"
 #include "progress.hpp"
 
@@ -29,8 +31,21 @@ constexpr ConnectionNames kTo{
     "HALVTIV_TO", "HALVTIV_TO_PASSWORD",
     "No database to copy to is named: use --to, --to-file or the environment's HALVTIV_TO.", true, true};
 
-Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names) {
-    Connect(engine, options, names);
+/// A file that the command has made, which goes where nothing has come into it.
+struct NewFile {
+    NewFile() = default;
+    ~NewFile() {
+        if (path) platform::RemoveEmptyFile(*path);
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    std::optional<std::string> path;
+};
+
+Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names,
+              NewFile& made) {
+    made.path = Connect(engine, options, names);
     const ado::ConnectionPtr connection = engine.GetDatabaseConnection();
     Database database{connection, DialectOf(*connection)};
     if (database.dialect == Dialect::MariaDb) {
@@ -235,6 +250,7 @@ bool Copy(const Database& source, const Database& target, CopyState& state, std:
 }  // namespace
 
 ExitStatus RunCopy(const Options& options) {
+    NewFile noFile, targetFile;  // outlive their connections
     ZorbDbAccessEngine from, to;
     std::atomic<bool> isInterrupted = false;
     const platform::InterruptWatch interrupts([&] {
@@ -246,8 +262,8 @@ ExitStatus RunCopy(const Options& options) {
     std::vector<TableCopy> tables;
     bool isGood = false;
     try {
-        const Database source = Open(from, options.copy.from, kFrom);
-        const Database target = Open(to, options.copy.to, kTo);
+        const Database source = Open(from, options.copy.from, kFrom, noFile);
+        const Database target = Open(to, options.copy.to, kTo, targetFile);
         if (target.dialect == Dialect::Access) {
             throw CommandError(ExitStatus::NotRun,
                                "Access files can be copied from, but not to: they are read only.");

@@ -17,6 +17,21 @@ namespace {
     throw CommandError(ExitStatus::NotRun, message);
 }
 
+/// Its truth values are small numbers; where other numbers are among them, numbers are meant.
+void TellNumbersFromTruth(const Database& source, std::vector<Table>& tables) {
+    if (source.dialect != Dialect::MariaDb) return;
+    for (Table& table : tables) {
+        for (Column& column : table.columns) {
+            if (column.type.kind != Kind::Boolean || !column.type.declared.starts_with("tinyint")) continue;
+            const std::string name = QuotedName(source.dialect, column.name);
+            const bool hasNumbers = ScalarOf(source, "select 1 from " + OwnRows(source.dialect, table) +
+                                                         " where " + name + " not in (0, 1) limit 1")
+                                        .has_value();
+            if (hasNumbers) column.type.kind = Kind::SmallInt;
+        }
+    }
+}
+
 std::vector<Table> ChosenTables(const Database& source, const std::vector<std::string>& names) {
     std::vector<Table> all = ReadTables(source);
     std::vector<Table> chosen;
@@ -28,6 +43,7 @@ std::vector<Table> ChosenTables(const Database& source, const std::vector<std::s
     }
     if (names.empty()) chosen = std::move(all);
     if (chosen.empty()) Refuse("The source has no tables.");
+    TellNumbersFromTruth(source, chosen);
     SortByForeignKeys(chosen);
     return chosen;
 }
@@ -47,7 +63,7 @@ void PairColumns(TableCopy& copy, Dialect sourceDialect, Dialect targetDialect) 
 }
 
 void RequireOwnRows(const Database& target, const TableCopy& copy) {
-    const std::int64_t rows = copy.isThere ? CountRows(target, copy.target.name) : 0;
+    const std::int64_t rows = copy.isThere ? CountRows(target, copy.target) : 0;
     if (rows == copy.state.rows) return;
     if (copy.state.rows == 0) {
         Refuse("Table " + copy.target.name + " on the target has rows already, " + std::to_string(rows) +
@@ -167,7 +183,7 @@ std::vector<TableCopy> PlanCopy(const Database& source, const Database& target, 
     // Only now do the tables stay where they are in memory.
     for (TableCopy& copy : tables) {
         PairColumns(copy, source.dialect, target.dialect);
-        copy.sourceRows = CountRows(source, copy.source.name);
+        copy.sourceRows = CountRows(source, copy.source);
         DropMissingParents(target, tables, copy);
     }
     return tables;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <utility>
 
 #include "command_error.hpp"
@@ -101,9 +102,20 @@ void AppendNumber(std::string& sql, Dialect dialect, std::string_view text) {
     }
 }
 
+/// That server compares a number with the largest of the column before it rounds it to one of the column's.
+void AppendSingle(std::string& sql, Dialect dialect, std::string_view text) {
+    const auto number = platform::ParseNumber(text);
+    constexpr double kLargest = 3.4028235677973362e38;  // what still rounds to the largest there is
+    const bool fits = number && std::abs(*number) < kLargest;
+    if (dialect != Dialect::MariaDb || !fits) return AppendNumber(sql, dialect, text);
+    char buffer[platform::kNumberTextSize];
+    sql += platform::DoubleText(static_cast<double>(static_cast<float>(*number)), buffer);
+}
+
 void AppendTimestamp(std::string& sql, Dialect dialect, std::string_view text) {
     // That server reads the form with a blank by the language of its user.
     std::string form(text);
+    if (dialect != Dialect::Sqlite && IsInUtc(form)) form.pop_back();  // as moments are kept there
     if (dialect == Dialect::SqlServer && form.size() > 10 && form[10] == ' ') form[10] = 'T';
     AppendText(sql, dialect, form);
 }
@@ -152,6 +164,10 @@ std::optional<bool> BooleanOf(std::string_view text) {
     return std::nullopt;
 }
 
+bool IsInUtc(std::string_view moment) {
+    return moment.ends_with('Z') && moment.find(':') != std::string_view::npos;
+}
+
 std::string QuotedName(Dialect dialect, std::string_view name) {
     switch (dialect) {
         case Dialect::MariaDb:
@@ -186,7 +202,8 @@ void AppendLiteral(std::string& sql, Dialect dialect, Kind kind, std::string_vie
                 sql += *truth ? '1' : '0';
                 return;
             }
-            return AppendNumber(sql, dialect, value);
+            return kind == Kind::Single ? AppendSingle(sql, dialect, value)
+                                        : AppendNumber(sql, dialect, value);
         case Kind::Binary:
         case Kind::VarBinary:
         case Kind::Blob:
@@ -233,13 +250,6 @@ std::vector<std::vector<Cell>> RowsOf(const Database& database, std::string_view
 Cell ScalarOf(const Database& database, std::string_view sql) {
     const auto rows = RowsOf(database, sql);
     return rows.empty() ? std::nullopt : rows.front().at(0);
-}
-
-std::int64_t CountRows(const Database& database, std::string_view table) {
-    const Cell count = ScalarOf(database, "select count(*) from " + QuotedName(database.dialect, table));
-    std::int64_t rows = 0;
-    if (count) std::from_chars(count->data(), count->data() + count->size(), rows);
-    return rows;
 }
 
 void RunAll(const Database& database, std::string_view sql) {

@@ -34,6 +34,8 @@ void AppendLiteral(std::string& sql, Dialect dialect, Kind kind, std::string_vie
 const std::string& RequireSqliteLiteral(const std::string& text);
 /// The truth value that a text of any database means; null for others.
 std::optional<bool> BooleanOf(std::string_view text);
+/// Whether a moment says so, as "2024-02-29T12:00:00Z" does.
+bool IsInUtc(std::string_view moment);
 std::string TextLiteral(Dialect dialect, std::string_view text);
 
 /// A cell of a small result.
@@ -42,7 +44,6 @@ using Cell = std::optional<std::string>;
 std::vector<std::vector<Cell>> RowsOf(const Database& database, std::string_view sql);
 /// The first cell of a query; null without rows.
 Cell ScalarOf(const Database& database, std::string_view sql);
-std::int64_t CountRows(const Database& database, std::string_view table);
 /// Runs all statements of a text.
 void RunAll(const Database& database, std::string_view sql);
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 
+#include "copy/dialect.hpp"
 #include "platform/number.hpp"
 #include "platform/text.hpp"
 
@@ -61,14 +62,21 @@ void AppendExact(std::string& text, std::string_view value, std::int64_t exponen
     text += digits + 'e' + std::to_string(point);
 }
 
+/// What a column of numbers may hold besides: infinity under two names, nan, and on SQLite any text.
+void AppendNoNumber(std::string& text, std::string_view value) {
+    const std::string lower = platform::ToLower(value);
+    if (lower.ends_with("infinity")) {
+        text += lower.substr(0, lower.size() - 5);
+    } else {
+        text += lower.ends_with("inf") || lower == "nan" ? std::string_view(lower) : value;
+    }
+}
+
 void AppendNumber(std::string& text, Kind kind, std::string_view value) {
     if (platform::EqualIgnoringCase(value, "true")) value = "1";
     if (platform::EqualIgnoringCase(value, "false")) value = "0";
     const auto number = platform::ParseNumber(value);
-    if (!number) {
-        text += platform::ToLower(value).substr(0, value.starts_with('-') ? 4 : 3);  // infinity, inf, nan
-        return;
-    }
+    if (!number) return AppendNoNumber(text, value);
     if (IsApproximate(kind)) {
         char buffer[platform::kNumberTextSize];
         const double known =
@@ -107,6 +115,7 @@ void AppendTimeOfDay(std::string& text, std::string_view value) {
 }
 
 void AppendMoment(std::string& text, Kind kind, std::string_view value) {
+    if (IsInUtc(value)) value.remove_suffix(1);
     const std::size_t blank = std::min(value.find_first_of(" T"), value.size());
     std::string_view time = value.substr(std::min(blank + 1, value.size()));
     if (time.empty()) time = "00:00:00";
@@ -129,6 +138,9 @@ void AddLong(Hash& hash, ado::Field& field) {
 void AppendCanonical(std::string& text, const ComparedColumn& column, std::string_view value) {
     switch (column.kind) {
         case Kind::Boolean:
+            if (const auto truth = BooleanOf(value)) value = *truth ? "1" : "0";
+            AppendNumber(text, column.kind, value);
+            break;
         case Kind::TinyInt:
         case Kind::SmallInt:
         case Kind::Integer:

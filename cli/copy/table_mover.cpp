@@ -140,8 +140,8 @@ void CompareRows(const Database& source, const Database& target, TableCopy& tabl
     }();
     const RowSum sourceSum = other.get();
     // Counted by the databases themselves, too: what reading leaves out would be missing on both sides.
-    table.sourceRows = CountRows(source, table.source.name);
-    table.state.rows = CountRows(target, table.target.name);
+    table.sourceRows = CountRows(source, table.source);
+    table.state.rows = CountRows(target, table.target);
     table.isEqual = sourceSum == targetSum && table.sourceRows == sourceSum.Rows() &&
                     table.state.rows == targetSum.Rows();
     for (const std::size_t column : sourceSum.DifferingColumns(targetSum)) {

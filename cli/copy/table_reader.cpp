@@ -23,6 +23,12 @@ std::string SqliteLiteral(const std::string& column) {
            quoted + " end else " + quoted + " end";
 }
 
+/// There, one of a list of words, which is sorted by its place in the list and not as a text.
+bool IsWordOfList(Dialect dialect, const Column& column) {
+    const std::string_view type = column.type.declared;
+    return dialect == Dialect::MariaDb && (type.starts_with("enum(") || type.starts_with("set("));
+}
+
 std::vector<KeyColumn> KeyOf(Dialect dialect, const Table& table, const std::vector<std::string>& names) {
     std::vector<KeyColumn> key;
     for (const std::string& name : names) {
@@ -31,7 +37,7 @@ std::vector<KeyColumn> KeyOf(Dialect dialect, const Table& table, const std::vec
         const bool isSure = column != nullptr && !IsApproximate(column->type.kind) &&
                             (!column->isNullable || (dialect == Dialect::Sqlite && column->isAutoNumber));
         if (!isSure) return {};
-        key.push_back({column->name, column->type.kind});
+        key.push_back({column->name, IsWordOfList(dialect, *column) ? Kind::BigInt : column->type.kind});
     }
     return key;
 }
@@ -56,6 +62,7 @@ std::string ReadText(Dialect dialect, const Column& column) {
         case Kind::Single:
             return name + " + 0e0";  // it shows but six of its digits
         case Kind::BigInt:
+        case Kind::Decimal:
             return column.type.declared.starts_with("bit(") ? name + " + 0" : name;  // bits are bytes
         case Kind::Date:
         case Kind::Timestamp:
@@ -187,16 +194,17 @@ std::string TableReader::PageText() const {
     for (const std::string& column : keyColumns_) {
         const std::string name = QuotedName(dialect, column);
         const Column* const known = table_.FindColumn(column);  // the row's number is none
+        const bool isWord = known != nullptr && IsWordOfList(dialect, *known);
         if (hasLiteralKeys_) {
             text += ", " + SqliteLiteral(name);
         } else {
-            text += ", " + (known != nullptr ? ReadText(dialect, *known) : name);
+            text += ", " + (known != nullptr ? ReadText(dialect, *known) : name) + (isWord ? " + 0" : "");
         }
         order += (order.empty() ? "" : ", ") + name;
     }
     for (const std::size_t i : literals_)
         text += ", " + SqliteLiteral(QuotedName(dialect, columns_[i]->name));
-    text += " from " + QuotedName(dialect, table_.name);
+    text += " from " + OwnRows(dialect, table_);
     if (!HasKey()) return text;
     if (hasLast_) text += " where " + Condition();
     text += " order by " + order;

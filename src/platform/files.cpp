@@ -248,6 +248,14 @@ void CreateEmptyFile(std::string_view path) {
     if (!file.Close()) RaiseFileError(errno, native);
 }
 
+void RemoveEmptyFile(std::string_view path) noexcept {
+    const std::string native = NativePath(path);
+    struct stat status {};
+    const bool isEmptyFile =
+        ::stat(native.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+    if (isEmptyFile) ::unlink(native.c_str());
+}
+
 std::string LibraryFolder() {
     Dl_info info{};
     if (::dladdr(reinterpret_cast<const void*>(&LibraryFolder), &info) == 0 || info.dli_fname == nullptr)

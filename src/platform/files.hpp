@@ -47,6 +47,8 @@ private:
 
 /// Makes the file, or makes it empty when it exists.
 void CreateEmptyFile(std::string_view path);
+/// Removes the file where no byte is in it; one that cannot be removed stays.
+void RemoveEmptyFile(std::string_view path) noexcept;
 
 /// The folder that holds this library's own file, without a separator at its end; "." where the system cannot
 /// tell.

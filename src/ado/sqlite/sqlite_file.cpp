@@ -28,10 +28,12 @@ std::string PlainFileName(std::string_view dataSource) {
     return name.starts_with("file:") || name.starts_with(':') ? "./" + name : name;
 }
 
-// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along.
+// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along; an
+// address with "user:password@" in it is none.
 std::string ShownName(const std::string& name) {
     const std::string lower = platform::ToLower(name);
-    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), name.size()});
+    const std::size_t address = name.find('@') == std::string::npos ? name.size() : lower.find("://");
+    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), address, name.size()});
     return end == name.size() ? "\"" + name + "\"" : "\"" + name.substr(0, end) + "...\"";
 }
 
