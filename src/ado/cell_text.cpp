@@ -1,6 +1,8 @@
 #include "ado/cell_text.hpp"
 
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <optional>
 
 #include "platform/text.hpp"
@@ -146,6 +148,13 @@ std::string_view CellText(const CellValue& value, std::int32_t type, CellBuffer&
         default:
             return {};
     }
+}
+
+std::size_t CopyPiece(std::string_view bytes, std::int64_t offset, std::span<std::uint8_t> piece) {
+    if (offset < 0 || static_cast<std::size_t>(offset) >= bytes.size()) return 0;
+    const auto count = std::min(piece.size(), bytes.size() - static_cast<std::size_t>(offset));
+    std::memcpy(piece.data(), bytes.data() + offset, count);
+    return count;
 }
 
 Variant ValueOfCellText(std::string_view text, std::int32_t type) {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include <halvtiv/ado.hpp>
 
+#include "ado/data_type_traits.hpp"
 #include "ado/provider.hpp"
 #include "platform/date_time.hpp"
 #include "platform/number.hpp"
@@ -40,14 +43,7 @@ constexpr bool HasTextForm(std::int32_t type) noexcept {
 /// The value that a cell's text stands for: by the column's type, or a text where it is none of that type.
 Variant ValueOfCellText(std::string_view text, std::int32_t type);
 
-/// Whether columns of this type hold bytes.
-constexpr bool IsBytesType(std::int32_t type) noexcept {
-    return type == adBinary || type == adVarBinary || type == adLongVarBinary;
-}
-
-/// Whether columns of this type hold numbers with exact digits.
-constexpr bool IsDecimalType(std::int32_t type) noexcept {
-    return type == adCurrency || type == adDecimal || type == adNumeric || type == adVarNumeric;
-}
+/// Copies what the piece has room for, from the offset on; how many bytes that were, 0 behind the end.
+std::size_t CopyPiece(std::string_view bytes, std::int64_t offset, std::span<std::uint8_t> piece);
 
 }  // namespace halvtiv::ado

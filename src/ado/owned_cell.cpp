@@ -152,21 +152,6 @@ std::optional<OwnedCell> CellOfScalar(const Variant& value, std::string_view tex
     }
 }
 
-constexpr bool IsTextType(std::int32_t type) noexcept {
-    switch (type) {
-        case adBSTR:
-        case adChar:
-        case adWChar:
-        case adVarChar:
-        case adLongVarChar:
-        case adVarWChar:
-        case adLongVarWChar:
-            return true;
-        default:
-            return false;
-    }
-}
-
 }  // namespace
 
 OwnedCell OwnedCopy(const CellValue& value) {

@@ -1,7 +1,6 @@
 #include "ado/row_editor.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "ado/errors.hpp"
@@ -88,10 +87,6 @@ namespace {
 
 Parameter MakeParameter(std::string_view name, CellValue value, ByteSource* source = nullptr) {
     return {name, value, source, false};
-}
-
-constexpr bool IsTextType(std::int32_t type) noexcept {
-    return type == adChar || type == adWChar || type == adVarChar || type == adVarWChar;
 }
 
 }  // namespace
@@ -226,14 +221,10 @@ std::int64_t RowEditor::Size(std::int32_t column) {
 std::size_t RowEditor::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
     const auto* edited = Find(column);
     if (!edited) return below_ ? below_->Read(column, offset, piece) : 0;
+    if (!edited->source) return CopyPiece(Text(column), offset, piece);
     const auto left = std::max<std::int64_t>(Size(column) - offset, 0);
     const auto count = std::min(piece.size(), static_cast<std::size_t>(left));
-    if (count == 0) return 0;
-    if (edited->source) {
-        edited->source->Read(offset, piece.first(count));
-    } else {
-        std::memcpy(piece.data(), Text(column).data() + offset, count);
-    }
+    if (count > 0) edited->source->Read(offset, piece.first(count));
     return count;
 }
 

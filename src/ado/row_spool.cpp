@@ -166,14 +166,10 @@ std::int64_t RowSpool::Size(std::int32_t column) {
 std::size_t RowSpool::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
     const auto i = Index(column);
     if (HasBytes(cells_[i].kind) && IsDeferred(column)) return deferred_->Read(*this, column, offset, piece);
+    if (!IsKeptApart(i)) return CopyPiece(Text(column), offset, piece);
     const auto left = std::max<std::int64_t>(Size(column) - offset, 0);
     const auto count = std::min(piece.size(), static_cast<std::size_t>(left));
-    if (count == 0) return 0;
-    if (IsKeptApart(i)) {
-        Load(offsets_[i] + static_cast<std::uint64_t>(offset), piece.data(), count);
-    } else {
-        std::memcpy(piece.data(), Text(column).data() + offset, count);
-    }
+    if (count > 0) Load(offsets_[i] + static_cast<std::uint64_t>(offset), piece.data(), count);
     return count;
 }
 

@@ -222,11 +222,7 @@ std::size_t OdbcCursor::Read(std::int32_t column, std::int64_t offset, std::span
     if (spool_) return spool_->Read(column, offset, piece);
     const auto& info = infos_[static_cast<std::size_t>(column)];
     if ((info.attributes & adFldLong) != 0) return Rows().Read(column, offset, piece);
-    const auto text = Text(column);
-    if (offset < 0 || static_cast<std::size_t>(offset) >= text.size()) return 0;
-    const auto count = std::min(piece.size(), text.size() - static_cast<std::size_t>(offset));
-    std::memcpy(piece.data(), text.data() + offset, count);
-    return count;
+    return CopyPiece(Text(column), offset, piece);
 }
 
 }  // namespace halvtiv::ado

@@ -1,8 +1,8 @@
 #include "ado/odbc/odbc_rows.hpp"
 
 #include <algorithm>
-#include <cstring>
 
+#include "ado/cell_text.hpp"
 #include "ado/odbc/odbc_text.hpp"
 #include "platform/run_time_error.hpp"
 
@@ -155,14 +155,11 @@ std::int64_t OdbcRows::Size(std::int32_t column) {
 }
 
 std::size_t OdbcRows::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
+    const auto& spooled = fetched_[Index(column)].spooled;
+    if (!spooled) return CopyPiece(Bytes(column), offset, piece);
     const auto left = std::max<std::int64_t>(Size(column) - offset, 0);
     const auto count = std::min(piece.size(), static_cast<std::size_t>(left));
-    if (count == 0) return 0;
-    if (const auto& spooled = fetched_[Index(column)].spooled) {
-        spooled->Read(offset, piece.first(count));
-    } else {
-        std::memcpy(piece.data(), Bytes(column).data() + offset, count);
-    }
+    if (count > 0) spooled->Read(offset, piece.first(count));
     return count;
 }
 

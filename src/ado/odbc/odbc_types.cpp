@@ -102,51 +102,15 @@ SQLLEN TypeOfDeclared(const Facts& facts) {
 }
 
 std::int64_t SizeOf(std::int32_t type, const Facts& facts) {
-    switch (type) {
-        case adTinyInt:
-        case adUnsignedTinyInt:
-            return 1;
-        case adSmallInt:
-        case adUnsignedSmallInt:
-        case adBoolean:
-            return 2;
-        case adInteger:
-        case adUnsignedInt:
-        case adSingle:
-            return 4;
-        case adBigInt:
-        case adUnsignedBigInt:
-        case adDouble:
-        case adCurrency:
-            return 8;
-        case adNumeric:
-            return 19;
-        case adDBDate:
-        case adDBTime:
-            return 6;
-        case adDBTimeStamp:
-        case adGUID:
-            return 16;
-        default:
-            return facts.length > 0 ? std::min<std::int64_t>(facts.length, kUnbounded) : kUnbounded;
-    }
-}
-
-constexpr bool IsLongType(std::int32_t type) noexcept {
-    return type == adLongVarBinary || type == adLongVarWChar || type == adLongVarChar;
-}
-
-constexpr bool IsFixedType(std::int32_t type) noexcept {
-    return !IsLongType(type) && type != adVarChar && type != adVarWChar && type != adVarBinary;
+    if (const auto size = FixedSizeOf(type)) return size;
+    return facts.length > 0 ? std::min<std::int64_t>(facts.length, kUnbounded) : kUnbounded;
 }
 
 std::int32_t AttributesOf(std::int32_t type, const Facts& facts) {
     std::int32_t attributes = 0;
     if (facts.isNullable) attributes |= adFldIsNullable | adFldMayBeNull;
     if (!facts.isReadOnly) attributes |= adFldUpdatable;
-    if (IsLongType(type)) attributes |= adFldLong;
-    if (IsFixedType(type)) attributes |= adFldFixed;
-    return attributes;
+    return attributes | AttributesOfType(type);
 }
 
 // What the driver is asked for. A column may hold what its type does not say where the database allows that;
@@ -201,10 +165,6 @@ SQLSMALLINT CTypeOf(OdbcForm form) {
     }
 }
 
-constexpr bool IsCharacterType(std::int32_t type) noexcept {
-    return type == adChar || type == adWChar || type == adVarChar || type == adVarWChar || IsLongType(type);
-}
-
 // With the NUL that the driver puts behind a text.
 std::size_t CellSizeOf(const OdbcColumn& column, const Facts& facts) {
     const auto bounded = [](SQLLEN size) {
@@ -215,10 +175,10 @@ std::size_t CellSizeOf(const OdbcColumn& column, const Facts& facts) {
     constexpr SQLLEN kLongestNumber = 80;  // and dates and GUIDs
     switch (column.form) {
         case OdbcForm::Text:
-            if (!IsCharacterType(type)) return kLongestNumber;
+            if (!IsTextType(type)) return kLongestNumber;
             return facts.length > 0 && facts.length <= kLongestBound ? bounded(facts.length * 4 + 1) : 0;
         case OdbcForm::WideText:
-            if (!IsCharacterType(type)) return kLongestNumber * sizeof(SQLWCHAR);
+            if (!IsTextType(type)) return kLongestNumber * sizeof(SQLWCHAR);
             return facts.length > 0 && facts.length <= kLongestBound ? bounded(facts.length * 4 + 2) : 0;
         case OdbcForm::Binary:
             return facts.length > 0 ? bounded(facts.length) : 0;

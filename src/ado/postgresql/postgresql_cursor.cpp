@@ -1,7 +1,5 @@
 #include "ado/postgresql/postgresql_cursor.hpp"
 
-#include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "ado/errors.hpp"
@@ -45,11 +43,7 @@ std::int64_t PostgresqlRow::Size(std::int32_t column) {
 std::size_t PostgresqlRow::Read(std::int32_t column, std::int64_t offset, std::span<std::uint8_t> piece) {
     if (IsDeferred(column)) return deferred_->Read(*this, column, offset, piece);
     if (FormatOf(column).form == PostgresqlForm::Binary) return ReadHex(Raw(column), offset, piece);
-    const auto text = Text(column);
-    if (offset < 0 || static_cast<std::size_t>(offset) >= text.size()) return 0;
-    const auto count = std::min(piece.size(), text.size() - static_cast<std::size_t>(offset));
-    std::memcpy(piece.data(), text.data() + offset, count);
-    return count;
+    return CopyPiece(Text(column), offset, piece);
 }
 
 PostgresqlCursor::PostgresqlCursor(std::shared_ptr<PostgresqlSession> session,

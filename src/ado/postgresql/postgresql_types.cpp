@@ -94,12 +94,7 @@ ColumnInfo InfoOf(const PGresult* result, int column) {
     if (isText && known.size == kUnbounded && known.oid != 0 && modifier > kModifierBase) {
         info.definedSize = modifier - kModifierBase;
     }
-    info.attributes = adFldMayBeNull | adFldIsNullable;
-    if (known.type == adLongVarBinary) {
-        info.attributes |= adFldLong;
-    } else if (known.type != adVarWChar) {
-        info.attributes |= adFldFixed;
-    }
+    info.attributes = adFldMayBeNull | adFldIsNullable | AttributesOfType(known.type);
     if (PQftable(result, column) != 0) info.attributes |= adFldUpdatable;
     return info;
 }

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "ado/errors.hpp"
@@ -149,11 +148,7 @@ std::size_t SqliteCursor::Read(std::int32_t column, std::int64_t offset, std::sp
     if (IsDeferred(column, sqlite3_value_type(ValueAt(column)))) {
         return deferred_->Read(*this, column, offset, piece);
     }
-    const auto text = Text(column);
-    if (offset < 0 || static_cast<std::size_t>(offset) >= text.size()) return 0;
-    const auto count = std::min(piece.size(), text.size() - static_cast<std::size_t>(offset));
-    std::memcpy(piece.data(), text.data() + offset, count);
-    return count;
+    return CopyPiece(Text(column), offset, piece);
 }
 
 }  // namespace halvtiv::ado

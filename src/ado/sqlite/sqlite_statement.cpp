@@ -8,6 +8,7 @@
 
 #include <halvtiv/ado.hpp>
 
+#include "ado/data_type_traits.hpp"
 #include "ado/sqlite/sqlite_types.hpp"
 
 namespace halvtiv::ado {

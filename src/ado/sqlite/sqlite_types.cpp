@@ -72,10 +72,6 @@ std::int32_t TypeOfName(std::string_view name) {
     return 0;
 }
 
-constexpr bool HasNoFixedSize(std::int32_t type) noexcept {
-    return IsBytesType(type) || type == adWChar || type == adVarWChar || type == adLongVarWChar;
-}
-
 }  // namespace
 
 DeclaredType ReadDeclaredType(std::string_view declared) {
@@ -85,7 +81,7 @@ DeclaredType ReadDeclaredType(std::string_view declared) {
                    [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
     DeclaredType result{TypeOfName(name), 0};
     if (const auto digits = declared.find_first_of("0123456789", name.size());
-        digits != std::string_view::npos && HasNoFixedSize(result.type)) {
+        digits != std::string_view::npos && FixedSizeOf(result.type) == 0) {
         std::from_chars(declared.data() + digits, declared.data() + declared.size(), result.size);
     }
     return result;
@@ -105,32 +101,8 @@ std::int32_t TypeOfValue(sqlite3_stmt* statement, int column) {
 }
 
 std::int64_t DefinedSizeOf(DeclaredType declared, std::int64_t unbounded) {
-    switch (declared.type) {
-        case adBigInt:
-        case adDouble:
-        case adCurrency:
-            return 8;
-        case adSmallInt:
-        case adBoolean:
-            return 2;
-        case adUnsignedTinyInt:
-            return 1;
-        case adNumeric:
-            return 19;
-        case adDBDate:
-        case adDBTime:
-            return 6;
-        case adDBTimeStamp:
-        case adGUID:
-            return 16;
-        default:
-            return declared.size > 0 ? std::min(declared.size, unbounded) : unbounded;
-    }
-}
-
-std::int32_t AttributesOfType(std::int32_t type) {
-    if (type == adLongVarBinary || type == adLongVarWChar || type == adLongVarChar) return adFldLong;
-    return HasNoFixedSize(type) && type != adWChar && type != adBinary ? 0 : adFldFixed;
+    if (const auto size = FixedSizeOf(declared.type)) return size;
+    return declared.size > 0 ? std::min(declared.size, unbounded) : unbounded;
 }
 
 }  // namespace halvtiv::ado

@@ -22,7 +22,4 @@ std::int32_t TypeOfValue(sqlite3_stmt* statement, int column);
 /// What `Field::DefinedSize` says; unbounded is the database's limit for texts and bytes.
 std::int64_t DefinedSizeOf(DeclaredType declared, std::int64_t unbounded);
 
-/// The bits that follow from the type alone: fixed and long.
-std::int32_t AttributesOfType(std::int32_t type);
-
 }  // namespace halvtiv::ado
