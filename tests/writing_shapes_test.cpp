@@ -55,7 +55,7 @@ struct ReadingCase {
     std::string_view schema, query, rows;
 };
 
-TEST(WritingReviewTest, LongValuesAreThoseThatTheQueryAsksFor) {
+TEST(WritingShapesTest, LongValuesAreThoseThatTheQueryAsksFor) {
     const ReadingCase cases[] = {
         {kPhotos, "select id, (select photo from t x where x.id = t.id + 1) as p from t", "1,P3|2,P2|3,|"},
         {kPhotos, "select photo from t order by (1)", "P1|P2|P3|"},
@@ -84,7 +84,7 @@ struct ChangingCase {
     std::string_view look, rows;
 };
 
-TEST(WritingReviewTest, OnlyTheRowThatIsShownIsChanged) {
+TEST(WritingShapesTest, OnlyTheRowThatIsShownIsChanged) {
     constexpr auto kNotSupported = static_cast<std::int32_t>(AdoError::NotSupported);
     constexpr auto kRowChanged = static_cast<std::int32_t>(AdoError::RowChanged);
     constexpr std::string_view kNames =
@@ -118,7 +118,7 @@ TEST(WritingReviewTest, OnlyTheRowThatIsShownIsChanged) {
     }
 }
 
-TEST(WritingReviewTest, ARowCanBeChangedAgainAfterItsKey) {
+TEST(WritingShapesTest, ARowCanBeChangedAgainAfterItsKey) {
     // With DESC, the key is not the row's id.
     for (const auto schema :
          {kPhotos, std::string_view("create table t(id integer primary key desc, name text);"
@@ -135,7 +135,7 @@ TEST(WritingReviewTest, ARowCanBeChangedAgainAfterItsKey) {
     }
 }
 
-TEST(WritingReviewTest, ARowThatATriggerKeepsOutIsNoOtherRow) {
+TEST(WritingShapesTest, ARowThatATriggerKeepsOutIsNoOtherRow) {
     const auto connection = InMemory(
         "create table t(id integer primary key, name text); insert into t values(7, 'a');"
         "create trigger out before insert on t begin select raise(ignore); end");
@@ -148,7 +148,7 @@ TEST(WritingReviewTest, ARowThatATriggerKeepsOutIsNoOtherRow) {
     EXPECT_EQ(Rows(connection, "t"), "7,a|");
 }
 
-TEST(WritingReviewTest, AReaderAtItsEndLeavesTheTableFree) {
+TEST(WritingShapesTest, AReaderAtItsEndLeavesTheTableFree) {
     const auto connection = InMemory(kPhotos);
     Recordset rows;
     rows.Open("t", connection, adOpenForwardOnly, adLockReadOnly);
@@ -157,7 +157,7 @@ TEST(WritingReviewTest, AReaderAtItsEndLeavesTheTableFree) {
 }
 
 // A table gets a column while the engine runs, from its own connection or from another one.
-TEST(WritingReviewTest, AlteredTablesAreSeenBeforeTheNextChange) {
+TEST(WritingShapesTest, AlteredTablesAreSeenBeforeTheNextChange) {
     const test::TemporaryFolder folder;
     const auto path = folder.PathOf("a.db");
     const auto other = test::MakeDatabase(
@@ -179,7 +179,7 @@ TEST(WritingReviewTest, AlteredTablesAreSeenBeforeTheNextChange) {
     EXPECT_EQ(Rows(other, "t"), "7,z,5,5|9,b,9,8|10,x,9,8|11,y,5,8|12,z,9,5|");
 }
 
-TEST(WritingReviewTest, LargeFilesGoBesideIndexesOnExpressions) {
+TEST(WritingShapesTest, LargeFilesGoBesideIndexesOnExpressions) {
     const test::TemporaryFolder folder;
     test::WriteFile(folder.PathOf("file"), std::string(std::size_t{2} << 20, 'x'));
     test::MakeDatabase(folder.PathOf("a.db"), std::string(kPhotos) + "; create index i on t(name || 'x')");
