@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,44 +12,17 @@
 #include "ado/recordset_state.hpp"
 #include "ado/row_spool.hpp"
 #include "ado/table_name.hpp"
-#include "support.hpp"
+#include "databases.hpp"
 
 namespace halvtiv::ado {
 namespace {
 
 using test::ErrorOf;
+using test::NumberOf;
 
-std::int32_t NumberOf(const std::function<void()>& action) {
-    return ErrorOf(action).Number;
-}
-
-class AdoTest : public testing::Test {
+class AdoTest : public test::OneDatabase {
 protected:
-    void SetUp() override {
-        folder_ = test::MakeTemporaryFolder();
-        connection_ = OpenFile("data.db", ";Create=1");
-    }
-    void TearDown() override {
-        connection_.reset();
-        std::filesystem::remove_all(folder_);
-    }
-
-    std::string PathOf(const std::string& name) const { return (folder_ / name).string(); }
-    ConnectionPtr OpenFile(const std::string& name, const std::string& more = {}) const {
-        auto connection = std::make_shared<Connection>();
-        connection->Open("Provider=SQLite;Data Source=" + PathOf(name) + more);
-        return connection;
-    }
-    void Run(std::string_view sql) { connection_->Execute(sql)->NextRecordset(); }
-    RecordsetPtr Query(std::string_view sql, std::int32_t cursorType = adOpenForwardOnly) {
-        auto recordset = std::make_shared<Recordset>();
-        recordset->Open(sql, connection_, cursorType, adLockReadOnly);
-        return recordset;
-    }
-    std::string Scalar(std::string_view sql) { return Query(sql)->Fields().Item(0)->Value().Text(); }
-
-    std::filesystem::path folder_;
-    ConnectionPtr connection_;
+    AdoTest() : OneDatabase(test::Sqlite()) {}
 };
 
 TEST_F(AdoTest, DeclaredTypesHaveTheirNumbersAndSizes) {
@@ -185,12 +156,12 @@ TEST_F(AdoTest, LongValuesAreReadInPieces) {
 
 TEST_F(AdoTest, WhatIsLeftOfABatchRunsAtCloseOrAtRelease) {
     Run("create table t (n unique)");
-    connection_->Execute("select 1; insert into t values (1); insert into t values (2)")->Close();
+    connection->Execute("select 1; insert into t values (1); insert into t values (2)")->Close();
     EXPECT_EQ(Scalar("select count(*) from t"), "2");
-    connection_->Execute("select 1; insert into t values (3); insert into t values (3)").reset();
+    connection->Execute("select 1; insert into t values (3); insert into t values (3)").reset();
     EXPECT_EQ(Scalar("select count(*) from t"), "3");
 
-    auto recordset = connection_->Execute("select 1; insert into t values (3); insert into t values (9)");
+    auto recordset = connection->Execute("select 1; insert into t values (3); insert into t values (9)");
     const auto error = ErrorOf([&] { recordset->Close(); });
     EXPECT_EQ(error.Number, -2147217873);
     EXPECT_EQ(error.Source, "SQLite");
@@ -199,13 +170,13 @@ TEST_F(AdoTest, WhatIsLeftOfABatchRunsAtCloseOrAtRelease) {
     EXPECT_EQ(NumberOf([&] { recordset->Close(); }), -2146824584);
     EXPECT_EQ(Scalar("select count(*) from t"), "3");
 
-    recordset = connection_->Execute("insert into t values (4), (5) returning n; insert into t values (6)");
+    recordset = connection->Execute("insert into t values (4), (5) returning n; insert into t values (6)");
     EXPECT_EQ(recordset->Fields().Item(0)->Value().Text(), "4");
     recordset.reset();
     EXPECT_EQ(Scalar("select count(*) from t"), "6");
 
     // A field keeps the rows, and with them the rest of the batch.
-    auto field = connection_->Execute("select 'kept'; insert into t values (7)")->Fields().Item(0);
+    auto field = connection->Execute("select 'kept'; insert into t values (7)")->Fields().Item(0);
     EXPECT_EQ(field->Value().Text(), "kept");
     EXPECT_EQ(Scalar("select count(*) from t"), "6");
     field.reset();
@@ -274,53 +245,55 @@ TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
 
 TEST_F(AdoTest, ANestedCommitThatFailsTakesItsOwnRowsAlone) {
     Run("create table t(i integer)");
-    connection_->BeginTrans();
+    connection->BeginTrans();
     Run("insert into t values (1)");
-    connection_->BeginTrans();
+    connection->BeginTrans();
     {
-        const RecordsetPtr unread = connection_->Execute("insert into t values (2), (3) returning i");
-        EXPECT_NE(NumberOf([&] { connection_->CommitTrans(); }), 0);
+        const RecordsetPtr unread = connection->Execute("insert into t values (2), (3) returning i");
+        EXPECT_NE(NumberOf([&] { connection->CommitTrans(); }), 0);
     }
-    connection_->CommitTrans();
+    connection->CommitTrans();
     EXPECT_EQ(Scalar("select group_concat(i) from t"), "1");
 }
 
 TEST_F(AdoTest, ALockedDatabaseIsAwaitedForAsLongAsSaid) {
-    const auto other = OpenFile("data.db", ";Busy Timeout=30");
-    connection_->BeginTrans();
+    const auto other = Connect(";Busy Timeout=30");
+    connection->BeginTrans();
     const auto error = ErrorOf([&] { other->BeginTrans(); });
     EXPECT_EQ(error.Number, -2147467259);
     EXPECT_EQ(error.Description, "database is locked");
-    connection_->CommitTrans();
+    connection->CommitTrans();
     EXPECT_EQ(other->BeginTrans(), 1);
 }
 
 TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     const auto openError = [&](const std::string& text) { return ErrorOf([&] { Connection().Open(text); }); };
-    const auto missing = openError("Provider=SQLite;Data Source=" + PathOf("missing.db"));
+    const auto missing = openError("Provider=SQLite;Data Source=" + folder.PathOf("missing.db"));
     EXPECT_EQ(missing.Number, -2147467259);
     EXPECT_NE(missing.Description.find("missing.db"), std::string::npos);
-    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder_.string()).Number, -2147467259);
+    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder.PathOf("")).Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite").Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite;Data Source=file::memory:").Number, -2147467259);
     for (const char* name : {"no/such/folder.db Password=secret-77", "new.db pwd = secret-77"}) {
-        const auto forgotten = openError("Provider=SQLite;Create=1;Data Source=" + PathOf(name));
+        const auto forgotten = openError("Provider=SQLite;Create=1;Data Source=" + folder.PathOf(name));
         EXPECT_EQ(forgotten.Number, -2147467259) << name;
         EXPECT_EQ(forgotten.Description.find("secret-77"), std::string::npos) << forgotten.Description;
     }
-    EXPECT_EQ(openError("Provider=SQLite;Create=1;Data Source=" + PathOf("no/such/folder.db")).Number,
+    EXPECT_EQ(openError("Provider=SQLite;Create=1;Data Source=" + folder.PathOf("no/such/folder.db")).Number,
               -2147467259);
     EXPECT_EQ(openError("Provider=Nobody").Number, -2146824582);
     EXPECT_EQ(openError("").Number, -2146824582);
     EXPECT_EQ(openError("just words").Number, -2147467259);
-    std::ofstream(PathOf("text.db")) << std::string(2000, 'x');
-    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + PathOf("text.db")).Description,
+    std::ofstream(folder.PathOf("text.db")) << std::string(2000, 'x');
+    EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder.PathOf("text.db")).Description,
               "file is not a database");
 
+    test::MakeDatabase(folder.PathOf("data.db"));
     Connection jet;
-    jet.Open("provider=microsoft.jet.oledb.4.0;DATA SOURCE='" + PathOf("data.db") + "'", "Admin", "secret");
+    jet.Open("provider=microsoft.jet.oledb.4.0;DATA SOURCE='" + folder.PathOf("data.db") + "'", "Admin",
+             "secret");
     EXPECT_EQ(NumberOf([&] { jet.Open("Provider=SQLite;Data Source=:memory:"); }), -2146824583);
-    const auto readOnly = OpenFile("data.db", ";Read Only=1");
+    const auto readOnly = Connect(";Read Only=1");
     EXPECT_EQ(ErrorOf([&] { readOnly->Execute("create table x (n)"); }).Description,
               "attempt to write a readonly database");
 }

@@ -20,43 +20,29 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 /// Calls of the functions that change rows, and what is in the tables after them.
-class ChangesTest : public testing::Test {
+class ChangesTest : public test::OneDatabase {
 protected:
     static constexpr const char* kCore = "ZorbDbAccessEngine:clsZorbTivCore:";
 
-    ChangesTest() {
-        engine_.SetDatabaseConnectionString("Provider=SQLite;Create=1;Data Source=" +
-                                            folder_.PathOf("data.db"));
-        Sql("pragma synchronous = off");
+    ChangesTest() : OneDatabase(test::Sqlite()) {}
+    void SetUp() override {
+        OneDatabase::SetUp();
+        Run("pragma synchronous = off");
+        engine.SetDatabaseConnectionString(ConnectionString());
     }
-
-    std::string Run(std::string_view function, test::Params params) {
-        return test::Outcome(engine_, function, params);
+    std::string Call(std::string_view function, test::Params params, const std::vector<Item>& items = {}) {
+        return test::Outcome(engine, function, params, items.empty() ? nullptr : &items);
     }
-    std::string Run(std::string_view function, test::Params params, const std::vector<Item>& items) {
-        return test::Outcome(engine_, function, params, &items);
-    }
-    std::string Add(const std::vector<Item>& items) { return Run("adddata", {{"sql", "t"}}, items); }
+    std::string Add(const std::vector<Item>& items) { return Call("adddata", {{"sql", "t"}}, items); }
     std::string Put(const std::string& file, const char* column = "b", const char* sql = "select * from t") {
-        return Run("setbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
+        return Call("setbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
     }
     std::string Get(const std::string& file, const char* column = "b", const char* sql = "select * from t") {
-        return Run("getbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
-    }
-    void Sql(std::string_view sql) { engine_.GetDatabaseConnection()->Execute(sql)->NextRecordset(); }
-    /// The first column of all rows, joined.
-    std::string Value(std::string_view sql) {
-        std::string texts;
-        const auto rows = engine_.GetDatabaseConnection()->Execute(sql);
-        for (; !rows->IsEOF(); rows->MoveNext()) {
-            const auto value = rows->Fields().Item(0)->Value();
-            texts += (texts.empty() ? "" : "|") + (value.IsNull() ? "null" : value.Text());
-        }
-        return texts;
+        return Call("getbinarydata", {{"sql", sql}, {"colname", column}, {"filename", file}});
     }
     std::string File(const std::string& name, std::string_view content) {
-        WriteFile(folder_.PathOf(name), content);
-        return folder_.PathOf(name);
+        WriteFile(folder.PathOf(name), content);
+        return folder.PathOf(name);
     }
     static std::string Content(std::size_t size) {
         std::string content(size, '\0');
@@ -64,23 +50,22 @@ protected:
         return content;
     }
 
-    test::TemporaryFolder folder_;
-    ZorbDbAccessEngine engine_;
+    ZorbDbAccessEngine engine;
 };
 
 TEST_F(ChangesTest, EachFunctionSaysWhatItMisses) {
     const std::string prefix = "-1 ZorbDbAccessEngine:Invalid Xml - ";
     for (const char* function : {"adddata", "updatedata", "updatedataex", "updatedatacoladd", "deletedata",
                                  "executesql", "getbinarydata", "setbinarydata", "deletebinarydata"}) {
-        EXPECT_EQ(Run(function, {{"SQL", ""}}), prefix + "sql parameter missed.") << function;
+        EXPECT_EQ(Call(function, {{"SQL", ""}}), prefix + "sql parameter missed.") << function;
     }
-    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}}), prefix + "'col' parameter missed.");
+    EXPECT_EQ(Call("updatedatacoladd", {{"sql", "t"}}), prefix + "'col' parameter missed.");
     for (const char* function : {"getbinarydata", "setbinarydata", "deletebinarydata"}) {
-        EXPECT_EQ(Run(function, {{"sql", "t"}}), prefix + "colname not specified.") << function;
+        EXPECT_EQ(Call(function, {{"sql", "t"}}), prefix + "colname not specified.") << function;
     }
-    EXPECT_EQ(Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}}), prefix + "filename not specified.");
+    EXPECT_EQ(Call("getbinarydata", {{"sql", "t"}, {"colname", "b"}}), prefix + "filename not specified.");
     for (const char* function : {"adddata", "updatedata", "updatedataex", "deletedata"}) {
-        const auto outcome = Run(function, {{"sql", "select * from nope"}}, {{"a", "1"}});
+        const auto outcome = Call(function, {{"sql", "select * from nope"}}, {{"a", "1"}});
         EXPECT_EQ(outcome, std::string("-2147217865 ") + kCore + "no such table: nope") << function;
     }
 }
@@ -109,37 +94,37 @@ TEST_F(ChangesTest, AdditionKeepsToTheColumnsType) {
                                  {"text", "'ab'", {""}, "13 Type mismatch."},
                                  {"datetime", "'2024-02-28 12:00:00'", {"0.5"}, "2024-02-29 00:00:00"}}) {
         SCOPED_TRACE(std::string(expected.type) + " " + expected.value);
-        Sql("drop table if exists t");
-        Sql(std::string("create table t (id integer primary key, Nümber ") + expected.type +
+        Run("drop table if exists t");
+        Run(std::string("create table t (id integer primary key, Nümber ") + expected.type +
             ", other integer)");
-        Sql(std::string("insert into t values (1, ") + expected.value + ", 1)");
+        Run(std::string("insert into t values (1, ") + expected.value + ", 1)");
         std::string outcome;
         for (const char* text : expected.added) {
-            outcome = Run("updatedatacoladd", {{"sql", "t"}, {"col", "nÜMBER"}},
-                          {{"NÜMBER", text}, {"other", "7"}});
+            outcome = Call("updatedatacoladd", {{"sql", "t"}, {"col", "nÜMBER"}},
+                           {{"NÜMBER", text}, {"other", "7"}});
         }
         if (outcome != "1") {
             EXPECT_THAT(outcome, testing::MatchesRegex("-?[0-9]+ ZorbDbAccessEngine:clsZorbTivCore:.*"));
             outcome.erase(outcome.find(kCore), std::string_view(kCore).size());
             EXPECT_THAT(outcome, testing::StartsWith(expected.sum));
-            EXPECT_EQ(Value("select other from t"), "1") << "all of the row or nothing";
+            EXPECT_EQ(Rows("select other from t"), "1") << "all of the row or nothing";
             continue;
         }
-        EXPECT_EQ(Value("select * from (select nümber from t)"), expected.sum);
-        EXPECT_EQ(Value("select other from t"), "7");
+        EXPECT_EQ(Rows("select * from (select nümber from t)"), expected.sum);
+        EXPECT_EQ(Rows("select other from t"), "7");
     }
-    Sql("drop table t");
-    Sql("create table t (id integer primary key, n integer)");
-    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}, {"col", "n"}}, {{"n", "3"}}), "1")
+    Run("drop table t");
+    Run("create table t (id integer primary key, n integer)");
+    EXPECT_EQ(Call("updatedatacoladd", {{"sql", "t"}, {"col", "n"}}, {{"n", "3"}}), "1")
         << "added as a new row";
-    EXPECT_EQ(Run("updatedatacoladd", {{"sql", "t"}, {"col", "none"}}, {{"n", "4"}}), "1");
-    EXPECT_EQ(Value("select n from t"), "4");
+    EXPECT_EQ(Call("updatedatacoladd", {{"sql", "t"}, {"col", "none"}}, {{"n", "4"}}), "1");
+    EXPECT_EQ(Rows("select n from t"), "4");
 }
 
 TEST_F(ChangesTest, FilesGoIntoColumnsAndOutAgainByteForByte) {
-    Sql("create table t (id integer primary key, b blob, m memo, v varbinary(5000000), f binary(5000000))");
-    Sql("insert into t (id) values (1)");
-    const std::string out = folder_.PathOf("out");
+    Run("create table t (id integer primary key, b blob, m memo, v varbinary(5000000), f binary(5000000))");
+    Run("insert into t (id) values (1)");
+    const std::string out = folder.PathOf("out");
     for (const std::size_t size : {1U, 4095U, 4096U, 4097U, 1048575U, 1048576U, 1048577U, 4200000U}) {
         const std::string content = Content(size);
         const std::string in = File("in", content);
@@ -148,32 +133,31 @@ TEST_F(ChangesTest, FilesGoIntoColumnsAndOutAgainByteForByte) {
             ASSERT_EQ(Get(out, column), "1") << size;
             EXPECT_TRUE(ReadFile(out) == content) << column << " " << size;
         }
-        EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", in, 1}, {"v", in, 1}}), "1");
-        EXPECT_EQ(Value("select length(b) || ' ' || length(v) from t"),
+        EXPECT_EQ(Call("updatedata", {{"sql", "t"}}, {{"b", in, 1}, {"v", in, 1}}), "1");
+        EXPECT_EQ(Rows("select length(b) || ' ' || length(v) from t"),
                   std::to_string(size) + " " + std::to_string(size));
     }
     const std::string empty = File("empty", "");
     for (const char* column : {"b", "m", "v"}) EXPECT_EQ(Put(empty, column), "1");
-    EXPECT_EQ(Value("select typeof(b) || length(b) || typeof(m) || typeof(v) from t"), "blob4200000textnull");
+    EXPECT_EQ(Rows("select typeof(b) || length(b) || typeof(m) || typeof(v) from t"), "blob4200000textnull");
     EXPECT_EQ(Get(out, "v"), "1");
     EXPECT_EQ(ReadFile(out), "") << "what stood there is gone";
-    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", empty, 1}, {"f", empty, 1}}), "1");
-    EXPECT_EQ(Value("select length(b) || typeof(f) from t"), "4200000null");
+    EXPECT_EQ(Call("updatedata", {{"sql", "t"}}, {{"b", empty, 1}, {"f", empty, 1}}), "1");
+    EXPECT_EQ(Rows("select length(b) || typeof(f) from t"), "4200000null");
     EXPECT_EQ(Add({{"b", empty, 1}, {"v", empty, 1}}), "1");
-    EXPECT_EQ(Value("select typeof(b) || typeof(v) from t where id = 2"), "nullnull");
+    EXPECT_EQ(Rows("select typeof(b) || typeof(v) from t where id = 2"), "nullnull");
     EXPECT_EQ(Put("", "B "), "2") << "no file makes all rows null";
     EXPECT_EQ(Put("", "id", "select * from t where id = 2 and id is null"),
               std::string("-1 ") + kCore + "Specified data not found.");
-    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "  M"}}), "2");
-    EXPECT_EQ(Run("deletebinarydata", {{"sql", "select m from t where id > 5"}, {"colname", "m"}}), "0");
-    EXPECT_EQ(Value("select count(*) from t where b is null and m is null"), "2");
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data.db", "empty", "in", "out"))
-        << "nothing else is left behind";
+    EXPECT_EQ(Call("deletebinarydata", {{"sql", "t"}, {"colname", "  M"}}), "2");
+    EXPECT_EQ(Call("deletebinarydata", {{"sql", "select m from t where id > 5"}, {"colname", "m"}}), "0");
+    EXPECT_EQ(Rows("select count(*) from t where b is null and m is null"), "2");
+    EXPECT_THAT(folder.FilesIn(), ElementsAre("empty", "in", "out")) << "nothing else is left behind";
 }
 
 TEST_F(ChangesTest, WhatDoesNotFitIsSaidAndNothingIsChanged) {
-    Sql("create table t (id integer primary key, b varbinary(10), name text, ok blob)");
-    Sql("insert into t values (1, x'01', 'x', x'02'), (2, null, 'y', null)");
+    Run("create table t (id integer primary key, b varbinary(10), name text, ok blob)");
+    Run("insert into t values (1, x'01', 'x', x'02'), (2, null, 'y', null)");
     const std::string ten = File("ten", Content(10));
     const std::string eleven = File("eleven", Content(11));
     const auto core = [](const char* words) { return std::string("-1 ") + kCore + words; };
@@ -181,49 +165,49 @@ TEST_F(ChangesTest, WhatDoesNotFitIsSaidAndNothingIsChanged) {
     const std::string notBinary = core("clsZorbTivCore:Not a valid field (neither binary nor long).");
     EXPECT_EQ(Put(eleven), tooBig);
     EXPECT_EQ(Add({{"b", eleven, 1}}), tooBig);
-    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"b", eleven, 1}}), tooBig);
+    EXPECT_EQ(Call("updatedata", {{"sql", "t"}}, {{"b", eleven, 1}}), tooBig);
     EXPECT_EQ(Put(ten, "name"), notBinary);
     EXPECT_EQ(Add({{"name", ten, 1}}), notBinary);
-    EXPECT_EQ(Run("updatedata", {{"sql", "t"}}, {{"name", ten, 1}}), notBinary);
-    EXPECT_EQ(Get(folder_.PathOf("out"), "name"), notBinary);
+    EXPECT_EQ(Call("updatedata", {{"sql", "t"}}, {{"name", ten, 1}}), notBinary);
+    EXPECT_EQ(Get(folder.PathOf("out"), "name"), notBinary);
     EXPECT_EQ(Put(ten, "none"), core("Specified field not found."));
-    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "none"}}),
+    EXPECT_EQ(Call("deletebinarydata", {{"sql", "t"}, {"colname", "none"}}),
               core("Specified field not found."));
-    EXPECT_EQ(Get(folder_.PathOf("out"), "b b"), core("Specified field not found."));
-    EXPECT_EQ(Get(folder_.PathOf("out"), "b", "select b from t where id > 2"),
+    EXPECT_EQ(Get(folder.PathOf("out"), "b b"), core("Specified field not found."));
+    EXPECT_EQ(Get(folder.PathOf("out"), "b", "select b from t where id > 2"),
               core("No data retrieved from database."));
     EXPECT_EQ(Put(ten, "b", "select b from t where id > 2"), core("Specified data not found."));
-    EXPECT_THAT(Put(folder_.PathOf("none")), HasSubstr("53 "));
-    EXPECT_THAT(Put(folder_.PathOf("none\\ten")), HasSubstr("76 "));
-    EXPECT_THAT(Put(folder_.PathOf("")), HasSubstr("75 "));
-    EXPECT_THAT(Add({{"b", folder_.PathOf("none"), 1}}), HasSubstr("53 "));
-    EXPECT_THAT(Get(folder_.PathOf("none/out")), HasSubstr("76 "));
-    EXPECT_THAT(Get(folder_.PathOf("")), HasSubstr("75 "));
-    EXPECT_EQ(Value("select id || hex(b) from t"), "101|2");
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("data.db", "eleven", "ten"));
+    EXPECT_THAT(Put(folder.PathOf("none")), HasSubstr("53 "));
+    EXPECT_THAT(Put(folder.PathOf("none\\ten")), HasSubstr("76 "));
+    EXPECT_THAT(Put(folder.PathOf("")), HasSubstr("75 "));
+    EXPECT_THAT(Add({{"b", folder.PathOf("none"), 1}}), HasSubstr("53 "));
+    EXPECT_THAT(Get(folder.PathOf("none/out")), HasSubstr("76 "));
+    EXPECT_THAT(Get(folder.PathOf("")), HasSubstr("75 "));
+    EXPECT_EQ(Rows("select id || hex(b) from t"), "101|2");
+    EXPECT_THAT(folder.FilesIn(), ElementsAre("eleven", "ten"));
 
     // The second row is refused by a trigger: the first one, too, keeps what it had.
-    Sql("create trigger no before update of ok on t when old.id = 2 begin select raise(abort, 'not this "
+    Run("create trigger no before update of ok on t when old.id = 2 begin select raise(abort, 'not this "
         "one'); end");
     const auto refused = std::string("-2147217873 ") + kCore + "not this one";
     EXPECT_EQ(Put(ten, "ok"), refused);
-    EXPECT_EQ(Value("select hex(ok) from t"), "02|");
-    engine_.GetDatabaseConnection()->BeginTrans();
-    Sql("update t set name = 'inside' where id = 1");
+    EXPECT_EQ(Rows("select hex(ok) from t"), "02|");
+    engine.GetDatabaseConnection()->BeginTrans();
+    engine.GetDatabaseConnection()->Execute("update t set name = 'inside' where id = 1");
     EXPECT_EQ(Put(ten, "ok"), refused);
-    engine_.GetDatabaseConnection()->CommitTrans();
-    EXPECT_EQ(Value("select hex(ok) || name from t where id = 1"), "02inside")
+    engine.GetDatabaseConnection()->CommitTrans();
+    EXPECT_EQ(Rows("select hex(ok) || name from t where id = 1"), "02inside")
         << "only its own part is undone";
-    EXPECT_EQ(Run("deletebinarydata", {{"sql", "t"}, {"colname", "ok"}}), refused);
-    EXPECT_EQ(Value("select count(ok) from t"), "0") << "this one does not undo";
+    EXPECT_EQ(Call("deletebinarydata", {{"sql", "t"}, {"colname", "ok"}}), refused);
+    EXPECT_EQ(Rows("select count(ok) from t"), "0") << "this one does not undo";
     EXPECT_EQ(Put(ten), "2");
-    EXPECT_EQ(Get(folder_.PathOf("ten out")), "1");
-    EXPECT_EQ(ReadFile(folder_.PathOf("ten out")), Content(10));
+    EXPECT_EQ(Get(folder.PathOf("ten out")), "1");
+    EXPECT_EQ(ReadFile(folder.PathOf("ten out")), Content(10));
 }
 
 TEST_F(ChangesTest, APipeIsAFile) {
-    Sql("create table t (id integer primary key, b blob)");
-    const std::string pipe = folder_.PathOf("pipe");
+    Run("create table t (id integer primary key, b blob)");
+    const std::string pipe = folder.PathOf("pipe");
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     const std::string content = Content(100000);
     std::thread writer([&] { WriteFile(pipe, content); });

@@ -3,17 +3,15 @@
 // The halvtiv command as its users meet it: the built program, run in a folder of its own.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <halvtiv/halvtiv.hpp>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "support.hpp"
 
 namespace halvtiv::test {
 
@@ -25,11 +23,6 @@ struct Outcome {
     std::string err;
 };
 
-inline std::string ReadFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 inline bool Contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
@@ -37,17 +30,10 @@ inline bool Contains(std::string_view text, std::string_view part) {
 class CommandTest : public testing::Test {
 protected:
     CommandTest() {
-        std::string name = (fs::temp_directory_path() / "halvtiv-command-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-        folder_ = name;
-
-        ado::Connection connection;
-        connection.Open("Provider=SQLite;Create=1;Data Source=" + (folder_ / "shop.db").string());
-        connection.Execute("create table item (id INTEGER PRIMARY KEY, name TEXT, price REAL)");
-        connection.Execute("insert into item values (9, '\u4e2d\u6587', 2.5)");
-        connection.Execute("insert into item values (10, 'e\u0301' || char(13, 10) || '\"a\", b', null)");
-        connection.Close();
-
+        MakeDatabase(folder_ / "shop.db",
+                     "create table item (id INTEGER PRIMARY KEY, name TEXT, price REAL);"
+                     "insert into item values (9, '\u4e2d\u6587', 2.5),"
+                     "(10, 'e\u0301' || char(13, 10) || '\"a\", b', null)");
         Write("get.xml", Request("public.getdata", "select * from item order by id"));
         Write("defs.xml",
               "<functions><functiondef name='item.byid'><paramdef>"
@@ -94,7 +80,7 @@ protected:
         EXPECT_TRUE(Contains(outcome.err, reason)) << arguments << " says: " << outcome.err;
     }
 
-    fs::path folder_;
+    fs::path folder_ = MakeTemporaryFolder();
 };
 
 }  // namespace halvtiv::test

@@ -148,17 +148,9 @@ std::ostream& operator<<(std::ostream& out, const DatabaseTraits& traits) {
 
 std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Params params,
                     const std::vector<Item>* items) {
-    ZorbFunctionCall call;
-    call.FunctionName("public." + std::string(function));
-    call.FunctionGUID("K");
-    for (const auto& [name, value] : params) call.AddParam(name, value);
-    if (items) {
-        const auto block = call.AddDataParam("data");
-        for (const Item& item : *items) call.AddSubParam(block, item.name, item.value, item.type);
-    }
-    std::string request;
     std::string xml;
-    EXPECT_TRUE(call.Save(request) && engine.RunFunction(request, xml)) << engine.GetLastError();
+    EXPECT_TRUE(engine.RunFunction(Request("public." + std::string(function), params, items), xml))
+        << engine.GetLastError();
     ZorbFunctionResult result;
     EXPECT_TRUE(result.Parse(xml));
     const auto cells = result.GetResultDataItem("K", 0);
@@ -185,15 +177,15 @@ void DatabaseFixture::Open(const DatabaseTraits& traits) {
         return text.replace(text.find('%'), 1, place);
     };
     if (traits.variable.empty()) {
-        folder_ = std::make_unique<TemporaryFolder>();
-        string_ = at(traits.connect, folder_->PathOf("data.db"));
+        place_ = std::make_unique<TemporaryFolder>();
+        string_ = at(traits.connect, place_->PathOf("data.db"));
     } else if (const char* server = ::getenv(traits.variable.c_str())) {
-        place_ = "test_" + std::to_string(::getpid());
+        name_ = "test_" + std::to_string(::getpid());
         admin_ = std::make_shared<ado::Connection>();
         admin_->Open(server);
-        admin_->Execute(at(traits.drop, place_));
-        admin_->Execute(at(traits.make, place_));
-        string_ = server + at(traits.connect, place_);
+        admin_->Execute(at(traits.drop, name_));
+        admin_->Execute(at(traits.make, name_));
+        string_ = server + at(traits.connect, name_);
     } else {
         GTEST_SKIP() << "NOT TESTED ON " << traits.name << ": " << traits.variable
                      << " is not set; run the tests through scripts/test-servers";
@@ -211,10 +203,10 @@ void DatabaseFixture::Close() {
     connection.reset();
     if (admin_) {
         auto drop = traits_->drop;
-        admin_->Execute(drop.replace(drop.find('%'), 1, place_));
+        admin_->Execute(drop.replace(drop.find('%'), 1, name_));
     }
     admin_.reset();
-    folder_.reset();
+    place_.reset();
 }
 
 }  // namespace halvtiv::test

@@ -101,20 +101,11 @@ inline std::string DatabaseName(const testing::TestParamInfo<const DatabaseTrait
 
 /// What comes of a call of a built-in function, "public." left out, whose items are its "data" block: the
 /// returned number, or the error's number and words.
-struct Item {
-    const char* name;
-    std::string value;
-    std::int32_t type = 0;
-};
 std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Params params,
                     const std::vector<Item>* items = nullptr);
 
 /// The rows from the current one on, "a b|c d", null as "null".
 std::string RestOf(const ado::RecordsetPtr& rows);
-
-inline std::int32_t NumberOf(const std::function<void()>& action) {
-    return ErrorOf(action).Number;
-}
 
 /// A connection to an empty database of the test's own.
 class DatabaseFixture {
@@ -126,9 +117,9 @@ public:
     const DatabaseTraits& Traits() const { return *traits_; }
     bool Has(Can can) const { return traits_->Has(can); }
     const std::string& ConnectionString() const { return string_; }
-    ado::ConnectionPtr Connect() const {
+    ado::ConnectionPtr Connect(std::string_view more = {}) const {
         auto opened = std::make_shared<ado::Connection>();
-        opened->Open(string_);
+        opened->Open(string_ + std::string(more));
         return opened;
     }
     void Run(std::string_view sql) const {
@@ -156,13 +147,26 @@ public:
     }
 
     ado::ConnectionPtr connection;
+    TemporaryFolder folder;  ///< for other files than the database's
 
 private:
     const DatabaseTraits* traits_ = nullptr;
     std::string string_;
-    std::unique_ptr<TemporaryFolder> folder_;
-    std::string place_;
+    std::unique_ptr<TemporaryFolder> place_;
+    std::string name_;
     ado::ConnectionPtr admin_;
+};
+
+/// What one database alone can do.
+class OneDatabase : public testing::Test, protected DatabaseFixture {
+protected:
+    explicit OneDatabase(const DatabaseTraits& traits) : database_(traits) {}
+    using DatabaseFixture::Run;
+    void SetUp() override { Open(database_); }
+    void TearDown() override { Close(); }
+
+private:
+    const DatabaseTraits& database_;
 };
 
 /// One suite for every database: what an application may count on wherever its data is.
@@ -191,7 +195,6 @@ protected:
     }
 
     ZorbDbAccessEngine engine;
-    TemporaryFolder folder;
 };
 
 }  // namespace halvtiv::test

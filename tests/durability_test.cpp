@@ -61,23 +61,16 @@ protected:
                nullptr;
     }
     static std::string Run(ZorbDbAccessEngine& engine, std::string_view function, test::Params params,
-                           const std::vector<std::pair<const char*, std::string>>& items = {},
-                           std::int32_t type = 0) {
-        ZorbFunctionCall call;
-        call.FunctionName("public." + std::string(function));
-        call.FunctionGUID("K");
-        for (const auto& [name, value] : params) call.AddParam(name, value);
-        const auto block = call.AddDataParam("data");
-        for (const auto& [name, value] : items) call.AddSubParam(block, name, value, type);
-        std::string request, xml;
-        if (!call.Save(request) || !engine.RunFunction(request, xml)) return engine.GetLastError();
+                           const std::vector<test::Item>& items = {}) {
+        std::string xml;
+        const auto request = test::Request("public." + std::string(function), params, &items);
+        if (!engine.RunFunction(request, xml)) return engine.GetLastError();
         const auto entries = test::Entries(xml);
         return entries.empty() ? "" : entries.back();
     }
     std::string Run(std::string_view function, test::Params params,
-                    const std::vector<std::pair<const char*, std::string>>& items = {},
-                    std::int32_t type = 0) {
-        return Run(engine_, function, params, items, type);
+                    const std::vector<test::Item>& items = {}) {
+        return Run(engine_, function, params, items);
     }
     std::string Sql(const std::string& sql) { return Run("executesql", {{"sql", sql}}); }
     /// A file of zeros, which takes no room on the disk.
@@ -154,7 +147,7 @@ TEST_F(DurabilityTest, AFullDiskLeavesWhatWasThere) {
         Run("getdata", {{"sql", "select count(*), sum(length(a)), sum(length(b)) from t"}});
     const auto fillUp = [&] {
         return std::vector<std::string>{
-            Run("adddata", {{"sql", "t"}}, {{"b", big}}, 1),
+            Run("adddata", {{"sql", "t"}}, {{"b", big, 1}}),
             Run("adddata", {{"sql", "t"}}, {{"a", std::string(1 << 20, 'x')}}),
             Run("setbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", big}}),
             Sql("update t set b = zeroblob(99999)")};
@@ -330,7 +323,7 @@ TEST_F(DurabilityTest, ALargeFileIsNeverHeldWhole) {
     const std::size_t before = PeakBytes();
     ASSERT_GT(before, 0U);
     EXPECT_EQ(Run("setbinarydata", {{"sql", "t"}, {"colname", "photo"}, {"filename", file}}), kDone);
-    EXPECT_EQ(Run("adddata", {{"sql", "t"}}, {{"photo", file}}, 1), kDone);
+    EXPECT_EQ(Run("adddata", {{"sql", "t"}}, {{"photo", file, 1}}), kDone);
     EXPECT_EQ(Run("getbinarydata", {{"sql", "t"}, {"colname", "photo"}, {"filename", folder_.PathOf("out")}}),
               kDone);
     EXPECT_THAT(

@@ -22,11 +22,9 @@ namespace {
 
 using test::ErrorOf;
 
-class MariaDbTest : public testing::Test, protected test::DatabaseFixture {
+class MariaDbTest : public test::OneDatabase {
 protected:
-    using DatabaseFixture::Run;
-    void SetUp() override { Open(test::MariaDb()); }
-    void TearDown() override { Close(); }
+    MariaDbTest() : OneDatabase(test::MariaDb()) {}
 };
 
 TEST_F(MariaDbTest, TypesHaveTheirNumbersSizesAndFormats) {

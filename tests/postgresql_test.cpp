@@ -22,16 +22,11 @@ namespace halvtiv::ado {
 namespace {
 
 using test::ErrorOf;
+using test::NumberOf;
 
-std::int32_t NumberOf(const std::function<void()>& action) {
-    return ErrorOf(action).Number;
-}
-
-class PostgresqlTest : public testing::Test, protected test::DatabaseFixture {
+class PostgresqlTest : public test::OneDatabase {
 protected:
-    using DatabaseFixture::Run;
-    void SetUp() override { Open(test::Postgresql()); }
-    void TearDown() override { Close(); }
+    PostgresqlTest() : OneDatabase(test::Postgresql()) {}
 
     /// Ends the server's side of the connection, as a restart of the server would.
     void EndServerSide() {

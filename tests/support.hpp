@@ -31,6 +31,10 @@ inline ErrorInfo ErrorOf(const std::function<void()>& action) {
     return {};
 }
 
+inline std::int32_t NumberOf(const std::function<void()>& action) {
+    return ErrorOf(action).Number;
+}
+
 /// A new empty folder under a name that no other test has.
 inline std::filesystem::path MakeTemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "halvtiv-test-XXXXXX").string();
@@ -85,12 +89,24 @@ inline ado::ConnectionPtr MakeDatabase(const std::string& path, std::string_view
 
 using Params = std::initializer_list<std::pair<std::string_view, std::string_view>>;
 
+/// A column's value, or a file's name, in a call's "data" block.
+struct Item {
+    const char* name;
+    std::string value;
+    std::int32_t type = 0;
+};
+
 /// A request's XML text, under the key "K".
-inline std::string Request(std::string_view function, Params params = {}) {
+inline std::string Request(std::string_view function, Params params = {},
+                           const std::vector<Item>* items = nullptr) {
     ZorbFunctionCall call;
     call.FunctionName(function);
     call.FunctionGUID("K");
     for (const auto& [name, value] : params) call.AddParam(name, value);
+    if (items) {
+        const auto block = call.AddDataParam("data");
+        for (const Item& item : *items) call.AddSubParam(block, item.name, item.value, item.type);
+    }
     std::string xml;
     EXPECT_TRUE(call.Save(xml)) << call.GetLastError();
     return xml;
