@@ -159,18 +159,6 @@ std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Param
     return cells->GetItemValueByName("number") + " " + cells->GetItemValueByName("description");
 }
 
-std::string RestOf(const ado::RecordsetPtr& rows) {
-    std::string all;
-    for (bool isFirst = true; !rows->IsEOF(); rows->MoveNext(), isFirst = false) {
-        if (!isFirst) all += '|';
-        for (std::int32_t i = 0; i < rows->Fields().Count(); ++i) {
-            const auto value = rows->Fields().Item(i)->Value();
-            all += (i > 0 ? " " : "") + (value.IsNull() ? "null" : value.Text());
-        }
-    }
-    return all;
-}
-
 void DatabaseFixture::Open(const DatabaseTraits& traits) {
     traits_ = &traits;
     const auto at = [](std::string text, const std::string& place) {

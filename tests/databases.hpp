@@ -104,9 +104,6 @@ inline std::string DatabaseName(const testing::TestParamInfo<const DatabaseTrait
 std::string Outcome(ZorbDbAccessEngine& engine, std::string_view function, Params params,
                     const std::vector<Item>* items = nullptr);
 
-/// The rows from the current one on, "a b|c d", null as "null".
-std::string RestOf(const ado::RecordsetPtr& rows);
-
 /// A connection to an empty database of the test's own.
 class DatabaseFixture {
 public:

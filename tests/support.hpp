@@ -87,6 +87,19 @@ inline ado::ConnectionPtr MakeDatabase(const std::string& path, std::string_view
     return connection;
 }
 
+/// The rows from the current one on, "a b|c d", null as "null".
+inline std::string RestOf(const ado::RecordsetPtr& rows) {
+    std::string all;
+    for (bool isFirst = true; !rows->IsEOF(); rows->MoveNext(), isFirst = false) {
+        if (!isFirst) all += '|';
+        for (std::int32_t i = 0; i < rows->Fields().Count(); ++i) {
+            const auto value = rows->Fields().Item(i)->Value();
+            all += (i > 0 ? " " : "") + (value.IsNull() ? "null" : value.Text());
+        }
+    }
+    return all;
+}
+
 using Params = std::initializer_list<std::pair<std::string_view, std::string_view>>;
 
 /// A column's value, or a file's name, in a call's "data" block.
