@@ -160,9 +160,9 @@ TEST(ColumnDataItemsTest, PositionsKeysAndNames) {
     EXPECT_EQ(Describe(items), "y=2:0:;");
 
     // However an item goes, its key is free again, and the others keep theirs.
-    const auto removals = {
-        std::function<void()>([&] { items.Remove(2); }), std::function<void()>([&] { items.Remove("GONE"); }),
-        std::function<void()>([&] { items.RemoveItemByName("g"); })};
+    const auto removals = {std::function<void()>([&] { items.Remove(2); }),
+                           std::function<void()>([&] { items.Remove("GONE"); }),
+                           std::function<void()>([&] { items.RemoveItemByName("g"); })};
     for (const auto& remove : removals) {
         items.Add("g", "5", 0, "", "gone");
         items.Add("h", "6", 0, "", "stays");

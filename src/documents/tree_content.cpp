@@ -143,8 +143,8 @@ private:
         return SelectXmlNodes(*document_, Expression(guid, rest)).first().node();
     }
 
-    // A key without a quote is compared as it stands. An expression would collect every row of an entry first,
-    // and the rows are asked for one by one.
+    // A key without a quote is compared as it stands. An expression would collect every row of an entry
+    // first, and the rows are asked for one by one.
 
     static bool IsPlain(std::string_view guid) { return guid.find('\'') == std::string_view::npos; }
 
