@@ -45,7 +45,10 @@ Definition ReadDefinition(const pugi::xml_node& node) {
                                          platform::ToLower(Trimmed(param.attribute("type").value())),
                                          Trimmed(value ? value.value() : param.child_value())});
     }
-    definition.base = Trimmed(node.select_node("function[@name!='']").node().attribute("name").value());
+    // The body that serves every database stands for one that is meant for some.
+    pugi::xml_node body = node.select_node("function[@name!='' and not(@provider)]").node();
+    if (!body) body = node.select_node("function[@name!='']").node();
+    definition.base = Trimmed(body.attribute("name").value());
     return definition;
 }
 
@@ -174,9 +177,10 @@ ExitStatus ListDefinitions(const Options& options) {
             if (Loads(found.node(), definition.name)) AddDefinition(definitions, std::move(definition));
         }
         if (report.failed > 0) {
-            failed.push_back(
-                file + ": " + std::to_string(report.failed) +
-                " definitions are not listed because they do not load; 'halvtiv defs check' says why.");
+            failed.push_back(file + ": " + std::to_string(report.failed) +
+                             (report.failed == 1 ? " definition is not listed because it does not load"
+                                                 : " definitions are not listed because they do not load") +
+                             "; 'halvtiv defs check' says why.");
         }
     }
     RaiseUnreadable(unreadable);

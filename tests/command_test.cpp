@@ -349,8 +349,12 @@ TEST_F(CommandTest, DefsListShowsWhatLoads) {
               "item.byid  public.getdata\n"
               "  id       integer  number of the item\n"
               "  word     text\n");
-    EXPECT_TRUE(Contains(outcome.err, "broken.xml")) << outcome.err;
+    EXPECT_TRUE(Contains(outcome.err, "broken.xml: 1 definition is not listed")) << outcome.err;
     EXPECT_EQ(Run("defs list defs.xml").status, 0);
+    Write("bodies.xml",
+          "<functions><functiondef name='f'><function name='public.executesql' provider='MariaDB'/>"
+          "<function name='public.getdata'/></functiondef></functions>");
+    EXPECT_EQ(Run("defs list bodies.xml").out, "f  public.getdata\n") << "the body of most databases";
     ExpectRefused("defs list defs.xml missing.xml", "missing.xml");
     ExpectRefused("defs list out", "out");
     const Outcome piped =

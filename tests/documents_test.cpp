@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -156,6 +157,21 @@ TEST(ColumnDataItemsTest, PositionsKeysAndNames) {
         items.RemoveItemByName("absent", position);
     }
     items.RemoveItemByName("x", 1);
+    EXPECT_EQ(Describe(items), "y=2:0:;");
+
+    // However an item goes, its key is free again, and the others keep theirs.
+    const auto removals = {std::function<void()>([&] { items.Remove(2); }),
+                           std::function<void()>([&] { items.Remove("GONE"); }),
+                           std::function<void()>([&] { items.RemoveItemByName("g"); })};
+    for (const auto& remove : removals) {
+        items.Add("g", "5", 0, "", "gone");
+        items.Add("h", "6", 0, "", "stays");
+        remove();
+        EXPECT_EQ(ErrorOf([&] { items.Item("gone"); }).Number, 5);
+        EXPECT_EQ(items.Item("stays"), items.Item(2));
+        EXPECT_EQ(items.Item("k")->Value, "2");
+        items.Remove("stays");
+    }
     EXPECT_EQ(Describe(items), "y=2:0:;");
     items.Add("ИМЯ ÄÉ", "4");
     EXPECT_EQ(items.GetItemValueByName("имя äé"), "4");

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <halvtiv/export.hpp>
@@ -33,7 +34,8 @@ using ZorbColumnDataItemsPtr = std::shared_ptr<ZorbColumnDataItems>;
 /// 457 duplicate key).
 class HALVTIV_API ZorbColumnDataItems {
 public:
-    /// Visits the items in order.
+    /// Visits the items in order. Adding and removing end a visit: what has been got before it must not be
+    /// used any more.
     class Iterator {
     public:
         using iterator_category = std::forward_iterator_tag;
@@ -122,14 +124,15 @@ private:
     void Append(ZorbColumnDataItemPtr item);
     void TakeFrom(ZorbColumnDataItems& other) noexcept;
     const ZorbColumnDataItemPtr& ItemAt(std::size_t index) const;
-    std::size_t PositionOfKey(std::string_view key) const;
+    void RemoveAt(std::size_t index);
 
     struct Entry {
         ZorbColumnDataItemPtr item;
-        std::string key;
+        const std::string* key = nullptr;  // that of keys_; null when the item has none
     };
     std::string tag_;
     std::vector<Entry> entries_;
+    std::unordered_map<std::string, ZorbColumnDataItemPtr> keys_;  // lower-cased
 };
 
 }  // namespace halvtiv

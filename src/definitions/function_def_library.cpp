@@ -1,6 +1,7 @@
 #include "definitions/function_def_library.hpp"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "foundation/guarded.hpp"
@@ -58,6 +59,9 @@ bool clsZorbFunctionDefLibrary::LoadFunctionDefsXml(std::string_view xml, std::s
 template <typename Load>
 bool clsZorbFunctionDefLibrary::LoadReporting(std::string& report, Load&& load) {
     std::string lines;  // aside: the caller may give one text for both
+    const auto breakOff = [&lines](std::string_view reason) {
+        lines.append("Loading process broken by error: ").append(reason).append(kNewLine);
+    };
     const bool loaded = Succeeds(errors_, [&] {
         lines.append("Loading functions ...").append(kNewLine);
         try {
@@ -65,7 +69,10 @@ bool clsZorbFunctionDefLibrary::LoadReporting(std::string& report, Load&& load) 
             load(document);
             LoadDocument(document, lines);
         } catch (const ErrorInfo& error) {
-            lines.append("Loading process broken by error: ").append(error.Description).append(kNewLine);
+            breakOff(error.Description);
+            throw;
+        } catch (const std::bad_alloc&) {
+            breakOff(platform::RunTimeErrorText(platform::RunTimeError::OutOfMemory));
             throw;
         }
     });

@@ -82,17 +82,23 @@ ZorbColumnDataItemPtr ZorbColumnDataItems::Add(std::string_view sName, std::stri
     RequireXmlText(sName);
     RequireXmlText(sValue);
     RequireXmlText(sExtraValue);
-    std::string key;
-    if (!entries_.empty() && !sKey.empty()) {
-        key = platform::ToLower(sKey);
-        if (PositionOfKey(key) != entries_.size()) RaiseRunTimeError(RunTimeError::DuplicateKey);
-    }
     auto item = std::make_shared<ZorbColumnDataItem>();
     item->Name = sName;
     item->Value = sValue;
     item->DataType = lDataType;
     item->ExtraValue = sExtraValue;
-    entries_.push_back({item, std::move(key)});
+    if (entries_.empty() || sKey.empty()) {
+        Append(item);
+        return item;
+    }
+    const auto [key, added] = keys_.try_emplace(platform::ToLower(sKey), item);
+    if (!added) RaiseRunTimeError(RunTimeError::DuplicateKey);
+    try {
+        entries_.push_back({item, &key->first});
+    } catch (...) {
+        keys_.erase(key);
+        throw;
+    }
     return item;
 }
 
@@ -106,9 +112,9 @@ ZorbColumnDataItemPtr ZorbColumnDataItems::Item(std::int32_t lIndex) const {
 }
 
 ZorbColumnDataItemPtr ZorbColumnDataItems::Item(std::string_view sKey) const {
-    const std::size_t position = PositionOfKey(platform::ToLower(sKey));
-    if (position == entries_.size()) RaiseRunTimeError(RunTimeError::InvalidArgument);
-    return entries_[position].item;
+    const auto found = keys_.find(platform::ToLower(sKey));
+    if (found == keys_.end()) RaiseRunTimeError(RunTimeError::InvalidArgument);
+    return found->second;
 }
 
 ZorbColumnDataItemPtr ZorbColumnDataItems::GetItemByName(std::string_view sName,
@@ -128,11 +134,12 @@ std::string ZorbColumnDataItems::GetItemValueByName(std::string_view sName) cons
 void ZorbColumnDataItems::RemoveItemByName(std::string_view sName, std::int32_t nStartIndex) {
     const std::string name(sName);  // it may be that of an item that goes
     const auto first = entries_.begin() + (std::clamp(nStartIndex, 1, Count() + 1) - 1);
-    entries_.erase(std::remove_if(first, entries_.end(),
-                                  [&name](const Entry& entry) {
-                                      return platform::EqualIgnoringCase(entry.item->Name, name);
-                                  }),
-                   entries_.end());
+    const auto goes = [&](const Entry& entry) {
+        if (!platform::EqualIgnoringCase(entry.item->Name, name)) return false;
+        if (entry.key != nullptr) keys_.erase(*entry.key);
+        return true;
+    };
+    entries_.erase(std::remove_if(first, entries_.end(), goes), entries_.end());
 }
 
 std::int32_t ZorbColumnDataItems::Count() const {
@@ -141,17 +148,20 @@ std::int32_t ZorbColumnDataItems::Count() const {
 
 void ZorbColumnDataItems::Remove(std::int32_t lIndex) {
     if (lIndex < 1 || lIndex > Count()) RaiseRunTimeError(RunTimeError::SubscriptOutOfRange);
-    entries_.erase(entries_.begin() + (lIndex - 1));
+    RemoveAt(static_cast<std::size_t>(lIndex) - 1);
 }
 
 void ZorbColumnDataItems::Remove(std::string_view sKey) {
-    const std::size_t position = PositionOfKey(platform::ToLower(sKey));
-    if (position == entries_.size()) RaiseRunTimeError(RunTimeError::InvalidArgument);
-    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(position));
+    const auto found = keys_.find(platform::ToLower(sKey));
+    if (found == keys_.end()) RaiseRunTimeError(RunTimeError::InvalidArgument);
+    const auto at = std::find_if(entries_.begin(), entries_.end(),
+                                 [&](const Entry& entry) { return entry.key == &found->first; });
+    RemoveAt(static_cast<std::size_t>(at - entries_.begin()));
 }
 
 void ZorbColumnDataItems::Reset() {
     entries_.clear();
+    keys_.clear();
 }
 
 std::string ZorbColumnDataItems::Tag() const {
@@ -211,23 +221,23 @@ ZorbColumnDataItems::Iterator ZorbColumnDataItems::end() const {
 void ZorbColumnDataItems::Append(ZorbColumnDataItemPtr item) {
     constexpr std::size_t kUsual = 4;
     if (entries_.empty()) entries_.reserve(kUsual);
-    entries_.push_back({std::move(item), {}});
+    entries_.push_back({std::move(item)});
 }
 
 void ZorbColumnDataItems::TakeFrom(ZorbColumnDataItems& other) noexcept {
     tag_ = std::move(other.tag_);
     entries_ = std::move(other.entries_);
+    keys_ = std::move(other.keys_);
 }
 
 const ZorbColumnDataItemPtr& ZorbColumnDataItems::ItemAt(std::size_t index) const {
     return entries_[index].item;
 }
 
-std::size_t ZorbColumnDataItems::PositionOfKey(std::string_view key) const {
-    if (key.empty()) return entries_.size();
-    const auto found = std::find_if(entries_.begin(), entries_.end(),
-                                    [key](const Entry& entry) { return entry.key == key; });
-    return static_cast<std::size_t>(found - entries_.begin());
+void ZorbColumnDataItems::RemoveAt(std::size_t index) {
+    const auto entry = entries_.begin() + static_cast<std::ptrdiff_t>(index);
+    if (entry->key != nullptr) keys_.erase(*entry->key);
+    entries_.erase(entry);
 }
 
 }  // namespace halvtiv

@@ -1,4 +1,6 @@
 #include <new>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "documents/item_xml.hpp"
@@ -44,31 +46,31 @@ public:
     }
 
     std::optional<std::string> EntryType(std::string_view guid) const override {
-        const pugi::xml_node entry = Select(guid, "");
+        const pugi::xml_node entry = FindEntry(guid);
         if (!entry) return std::nullopt;
         return std::string(GetXmlAttribute(entry, "type"));
     }
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
-        const pugi::xml_node row = Select(guid, "/row[last()]");
+        const pugi::xml_node row = LastRow(guid);
         if (!row) return std::nullopt;
         return std::string(GetXmlAttribute(row, "index", "0"));
     }
 
     std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
-        const pugi::xml_node row = Select(guid, "/row[@index='" + std::to_string(index) + "']");
+        const pugi::xml_node row = FindRow(guid, std::to_string(index));
         if (!row) return std::nullopt;
         return MarkupOf(row).ToString();
     }
 
     std::optional<std::string> EntryXml(std::string_view guid) const override {
-        const pugi::xml_node entry = Select(guid, "");
+        const pugi::xml_node entry = FindEntry(guid);
         if (!entry) return std::nullopt;
         return MarkupOf(entry).ToString();
     }
 
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        pugi::xml_node entry = Select(oldGuid, "");
+        pugi::xml_node entry = FindEntry(oldGuid);
         if (!entry) return false;
         SetAttribute(entry, "guid", newGuid);
         return true;
@@ -139,6 +141,49 @@ private:
 
     pugi::xml_node Select(std::string_view guid, std::string_view rest) const {
         return SelectXmlNodes(*document_, Expression(guid, rest)).first().node();
+    }
+
+    // A key without a quote is compared as it stands. An expression would collect every row of an entry
+    // first, and the rows are asked for one by one.
+
+    static bool IsPlain(std::string_view guid) { return guid.find('\'') == std::string_view::npos; }
+
+    static bool IsRow(const pugi::xml_node& node) {
+        return node.type() == pugi::node_element && std::string_view(node.name()) == "row";
+    }
+
+    /// The first thing that find(entry) answers for an entry under a plain key.
+    template <typename Find>
+    pugi::xml_node FirstOf(std::string_view guid, Find&& find) const {
+        for (const pugi::xml_node root : document_->children()) {
+            for (const pugi::xml_node entry : root.children("data")) {
+                const pugi::xml_attribute key = entry.attribute("guid");
+                if (!key || guid != key.value()) continue;
+                if (const pugi::xml_node found = find(entry)) return found;
+            }
+        }
+        return {};
+    }
+
+    pugi::xml_node FindEntry(std::string_view guid) const {
+        if (!IsPlain(guid)) return Select(guid, "");
+        return FirstOf(guid, [](const pugi::xml_node& entry) { return entry; });
+    }
+
+    pugi::xml_node FindRow(std::string_view guid, const std::string& index) const {
+        if (!IsPlain(guid)) return Select(guid, "/row[@index='" + index + "']");
+        return FirstOf(guid, [&index](const pugi::xml_node& entry) {
+            return entry.find_child_by_attribute("row", "index", index.c_str());
+        });
+    }
+
+    pugi::xml_node LastRow(std::string_view guid) const {
+        if (!IsPlain(guid)) return Select(guid, "/row[last()]");
+        return FirstOf(guid, [](const pugi::xml_node& entry) {
+            pugi::xml_node row = entry.last_child();
+            while (row && !IsRow(row)) row = row.previous_sibling();
+            return row;
+        });
     }
 
     static void SetAttribute(pugi::xml_node& element, const char* name, std::string_view value) {
