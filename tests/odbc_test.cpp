@@ -139,6 +139,29 @@ TEST_F(MariaDbTest, AProceduresResultsAreThoseOfItsBatch) {
     EXPECT_EQ(seen, (std::vector<std::string>{"one", "2", "3"}));
 }
 
+// Its driver takes such bodies for scripts.
+TEST_F(MariaDbTest, RoutinesAndTriggersOfSeveralStatementsAreMade) {
+    Run("create table t (a int, b int)");
+    Run("create or replace procedure two() begin insert into t values (1, 0); insert into t values (2, 0); "
+        "end");
+    Run("create trigger r before insert on t for each row begin set new.a = new.a + 10; set new.b = 5; end");
+    Run("call two()");
+    EXPECT_EQ(Rows("select * from t"), "11 5|12 5");
+}
+
+// Its driver would read the next statement's answer where these rows are.
+TEST_F(MariaDbTest, RowsThatTheServerHasNotAnnouncedAreRead) {
+    Run("create table t (a int)");
+    for (const auto* sql : {"values (1), (2)", "(values (1)) union select 2 -- ;", "optimize table t",
+                            "repair table t", "/* ; */ xa recover"}) {
+        EXPECT_EQ(connection->Execute(sql)->State(), adStateOpen) << sql;
+        EXPECT_EQ(Rows("select 42"), "42") << sql;
+    }
+    EXPECT_EQ(Rows("values (1), (2)"), "1|2");
+    EXPECT_NE(test::NumberOf([&] { Run("help 'select'"); }), 0);
+    EXPECT_EQ(Rows("select 42"), "42");
+}
+
 TEST_F(MariaDbTest, TheNextHostIsTriedAndNoMessageShowsThePassword) {
     Connection other;
     const auto refused = ErrorOf(
