@@ -112,6 +112,8 @@ TEST_F(MariaDbTest, ErrorsCarryTheServersWordsAndNumbers) {
     const auto error = ErrorOf([&] { Run("select * from nope"); });
     EXPECT_NE(error.Description.find("nope' doesn't exist (SQLSTATE 42S02, code 1146)"), std::string::npos)
         << error.Description;
+    Run("create table t (a int not null, b int)");
+    EXPECT_EQ(test::NumberOf([&] { Run("insert into t (b) values (1)"); }), -2147217873);
 }
 
 TEST_F(MariaDbTest, WhatDoesNotFitIsNotCut) {
@@ -160,6 +162,30 @@ TEST_F(MariaDbTest, RowsThatTheServerHasNotAnnouncedAreRead) {
     EXPECT_EQ(Rows("values (1), (2)"), "1|2");
     EXPECT_NE(test::NumberOf([&] { Run("help 'select'"); }), 0);
     EXPECT_EQ(Rows("select 42"), "42");
+}
+
+TEST_F(MariaDbTest, DatesOfZerosAndBitsAreReplaced) {
+    Run("create table t (id int primary key, d date, m datetime, b bit(9))");
+    Run("set @mode = @@sql_mode, sql_mode = ''");
+    Run("insert into t values (1, '0000-00-00', '0000-00-00', b'101'), (2, null, null, null)");
+    Run("set sql_mode = @mode");
+    const auto rows = Change("select * from t");
+    EXPECT_EQ(rows->Fields().Item("b")->DefinedSize(), 2);
+    for (; !rows->IsEOF(); rows->MoveNext()) {
+        rows->Fields().Item("d")->Value(Variant("2024-02-29"));
+        rows->Fields().Item("m")->Value(Variant("2024-02-29 12:00:00"));
+        rows->Fields().Item("b")->Value(Variant(Bytes{1, 0}));
+        rows->Update();
+    }
+    EXPECT_EQ(Rows("select d, m, b + 0 from t"),
+              "2024-02-29 2024-02-29 12:00:00 256|2024-02-29 2024-02-29 12:00:00 256");
+    // What somebody else has written meanwhile is not lost.
+    Run("update t set d = null");
+    const auto late = Change("select * from t where id = 1");
+    EXPECT_TRUE(late->Fields().Item("d")->IsNull());
+    Run("update t set d = '2000-01-01'");
+    late->Fields().Item("d")->Value(Variant("2024-01-01"));
+    EXPECT_EQ(test::NumberOf([&] { late->Update(); }), -2147217864);
 }
 
 TEST_F(MariaDbTest, TheNextHostIsTriedAndNoMessageShowsThePassword) {

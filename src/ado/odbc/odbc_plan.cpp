@@ -35,8 +35,9 @@ public:
             const auto& origin = origins_[i];
             ChangeTarget::Column column;
             if (!origin.column.empty()) {
-                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column), true,
-                          ComparesFloats(columns_[i].info.type)};
+                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column),
+                          !columns_[i].isBits, ComparesFloats(columns_[i].info.type),
+                          NullTest(columns_[i].info.type, origin.column)};
             }
             target->columns.push_back(std::move(column));
         }
@@ -53,6 +54,12 @@ private:
     bool ComparesFloats(std::int32_t type) const {
         const auto dialect = session_.Traits().dialect;
         return type == adDouble && (dialect == OdbcDialect::MariaDb || dialect == OdbcDialect::PostgreSql);
+    }
+    // A date of zeros, which a server that is not strict takes, is read as null.
+    std::string NullTest(std::int32_t type, std::string_view name) const {
+        const bool isDate = type == adDBDate || type == adDBTimeStamp;
+        if (!isDate || session_.Traits().dialect != OdbcDialect::MariaDb) return {};
+        return "(" + Quoted(name) + " IS NULL OR " + Quoted(name) + " = 0)";
     }
     bool IsOfOneTable() const { return select_.tables.size() == 1; }
 
