@@ -81,6 +81,18 @@ TEST_P(EveryDatabase, RowsAreAddedChangedAndDeletedWhateverTheirKey) {
     }
 }
 
+TEST_P(EveryDatabase, ATableThatIsMadeAnewTakesItsNewValues) {
+    for (const char* kind : {"smallint", "varchar(9)"}) {
+        Run("drop table if exists t");
+        Run(std::string("create table t (id integer primary key, v ") + kind + ")");
+        Run("insert into t values (1, '1')");
+        const auto rows = Change("select * from t");
+        Assign(rows, "v", *kind == 's' ? "2" : "two");
+        EXPECT_EQ(Updated(rows), 0) << kind;
+    }
+    EXPECT_EQ(Rows("select v from t"), "two");
+}
+
 TEST_P(EveryDatabase, AnAddedRowIsFoundByTheKeyThatTheDatabaseGaveIt) {
     Run("create table t (id " + Traits().key + ", name varchar(20))");
     const auto added = Change("t");

@@ -36,7 +36,7 @@ public:
             ChangeTarget::Column column;
             if (!origin.column.empty()) {
                 column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column),
-                          !columns_[i].isBits, ComparesFloats(columns_[i].info.type),
+                          columns_[i].isComparable, ComparesFloats(columns_[i].info.type),
                           NullTest(columns_[i].info.type, origin.column)};
             }
             target->columns.push_back(std::move(column));

@@ -305,6 +305,8 @@ void OdbcSession::HasRun(std::string_view text) {
     SqlScanner words(text);
     const auto first = words.Next();
     const auto second = words.Next();
+    // Prepared for other columns, they would take values of those.
+    if (first.IsWord("create") || first.IsWord("alter") || first.IsWord("drop")) changes_.clear();
     if (BeginsTransaction(first, second)) {
         inTransaction_ = true;
         return;

@@ -269,7 +269,7 @@ OdbcColumn Describe(SQLHSTMT statement, SQLUSMALLINT number, const OdbcTraits& t
     column.info.type = TypeOf(facts, traits);
     column.info.attributes = AttributesOf(column.info.type, facts);
     column.info.definedSize = SizeOf(column.info.type, facts);
-    column.isBits = isBits;
+    column.isComparable = !isBits;  // which MariaDB finds equal to no bytes
     column.form = FormOf(column.info.type, traits);
     column.cType = CTypeOf(column.form);
     if (traits.bindsColumns) column.cellSize = CellSizeOf(column, facts);
