@@ -110,6 +110,8 @@ TEST_F(MariaDbTest, ErrorsCarryTheServersWordsAndNumbers) {
     const auto error = ErrorOf([&] { Run("select * from nope"); });
     EXPECT_NE(error.Description.find("nope' doesn't exist (SQLSTATE 42S02, code 1146)"), std::string::npos)
         << error.Description;
+    Run("create table t (a int not null, b int)");
+    EXPECT_EQ(test::NumberOf([&] { Run("insert into t (b) values (1)"); }), -2147217873);
 }
 
 TEST_F(MariaDbTest, WhatDoesNotFitIsNotCut) {
@@ -135,6 +137,53 @@ TEST_F(MariaDbTest, AProceduresResultsAreThoseOfItsBatch) {
         if (result->State() == adStateOpen) seen.push_back(result->Fields().Item(0)->Value().Text());
     }
     EXPECT_EQ(seen, (std::vector<std::string>{"one", "2", "3"}));
+}
+
+// Its driver takes such bodies for scripts.
+TEST_F(MariaDbTest, RoutinesAndTriggersOfSeveralStatementsAreMade) {
+    Run("create table t (a int, b int)");
+    Run("create or replace procedure two() begin insert into t values (1, 0); insert into t values (2, 0); "
+        "end");
+    Run("create trigger r before insert on t for each row begin set new.a = new.a + 10; set new.b = 5; end");
+    Run("call two()");
+    EXPECT_EQ(Rows("select * from t"), "11 5|12 5");
+}
+
+// Its driver would read the next statement's answer where these rows are.
+TEST_F(MariaDbTest, RowsThatTheServerHasNotAnnouncedAreRead) {
+    Run("create table t (a int)");
+    for (const auto* sql : {"values (1), (2)", "(values (1)) union select 2 -- ;", "optimize table t",
+                            "repair table t", "/* ; */ xa recover"}) {
+        EXPECT_EQ(connection->Execute(sql)->State(), adStateOpen) << sql;
+        EXPECT_EQ(Rows("select 42"), "42") << sql;
+    }
+    EXPECT_EQ(Rows("values (1), (2)"), "1|2");
+    EXPECT_NE(test::NumberOf([&] { Run("help 'select'"); }), 0);
+    EXPECT_EQ(Rows("select 42"), "42");
+}
+
+TEST_F(MariaDbTest, DatesOfZerosAndBitsAreReplaced) {
+    Run("create table t (id int primary key, d date, m datetime, b bit(9))");
+    Run("set @mode = @@sql_mode, sql_mode = ''");
+    Run("insert into t values (1, '0000-00-00', '0000-00-00', b'101'), (2, null, null, null)");
+    Run("set sql_mode = @mode");
+    const auto rows = Change("select * from t");
+    EXPECT_EQ(rows->Fields().Item("b")->DefinedSize(), 2);
+    for (; !rows->IsEOF(); rows->MoveNext()) {
+        rows->Fields().Item("d")->Value(Variant("2024-02-29"));
+        rows->Fields().Item("m")->Value(Variant("2024-02-29 12:00:00"));
+        rows->Fields().Item("b")->Value(Variant(Bytes{1, 0}));
+        rows->Update();
+    }
+    EXPECT_EQ(Rows("select d, m, b + 0 from t"),
+              "2024-02-29 2024-02-29 12:00:00 256|2024-02-29 2024-02-29 12:00:00 256");
+    // What somebody else has written meanwhile is not lost.
+    Run("update t set d = null");
+    const auto late = Change("select * from t where id = 1");
+    EXPECT_TRUE(late->Fields().Item("d")->IsNull());
+    Run("update t set d = '2000-01-01'");
+    late->Fields().Item("d")->Value(Variant("2024-01-01"));
+    EXPECT_EQ(test::NumberOf([&] { late->Update(); }), -2147217864);
 }
 
 TEST_F(MariaDbTest, TheNextHostIsTriedAndNoMessageShowsThePassword) {

@@ -65,8 +65,13 @@ ChangeText WriteChange(const RowChange& change, AppendPlace&& appendPlace,
     }
     text += " WHERE ";
     forAll(change.conditions, " AND ", [&](const Parameter& parameter) {
+        const bool isNull = parameter.value.kind == CellKind::Null;
+        if (isNull && !parameter.nullTest.empty()) {
+            text += parameter.nullTest;
+            return;
+        }
         appendName(parameter);
-        if (parameter.value.kind == CellKind::Null) {
+        if (isNull) {
             text += " IS NULL";
             return;
         }

@@ -101,6 +101,8 @@ struct ChangeTarget {
         bool isComparable = true;  ///< the database knows whether two of its values are equal
         /// Floating numbers come and go whole, so that each is found to be equal to itself.
         bool comparesFloats = false;
+        /// The condition that finds what is read as null; "" for "IS NULL".
+        std::string nullTest = {};
     };
     std::vector<Table> tables;
     std::vector<Column> columns;  ///< one for each visible column
@@ -120,8 +122,9 @@ public:
 struct Parameter {
     std::string_view name;  ///< the column's, as it stands in a statement
     CellValue value;
-    ByteSource* source = nullptr;  ///< where set, the value's bytes come from there
-    bool isOldText = false;        ///< compared with a column that must hold it letter by letter
+    ByteSource* source = nullptr;    ///< where set, the value's bytes come from there
+    bool isOldText = false;          ///< compared with a column that must hold it letter by letter
+    std::string_view nullTest = {};  ///< of the column, where it has one of its own
 };
 
 /// One change of one row. The texts and sources in it live until the change is done.

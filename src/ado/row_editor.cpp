@@ -160,7 +160,9 @@ void RowEditor::AppendConditions(RowChange& change, bool withOldValues) {
         const bool isKey = std::any_of(change.table->key.begin(), change.table->key.end(),
                                        [&, at = column](const auto& part) { return part.column == at; });
         if (isKey || !HasComparableValue(column, edited.isSum)) continue;
-        auto condition = MakeParameter(target_.columns[Index(column)].name, WrittenValue(column));
+        const auto& known = target_.columns[Index(column)];
+        auto condition = MakeParameter(known.name, WrittenValue(column));
+        condition.nullTest = known.nullTest;
         condition.isOldText = IsTextType(columns_[Index(column)].type);
         change.conditions.push_back(condition);
     }

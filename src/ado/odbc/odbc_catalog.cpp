@@ -160,6 +160,22 @@ std::vector<std::string> FindOdbcKey(OdbcSession& session, const OdbcTableName& 
     return key.empty() ? UniqueKey(session, table) : key;
 }
 
+bool IsOdbcTable(OdbcSession& session, const OdbcTableName& table) {
+    CatalogRows rows(session);
+    const bool isWide = session.Traits().isWide;
+    TableArguments of(table, isWide);
+    NameArgument kind("TABLE", isWide);
+    const auto status =
+        isWide ? SQLTablesW(rows.Handle(), of.catalog.Wide(), of.catalog.Length(), of.schema.Wide(),
+                            of.schema.Length(), of.table.Wide(), of.table.Length(), kind.Wide(), SQL_NTS)
+               : SQLTables(rows.Handle(), of.catalog.Narrow(), of.catalog.Length(), of.schema.Narrow(),
+                           of.schema.Length(), of.table.Narrow(), of.table.Length(), kind.Narrow(), SQL_NTS);
+    while (SQL_SUCCEEDED(status) && rows.Next()) {
+        if (rows.Text(3) == table.table) return true;  // the name is a pattern there, too
+    }
+    return false;
+}
+
 bool HasOdbcTables(OdbcSession& session) {
     CatalogRows rows(session);
     return SQL_SUCCEEDED(SQLTables(rows.Handle(), nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0)) &&

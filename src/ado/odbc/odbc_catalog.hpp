@@ -19,6 +19,9 @@ struct OdbcTableName {
 /// table has neither.
 std::vector<std::string> FindOdbcKey(OdbcSession& session, const OdbcTableName& table);
 
+/// Whether it is a table that holds rows of its own, not a view.
+bool IsOdbcTable(OdbcSession& session, const OdbcTableName& table);
+
 /// Whether the database has any table, be it one of its own.
 bool HasOdbcTables(OdbcSession& session);
 

@@ -88,9 +88,9 @@ AdoError KindOfOdbcState(const OdbcDiagnostic& diagnostic) {
     const std::string_view words = diagnostic.words;
     if (words.starts_with("no such table")) return AdoError::NoSuchTable;
     if (IsOneOf(code, {1045, 1044, 1698})) return AdoError::LoginFailed;
-    if (IsOneOf(code, {1062, 1048, 1451, 1452, 4025, 19})) return AdoError::ConstraintViolation;
+    if (IsOneOf(code, {1062, 1048, 1364, 1451, 1452, 4025, 19})) return AdoError::ConstraintViolation;
     if (words.starts_with("Couldn't parse SQL")) return AdoError::SqlError;
-    if (IsOneOf(code, {1, 1054, 1064, 1264, 1265, 1292, 1364, 1366, 1406})) return AdoError::SqlError;
+    if (IsOneOf(code, {1, 1054, 1064, 1264, 1265, 1292, 1366, 1406})) return AdoError::SqlError;
     return AdoError::Unspecified;
 }
 

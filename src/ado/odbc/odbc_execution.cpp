@@ -5,6 +5,7 @@
 #include "ado/errors.hpp"
 #include "ado/odbc/odbc_cursor.hpp"
 #include "ado/odbc/odbc_plan.hpp"
+#include "ado/odbc/odbc_script.hpp"
 
 namespace halvtiv::ado {
 
@@ -47,7 +48,7 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
         if (status == SQL_NO_DATA) status = SQL_SUCCESS;  // a change that has hit no row
     } else {
         status = SQL_NO_DATA;
-        if (session_->Traits().hasMoreResults) {
+        if (HasMoreResults()) {
             status = session_->Wait(statement_.Get(), [this] { return SQLMoreResults(statement_.Get()); });
         }
         if (status == SQL_NO_DATA) {
@@ -59,6 +60,12 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
     if (isFirst) session_->HasRun(text_);
     stage_ = Stage::Running;
     return CurrentResult();
+}
+
+// Asked for more, MariaDB's driver crashes after a routine or trigger whose body it has taken for a script.
+bool OdbcExecution::HasMoreResults() const {
+    const auto& traits = session_->Traits();
+    return traits.hasMoreResults && (traits.dialect != OdbcDialect::MariaDb || MayGiveSeveralResults(text_));
 }
 
 StatementResult OdbcExecution::CurrentResult() {

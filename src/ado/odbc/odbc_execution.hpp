@@ -49,6 +49,7 @@ private:
     enum class Stage { New, Prepared, Running, Done };
     /// The result at which the driver stands.
     StatementResult CurrentResult();
+    bool HasMoreResults() const;
     std::optional<StatementResult> NextOfDriver();
 
     std::shared_ptr<OdbcSession> session_;

@@ -35,14 +35,15 @@ public:
             const auto& origin = origins_[i];
             ChangeTarget::Column column;
             if (!origin.column.empty()) {
-                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column), true,
-                          ComparesFloats(columns_[i].info.type)};
+                column = {PlaceOfTable(*target, origin.table, added), Quoted(origin.column),
+                          columns_[i].isComparable, ComparesFloats(columns_[i].info.type),
+                          NullTest(columns_[i].info.type, origin.column)};
             }
             target->columns.push_back(std::move(column));
         }
         const bool hasKey = std::any_of(target->tables.begin(), target->tables.end(),
                                         [](const auto& table) { return !table.key.empty(); });
-        if (!hasKey) return {};
+        if (!hasKey && !TakesNewRows()) return {};
         target->width = static_cast<std::int32_t>(columns_.size() + added.size());
         return OdbcPlan{added.empty() ? text : TextWith(added), std::move(target)};
     }
@@ -53,6 +54,18 @@ private:
     bool ComparesFloats(std::int32_t type) const {
         const auto dialect = session_.Traits().dialect;
         return type == adDouble && (dialect == OdbcDialect::MariaDb || dialect == OdbcDialect::PostgreSql);
+    }
+    // Rows that cannot be told apart can still be added to.
+    bool TakesNewRows() const {
+        return names_.size() == 1 && IsOfOneTable() &&
+               EqualIgnoringCase(select_.tables.front().name, names_.front().table) &&
+               IsOdbcTable(session_, names_.front());
+    }
+    // A date of zeros, which a server that is not strict takes, is read as null.
+    std::string NullTest(std::int32_t type, std::string_view name) const {
+        const bool isDate = type == adDBDate || type == adDBTimeStamp;
+        if (!isDate || session_.Traits().dialect != OdbcDialect::MariaDb) return {};
+        return "(" + Quoted(name) + " IS NULL OR " + Quoted(name) + " = 0)";
     }
     bool IsOfOneTable() const { return select_.tables.size() == 1; }
 

@@ -19,7 +19,8 @@ struct OdbcPlan {
 };
 
 /// Plans a query that has been prepared as it stands. Without a target where its rows cannot be changed: they
-/// are not those of a table, or nothing tells the table's rows apart.
+/// are not those of a table. Where nothing tells a table's rows apart, its target has no key: for new rows
+/// only.
 OdbcPlan PlanOdbcQuery(OdbcSession& session, SQLHSTMT statement, const std::string& text,
                        std::span<const OdbcColumn> columns);
 

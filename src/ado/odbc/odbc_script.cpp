@@ -177,4 +177,21 @@ bool IsEmptyScript(std::string_view script, OdbcDialect dialect) {
     return word.empty();
 }
 
+bool HidesItsRows(std::string_view statement) {
+    constexpr std::array<std::string_view, 6> kHiding{"values", "optimize", "repair",
+                                                      "cache",  "handler",  "help"};
+    ScriptReader reader(statement, OdbcDialect::MariaDb);
+    std::string first(reader.Next());
+    while (first == "(") first = reader.Next();
+    if (IsOneOf(first, kHiding)) return true;
+    const auto second = reader.Next();
+    return (first == "xa" && second == "recover") || (first == "load" && second == "index");
+}
+
+bool MayGiveSeveralResults(std::string_view statement) {
+    ScriptReader reader(statement, OdbcDialect::MariaDb);
+    const auto first = reader.Next();
+    return first == "call" || first == "begin";
+}
+
 }  // namespace halvtiv::ado

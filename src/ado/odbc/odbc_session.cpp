@@ -6,6 +6,7 @@
 #include "ado/odbc/odbc_batch.hpp"
 #include "ado/odbc/odbc_diagnostics.hpp"
 #include "ado/odbc/odbc_execution.hpp"
+#include "ado/odbc/odbc_script.hpp"
 #include "ado/odbc/odbc_text.hpp"
 #include "ado/sql_scanner.hpp"
 
@@ -126,7 +127,10 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
     }
     // Direct execution crashes in that driver where the connection breaks while the columns are described.
     if (traits_.dialect == OdbcDialect::MariaDb) {
-        const auto status = PrepareText(statement, text);
+        // Inside a block, such rows come with their columns.
+        const bool isHidden = traits_.databaseName == "MariaDB" && HidesItsRows(text);
+        const auto block = isHidden ? "BEGIN NOT ATOMIC " + std::string(text) + "\n; END" : std::string();
+        const auto status = PrepareText(statement, isHidden ? block : text);
         if (!SQL_SUCCEEDED(status)) return status;
         return Wait(statement, [&] { return SQLExecute(statement); });
     }
@@ -301,6 +305,8 @@ void OdbcSession::HasRun(std::string_view text) {
     SqlScanner words(text);
     const auto first = words.Next();
     const auto second = words.Next();
+    // Prepared for other columns, they would take values of those.
+    if (first.IsWord("create") || first.IsWord("alter") || first.IsWord("drop")) changes_.clear();
     if (BeginsTransaction(first, second)) {
         inTransaction_ = true;
         return;

@@ -216,6 +216,8 @@ OdbcColumn Describe(SQLHSTMT statement, SQLUSMALLINT number, const OdbcTraits& t
     const bool isBlob = facts.type == SQL_BINARY && facts.typeName == "blob";
     if (isBlob) facts.type = SQL_LONGVARBINARY, facts.length = 0;
     if (traits.dialect == OdbcDialect::Sqlite) facts.type = TypeOfDeclared(facts);
+    const bool isBits = facts.type == SQL_BINARY && facts.typeName == "bit";
+    if (isBits) facts.length = (facts.length + 7) / 8;
     // No table's column: what an expression makes is a text of the row, however long it may become.
     const bool isText = facts.type == SQL_LONGVARCHAR || facts.type == SQL_WLONGVARCHAR;
     if (isText && traits.dialect == OdbcDialect::MariaDb &&
@@ -227,6 +229,7 @@ OdbcColumn Describe(SQLHSTMT statement, SQLUSMALLINT number, const OdbcTraits& t
     column.info.type = TypeOf(facts, traits);
     column.info.attributes = AttributesOf(column.info.type, facts);
     column.info.definedSize = SizeOf(column.info.type, facts);
+    column.isComparable = !isBits;  // which MariaDB finds equal to no bytes
     column.form = FormOf(column.info.type, traits);
     column.cType = CTypeOf(column.form);
     if (traits.bindsColumns) column.cellSize = CellSizeOf(column, facts);

@@ -32,6 +32,7 @@ struct OdbcColumn {
     /// Bytes of a bound cell; 0: too long to be bound, fetched when it is asked for.
     std::size_t cellSize = 0;
     bool isAutoNumber = false;
+    bool isComparable = true;  ///< the database knows whether it is equal to a value that it is given
 
     bool IsBound() const noexcept { return cellSize > 0; }
 };
