@@ -99,7 +99,8 @@ void OdbcSession::Close() {
 
 OdbcHandle OdbcSession::NewStatement() {
     RequireOpen();
-    OdbcHandle statement(SQL_HANDLE_STMT, connection_.Get());
+    auto statement = OdbcHandle::TryMake(SQL_HANDLE_STMT, connection_.Get());
+    if (!statement) Raise(SQL_HANDLE_DBC, connection_.Get());  // a driver refuses on a broken connection
     if (commandTimeout_ > 0 && traits_.dialect != OdbcDialect::MariaDb) {
         // A driver that cannot do it goes on without.
         SQLSetStmtAttr(statement.Get(), SQL_ATTR_QUERY_TIMEOUT,
