@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "databases.hpp"
 
 namespace halvtiv::test {
@@ -303,6 +307,25 @@ TEST_P(TransactionTest, WhatIsCancelledBeforeItBeginsIsNotDone) {
     EXPECT_EQ(All(), "") << "undone, and nobody holds the table";
     EXPECT_EQ(own->BeginTrans(), 1);
     own->RollbackTrans();
+}
+
+TEST_P(TransactionTest, HoweverOftenItIsCancelledItIsWholeOrUndone) {
+    std::atomic<bool> isOver = false;
+    std::thread canceller([&] {
+        while (!isOver) {
+            engine.Cancel();
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    });
+    int done = 0;
+    for (int i = 0; i < 400; ++i) {
+        const std::string first = std::to_string(2 * i);
+        const std::string second = std::to_string(2 * i + 1);
+        if (RunCalls(Add("1", first) + Add("2", second)) && engine.GetLastError().empty()) ++done;
+    }
+    isOver = true;
+    canceller.join();
+    EXPECT_EQ(Rows("select count(*) from t"), std::to_string(2 * done));
 }
 
 TEST_P(TransactionTest, WithinACallersTransactionItNests) {
