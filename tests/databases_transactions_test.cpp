@@ -12,6 +12,7 @@ namespace halvtiv::test {
 namespace {
 
 using namespace ado;
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -322,6 +323,10 @@ TEST_P(TransactionTest, HoweverOftenItIsCancelledItIsWholeOrUndone) {
         const std::string first = std::to_string(2 * i);
         const std::string second = std::to_string(2 * i + 1);
         if (RunCalls(Add("1", first) + Add("2", second)) && engine.GetLastError().empty()) ++done;
+        std::string result;
+        engine.RunFunction(Request("public.getdata", {{"sql", "select 7 n"}}), result);
+        EXPECT_THAT(Entries(result),
+                    ElementsAre(AnyOf("K data[n=integer|n=7]", StartsWith("K error[number=-2147217842 "))));
     }
     isOver = true;
     canceller.join();
