@@ -9,6 +9,7 @@
 
 #include "command_error.hpp"
 #include "help_text.hpp"
+#include "platform/files.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::cli {
@@ -236,6 +237,23 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     if (given > 1) RaiseUsage("Give one of --db, --connection and --connection-file.");
 }
 
+/// What is read must not be replaced by what is written.
+void CheckOutput(const Options& options) {
+    if (!options.output) return;
+    std::vector<std::string> inputs = options.definitionFiles;
+    inputs.insert(inputs.end(), options.files.begin(), options.files.end());
+    inputs.push_back(options.request);
+    // The ends of a copy may be files, given as connections.
+    for (const ConnectionOptions* end : {&options.connection, &options.copy.from, &options.copy.to}) {
+        for (const auto& path : {end->database, end->connection, end->connectionFile, end->passwordFile}) {
+            if (path) inputs.push_back(*path);
+        }
+    }
+    for (const std::string& input : inputs) {
+        if (platform::IsSameFile(*options.output, input)) RaiseUsage("-o names a file that is read.");
+    }
+}
+
 /// Raises the parser's complaint in words that hold no value, which could be a secret.
 [[noreturn]] void RaiseParseError(const CLI::App& app, const CLI::App& defs, const CLI::ParseError& error) {
     // Not those of the other commands, which keep what they do not know for later.
@@ -350,6 +368,7 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
         options.request = TakeFirst(words, "a request file, or - for standard input");
         if (!words.empty()) RaiseNotUnderstood(words.front());
     }
+    CheckOutput(options);
     return parsed;
 }
 

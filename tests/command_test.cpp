@@ -275,6 +275,18 @@ TEST_F(CommandTest, UsageErrorsEndWithTwo) {
     EXPECT_TRUE(Contains(Run("call --help").out, "--set-file"));
 }
 
+TEST_F(CommandTest, TheOutputReplacesNothingThatIsRead) {
+    const std::string database = ReadFile(folder_ / "shop.db");
+    fs::create_hard_link(folder_ / "shop.db", folder_ / "same");
+    for (const char* arguments :
+         {"run get.xml --db shop.db -o ./shop.db", "run get.xml --db shop.db -o same",
+          "run get.xml --db shop.db -o get.xml", "defs list defs.xml -o defs.xml",
+          "call f --defs defs.xml -o defs.xml --db shop.db", "copy --from shop.db --to new.db -o shop.db"}) {
+        ExpectRefused(arguments, "-o names a file that is read.");
+    }
+    EXPECT_TRUE(ReadFile(folder_ / "shop.db") == database);
+}
+
 TEST_F(CommandTest, TheConnectionComesFromManyPlaces) {
     const std::string connection = "Provider=SQLite;Data Source=shop.db";
     Write("connection.txt", "\xEF\xBB\xBF" + connection + "\r\n");

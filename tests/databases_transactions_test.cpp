@@ -2,12 +2,17 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "databases.hpp"
 
 namespace halvtiv::test {
 namespace {
 
 using namespace ado;
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -303,6 +308,29 @@ TEST_P(TransactionTest, WhatIsCancelledBeforeItBeginsIsNotDone) {
     EXPECT_EQ(All(), "") << "undone, and nobody holds the table";
     EXPECT_EQ(own->BeginTrans(), 1);
     own->RollbackTrans();
+}
+
+TEST_P(TransactionTest, HoweverOftenItIsCancelledItIsWholeOrUndone) {
+    std::atomic<bool> isOver = false;
+    std::thread canceller([&] {
+        while (!isOver) {
+            engine.Cancel();
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    });
+    int done = 0;
+    for (int i = 0; i < 400; ++i) {
+        const std::string first = std::to_string(2 * i);
+        const std::string second = std::to_string(2 * i + 1);
+        if (RunCalls(Add("1", first) + Add("2", second)) && engine.GetLastError().empty()) ++done;
+        std::string result;
+        engine.RunFunction(Request("public.getdata", {{"sql", "select 7 n"}}), result);
+        EXPECT_THAT(Entries(result),
+                    ElementsAre(AnyOf("K data[n=integer|n=7]", StartsWith("K error[number=-2147217842 "))));
+    }
+    isOver = true;
+    canceller.join();
+    EXPECT_EQ(Rows("select count(*) from t"), std::to_string(2 * done));
 }
 
 TEST_P(TransactionTest, WithinACallersTransactionItNests) {

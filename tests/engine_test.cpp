@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -199,17 +200,18 @@ protected:
 };
 
 TEST_F(EngineTest, ReconnectsNoMoreOftenThanAllowed) {
+    constexpr std::int32_t kLongest = std::numeric_limits<std::int32_t>::max();  // and nothing was before
     ZorbDbAccessEngine fresh;
     EXPECT_EQ(fresh.ReConnectInterval(), -1);
     EXPECT_FALSE(fresh.ReConnect(connectionString_));
     EXPECT_EQ(fresh.GetLastError(), Throttled(-1));
-    fresh.ReConnectInterval(3600);
+    fresh.ReConnectInterval(kLongest);
     fresh.ReConnectInterval(-5);
-    EXPECT_EQ(fresh.ReConnectInterval(), 3600);
+    EXPECT_EQ(fresh.ReConnectInterval(), kLongest);
     EXPECT_FALSE(fresh.ReConnect());
     EXPECT_EQ(fresh.GetLastError(), "ZorbDbAccessEngine:ConnectionString is not set.(ERR#: -1)");
     EXPECT_FALSE(fresh.ReConnect(connectionString_));
-    EXPECT_EQ(fresh.GetLastError(), Throttled(3600)) << "the attempt that failed counts";
+    EXPECT_EQ(fresh.GetLastError(), Throttled(kLongest)) << "the attempt that failed counts";
     fresh.ReConnectInterval(0);
     ASSERT_NE(fresh.SetDatabaseConnection_MDBFile(path_, "Admin", ""), nullptr) << fresh.GetLastError();
     EXPECT_TRUE(fresh.IsConnectionOK());

@@ -209,7 +209,7 @@ TEST_F(PostgresqlTest, AServerThatHasGoneIsNoticed) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(connection->State(), adStateClosed);
     EXPECT_EQ(rows->State(), adStateClosed);
-    EXPECT_EQ(NumberOf([&] { connection->CommitTrans(); }), -2147168242);
+    EXPECT_EQ(NumberOf([&] { connection->CommitTrans(); }), -2147467259) << "not that it has none";
     EXPECT_EQ(NumberOf([&] { Run("select 1"); }), -2147467259);
     connection->Open(ConnectionString());
     EXPECT_EQ(Scalar("select 1"), "1");

@@ -120,7 +120,10 @@ void Connection::CommitTrans() {
         RollbackTrans();  // cancelled: as any commit that fails
         throw;
     }
-    if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
+    if (impl_->level == 0) {
+        if (!session.IsAlive()) session.RaiseUnusable();  // which is why the transaction is gone
+        RaiseAdoError(AdoError::NoTransaction);
+    }
     const auto level = impl_->level--;
     if (level == 1 && !impl_->outermostIsSavepoint) {
         session.Commit();

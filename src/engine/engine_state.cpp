@@ -25,8 +25,9 @@ EngineState::EngineState() : library(BuiltInNames()), errors(kProductName, kClas
 bool EngineState::ReConnect(std::string_view sConnectionString) {
     return Succeeds(errors, [&] {
         const std::int64_t now = platform::CalendarSeconds();
-        if (reConnectInterval == -1 ||
-            (reConnectInterval > 0 && now - lastDisConnectTime < reConnectInterval)) {
+        const bool isTooSoon =
+            reConnectInterval > 0 && lastDisConnectTime && now - *lastDisConnectTime < reConnectInterval;
+        if (reConnectInterval == -1 || isTooSoon) {
             RaiseEngineError(std::string(kTryLater) + std::to_string(reConnectInterval));
         }
         lastDisConnectTime = now;  // whatever comes of this attempt

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,9 +22,9 @@ struct EngineState {
     clsZorbErrObject errors;
     IProgressUpdaterPtr progressUpdater;  ///< for exporters and copies of long values; may be null
 
-    std::string connectionString;         ///< the last one that `SetDatabaseConnectionString` opened
-    std::int64_t lastDisConnectTime = 0;  ///< calendar seconds; of an attempt to reconnect, too
-    std::int32_t reConnectInterval = -1;  ///< seconds; -1 never
+    std::string connectionString;  ///< the last one that `SetDatabaseConnectionString` opened
+    std::optional<std::int64_t> lastDisConnectTime;  ///< calendar seconds; of an attempt to reconnect, too
+    std::int32_t reConnectInterval = -1;             ///< seconds; -1 never
 
     /// Opens the connection again when the interval allows it; an empty string means the one remembered.
     /// Guarded.

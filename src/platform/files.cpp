@@ -187,6 +187,15 @@ bool StreamExists(std::string_view path) noexcept try {
     return false;
 }
 
+bool IsSameFile(std::string_view path, std::string_view other) noexcept try {
+    if (!FileExists(path) || StreamExists(path) || !FileExists(other)) return false;
+    const auto one = StatusOf(NativePath(path));
+    const auto two = StatusOf(NativePath(other));
+    return one && two && one->st_dev == two->st_dev && one->st_ino == two->st_ino;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
 std::string ReadWholeFile(std::string_view path) {
     const std::string native = CheckedPath(path);
     const Descriptor file = OpenFile(native, O_RDONLY);

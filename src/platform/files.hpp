@@ -20,6 +20,8 @@ bool FileExists(std::string_view path) noexcept;
 bool FolderExists(std::string_view path) noexcept;
 /// Whether something that only passes bytes on stands there: a pipe or a device.
 bool StreamExists(std::string_view path) noexcept;
+/// Whether both paths lead to one file that is kept: no pipe, no device.
+bool IsSameFile(std::string_view path, std::string_view other) noexcept;
 
 /// The whole content.
 std::string ReadWholeFile(std::string_view path);

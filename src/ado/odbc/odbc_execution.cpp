@@ -6,8 +6,17 @@
 #include "ado/odbc/odbc_cursor.hpp"
 #include "ado/odbc/odbc_plan.hpp"
 #include "ado/odbc/odbc_script.hpp"
+#include "ado/sql_scanner.hpp"
 
 namespace halvtiv::ado {
+namespace {
+
+bool AsksForRows(std::string_view text) {
+    const auto first = SqlScanner(text).Next();
+    return first.IsWord("select") || first.IsWord("with") || first.IsWord("values");
+}
+
+}  // namespace
 
 OdbcExecution::OdbcExecution(std::shared_ptr<OdbcSession> session, std::string text)
     : session_(std::move(session)), text_(std::move(text)), statement_(session_->NewStatement()) {
@@ -72,6 +81,8 @@ StatementResult OdbcExecution::CurrentResult() {
     StatementResult result;
     auto columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
     if (columns.empty()) {
+        // A cancellation that comes just after the end of the work makes the driver manager drop the rows.
+        if (AsksForRows(text_)) session_->StopIfCancelled();
         SQLLEN rows = -1;
         if (SQL_SUCCEEDED(SQLRowCount(statement_.Get(), &rows))) result.affectedRows = rows;
         return result;

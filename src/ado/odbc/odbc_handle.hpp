@@ -14,11 +14,15 @@ class OdbcHandle {
 public:
     OdbcHandle() = default;
     /// Allocates a handle under its parent; raises run-time error 7 where there is no memory.
-    OdbcHandle(SQLSMALLINT type, SQLHANDLE parent) : type_(type) {
-        if (!SQL_SUCCEEDED(SQLAllocHandle(type, parent, &handle_))) {
-            handle_ = nullptr;
-            platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
-        }
+    OdbcHandle(SQLSMALLINT type, SQLHANDLE parent) : OdbcHandle(TryMake(type, parent)) {
+        if (handle_ == nullptr) platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
+    }
+    /// No handle where none comes: its parent then tells why.
+    static OdbcHandle TryMake(SQLSMALLINT type, SQLHANDLE parent) noexcept {
+        OdbcHandle made;
+        made.type_ = type;
+        if (!SQL_SUCCEEDED(SQLAllocHandle(type, parent, &made.handle_))) made.handle_ = nullptr;
+        return made;
     }
     ~OdbcHandle() { Free(); }
     OdbcHandle(OdbcHandle&& other) noexcept

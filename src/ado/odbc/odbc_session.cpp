@@ -38,7 +38,11 @@ OdbcSession::OdbcSession(OdbcHandle environment, OdbcHandle connection, OdbcTrai
     : environment_(std::move(environment)),
       connection_(std::move(connection)),
       traits_(std::move(traits)),
-      cancel_(std::move(cancel)) {}
+      cancel_(std::move(cancel)) {
+    if (traits_.dialect == OdbcDialect::Sqlite) {
+        idleStatement_ = OdbcHandle::TryMake(SQL_HANDLE_STMT, connection_.Get());
+    }
+}
 
 OdbcSession::~OdbcSession() {
     Close();
@@ -92,6 +96,7 @@ void OdbcSession::Close() {
     executions_.clear();
     changes_.clear();
     if (inTransaction_ && !traits_.beginsBySql) SQLEndTran(SQL_HANDLE_DBC, connection_.Get(), SQL_ROLLBACK);
+    idleStatement_.Free();
     SQLDisconnect(connection_.Get());
     connection_.Free();
     peer_.reset();  // which holds a connection that its driver has left
@@ -100,7 +105,8 @@ void OdbcSession::Close() {
 
 OdbcHandle OdbcSession::NewStatement() {
     RequireOpen();
-    OdbcHandle statement(SQL_HANDLE_STMT, connection_.Get());
+    auto statement = OdbcHandle::TryMake(SQL_HANDLE_STMT, connection_.Get());
+    if (!statement) Raise(SQL_HANDLE_DBC, connection_.Get());  // a driver refuses on a broken connection
     if (commandTimeout_ > 0 && traits_.dialect != OdbcDialect::MariaDb) {
         // A driver that cannot do it goes on without.
         SQLSetStmtAttr(statement.Get(), SQL_ATTR_QUERY_TIMEOUT,
@@ -172,7 +178,8 @@ void OdbcSession::SetOthersAside(const OdbcExecution* except) {
 
 bool OdbcSession::WaitingCall::AskToStop() noexcept {
     if (isUndoing_) return true;  // it is waited for, and cut off when it takes too long
-    return session_.peer_ ? session_.peer_->KillStatement() : SQL_SUCCEEDED(SQLCancel(statement_));
+    if (session_.peer_) return session_.peer_->KillStatement();
+    return SQL_SUCCEEDED(SQLCancel(session_.idleStatement_ ? session_.idleStatement_.Get() : statement_));
 }
 
 bool OdbcSession::WaitingCall::CanCut() const noexcept {

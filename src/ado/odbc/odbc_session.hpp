@@ -141,6 +141,9 @@ private:
 
     OdbcHandle environment_;
     OdbcHandle connection_;
+    // SQLite's driver stops all that runs on the connection, and frees at once what the named statement
+    // holds, in the midst of its running in another thread: this one holds nothing. None for other drivers.
+    OdbcHandle idleStatement_;
     OdbcTraits traits_;
     std::shared_ptr<CancelSwitch> cancel_;
     std::unique_ptr<OdbcPeer> peer_;          // null where there is nothing beside the driver
