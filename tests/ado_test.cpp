@@ -256,16 +256,6 @@ TEST_F(AdoTest, ANestedCommitThatFailsTakesItsOwnRowsAlone) {
     EXPECT_EQ(Scalar("select group_concat(i) from t"), "1");
 }
 
-TEST_F(AdoTest, ALockedDatabaseIsAwaitedForAsLongAsSaid) {
-    const auto other = Connect(";Busy Timeout=30");
-    connection->BeginTrans();
-    const auto error = ErrorOf([&] { other->BeginTrans(); });
-    EXPECT_EQ(error.Number, -2147467259);
-    EXPECT_EQ(error.Description, "database is locked");
-    connection->CommitTrans();
-    EXPECT_EQ(other->BeginTrans(), 1);
-}
-
 TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     const auto openError = [&](const std::string& text) { return ErrorOf([&] { Connection().Open(text); }); };
     const auto missing = openError("Provider=SQLite;Data Source=" + folder.PathOf("missing.db"));

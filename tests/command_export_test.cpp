@@ -1,11 +1,6 @@
 // The halvtiv command at long work: exports, progress, Ctrl-C.
 
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <thread>
 #include <vector>
 
 #include "command_support.hpp"
@@ -32,36 +27,10 @@ protected:
               "</functions>");
     }
 
-    /// Starts the command with standard error in the file "err", interrupts it when a file is there and waits
-    /// for its end.
-    Outcome Interrupt(std::vector<std::string> arguments, const std::string& sign) {
-        arguments.insert(arguments.begin(), HALVTIV_COMMAND);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            if (::chdir(folder_.c_str()) != 0) ::_exit(99);
-            ::signal(SIGINT, SIG_DFL);
-            ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-            ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-            std::vector<char*> words;
-            words.reserve(arguments.size() + 1);
-            for (std::string& word : arguments) words.push_back(word.data());
-            words.push_back(nullptr);
-            ::execv(HALVTIV_COMMAND, words.data());
-            ::_exit(99);
-        }
-        int status = 0;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        bool isSent = false;
-        while (::waitpid(child, &status, WNOHANG) == 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            if (!isSent && HasFile(sign)) isSent = ::kill(child, SIGINT) == 0;
-            if (std::chrono::steady_clock::now() > deadline) ::kill(child, SIGKILL);
-        }
-        EXPECT_TRUE(isSent);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "out"),
-                ReadFile(folder_ / "err")};
+    /// Presses Ctrl-C once a file is there.
+    Outcome Interrupt(const std::vector<std::string>& arguments, const std::string& sign) {
+        return Stop(arguments, SIGINT, [&] { return HasFile(sign); });
     }
-
     bool HasFile(const std::string& part) const {
         for (const auto& entry : fs::directory_iterator(folder_)) {
             if (Contains(entry.path().filename().string(), part)) return true;

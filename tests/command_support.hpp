@@ -2,14 +2,21 @@
 
 // The halvtiv command as its users meet it: the built program, run in a folder of its own.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "support.hpp"
 
@@ -71,6 +78,36 @@ protected:
                 ReadFile(folder_ / "err")};
     }
     Outcome Run(const std::string& arguments) { return Shell("halvtiv " + arguments); }
+
+    /// Starts the command, sends it a signal once it is time, and waits for its end; -1 when the signal ended
+    /// it.
+    Outcome Stop(std::vector<std::string> arguments, int signal, const std::function<bool()>& isTime) {
+        arguments.insert(arguments.begin(), HALVTIV_COMMAND);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (::chdir(folder_.c_str()) != 0) ::_exit(99);
+            ::signal(SIGINT, SIG_DFL);
+            ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+            ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+            std::vector<char*> words;
+            words.reserve(arguments.size() + 1);
+            for (std::string& word : arguments) words.push_back(word.data());
+            words.push_back(nullptr);
+            ::execv(HALVTIV_COMMAND, words.data());
+            ::_exit(99);
+        }
+        int status = 0;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        bool isSent = false;
+        while (::waitpid(child, &status, WNOHANG) == 0) {
+            if (!isSent && isTime()) isSent = ::kill(child, signal) == 0;
+            if (std::chrono::steady_clock::now() > deadline) ::kill(child, SIGKILL);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_TRUE(isSent) << ReadFile(folder_ / "err");
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder_ / "out"),
+                ReadFile(folder_ / "err")};
+    }
 
     /// Nothing was run: status 2, a reason, and not a byte on standard output.
     void ExpectRefused(const std::string& arguments, const std::string& reason) {

@@ -1,14 +1,9 @@
 // halvtiv copy: tables that change their database, and copies that are stopped on the way.
 
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
 #include <filesystem>
-#include <functional>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -91,29 +86,13 @@ protected:
         ::Run(connectionString, sql);
     }
 
-    /// Copies, sends a signal once rows are there, and waits for the end.
-    int Stop(const std::string& from, const std::string& to, int signal) {
+    /// Copies, and sends a signal once rows are there; how the command ended.
+    int StopCopy(const std::string& from, const std::string& to, int signal) {
         Write("from.txt", from);
         Write("to.txt", to);
-        const pid_t child = ::fork();
-        if (child == 0) {
-            if (::chdir(folder_.c_str()) != 0) ::_exit(99);
-            ::signal(SIGINT, SIG_DFL);
-            ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-            ::dup2(STDERR_FILENO, STDOUT_FILENO);
-            ::execl(HALVTIV_COMMAND, HALVTIV_COMMAND, "copy", "--from-file", "from.txt", "--to-file",
-                    "to.txt", "--batch", "100", nullptr);
-            ::_exit(99);
-        }
-        int status = 0;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        bool isSent = false;
-        while (::waitpid(child, &status, WNOHANG) == 0) {
-            if (!isSent && Progress(to) > 0) isSent = ::kill(child, signal) == 0;
-            if (std::chrono::steady_clock::now() > deadline) ::kill(child, SIGKILL);
-        }
-        EXPECT_TRUE(isSent) << ReadFile(folder_ / "err");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return Stop({"copy", "--from-file", "from.txt", "--to-file", "to.txt", "--batch", "100"}, signal,
+                    [&] { return Progress(to) > 0; })
+            .status;
     }
     static int Progress(const std::string& to) {
         try {
@@ -388,7 +367,7 @@ TEST_F(CopyTest, ACopyThatWasKilledGoesOn) {
     constexpr int kRows = 60000;
     Run(File("source.db"), ManyRows(kRows));
     for (const std::string& target : Targets()) {
-        EXPECT_EQ(Stop(File("source.db"), target, SIGKILL), -1);
+        EXPECT_EQ(StopCopy(File("source.db"), target, SIGKILL), -1);
         const int rows = Progress(target);
         EXPECT_EQ(rows % 100, 0);
         EXPECT_LT(rows, kRows) << "the copy was over before it could be killed";
@@ -408,7 +387,7 @@ TEST_F(CopyTest, ACopyThatWasKilledGoesOn) {
 TEST_F(CopyTest, CtrlCLeavesWholeBatches) {
     Run(File("source.db"), ManyRows(60000));
     const std::string target = File("target.db");
-    EXPECT_EQ(Stop(File("source.db"), target, SIGINT), 130);
+    EXPECT_EQ(StopCopy(File("source.db"), target, SIGINT), 130);
     EXPECT_EQ(ReadFile(folder_ / "err"), "Interrupted. The same command goes on from here.\n");
     const auto rows = Rows(target, "select count(*) from many");
     EXPECT_EQ(std::stoi(rows) % 100, 0);

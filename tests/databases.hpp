@@ -4,7 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <functional>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,6 +17,13 @@
 #include "support.hpp"
 
 namespace halvtiv::test {
+
+// Errors' numbers, the same on every database.
+inline constexpr std::int32_t kViolation = -2147217873;
+inline constexpr std::int32_t kRowChanged = -2147217864;
+inline constexpr std::int32_t kNotSupported = -2146825037;
+inline constexpr std::int32_t kNoRecord = -2146825267;
+inline constexpr std::int32_t kWrongType = -2146824867;
 
 /// What not every database can do. Each has its row in the table of docs/databases.md.
 enum class Can {

@@ -9,11 +9,6 @@ namespace {
 
 using namespace ado;
 
-constexpr std::int32_t kViolation = -2147217873;
-constexpr std::int32_t kRowChanged = -2147217864;
-constexpr std::int32_t kNotSupported = -2146825037;
-constexpr std::int32_t kNoRecord = -2146825267;
-
 void Assign(const RecordsetPtr& rows, std::string_view name, const char* text) {
     rows->Fields().Item(name)->Value(text ? Variant(text) : Variant());
 }

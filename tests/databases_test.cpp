@@ -13,9 +13,6 @@ namespace {
 
 using namespace ado;
 
-constexpr std::int32_t kViolation = -2147217873;
-constexpr std::int32_t kNotSupported = -2146825037;
-
 INSTANTIATE_TEST_SUITE_P(Databases, EveryDatabase, testing::ValuesIn(Databases()), DatabaseName);
 INSTANTIATE_TEST_SUITE_P(Databases, EveryDatabasesEngine, testing::ValuesIn(Databases()), DatabaseName);
 

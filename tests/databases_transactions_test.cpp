@@ -18,7 +18,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr std::int32_t kViolation = -2147217873;
 constexpr std::int32_t kNoTransaction = -2147168242;
 constexpr std::int32_t kCancelled = -2147217842;
 

@@ -187,7 +187,6 @@ TEST_P(ValuesTest, ValuesAtTheirLimitsComeBackAndAreFoundAgain) {
 
 TEST_P(ValuesTest, WhatNoColumnHoldsIsRefused) {
     MakeTable();
-    constexpr std::int32_t kWrongType = -2146824867;
     const auto rows = Change("t");
     rows->AddNew();
     const auto number = [&](const char* column, const char* text) {
