@@ -149,7 +149,9 @@ LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& pat
         report.text = error.Description;
         return report;
     }
-    report.loaded = engine.LoadFunctionDefsXml(report.xml, report.text);
+    // A pipe has been read by now; of a file the engine speaks as one.
+    report.loaded = platform::StreamExists(path) ? engine.LoadFunctionDefsXml(report.xml, report.text)
+                                                 : engine.LoadFunctionDefs(path, report.text);
     if (!report.loaded) {
         report.text = path + ": " + engine.GetLastError();
         return report;

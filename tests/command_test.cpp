@@ -386,7 +386,7 @@ TEST_F(CommandTest, DefsCheckPrintsTheReport) {
         "2 functions loaded(1 failed, 1 new added and 0 updated).\n");
     EXPECT_EQ(Run("defs check defs.xml").status, 0);
     Write("bad.xml", "<functions>");
-    ExpectRefused("defs check bad.xml", "Invalid format for function definition");
+    ExpectRefused("defs check bad.xml", "Invalid format for function definition file.");
 }
 
 TEST_F(CommandTest, AnOutputFileIsWholeOrNotThere) {
