@@ -193,6 +193,15 @@ TEST_F(MariaDbTest, RowsThatTheServerHasNotAnnouncedAreRead) {
     }
 }
 
+TEST_F(MariaDbTest, TheEncodingOfTextsStays) {
+    for (const auto* sql :
+         {"set @a = 1, character_set_client = latin1", "set @@character_set_results = latin1",
+          "set character set latin1", "set charset latin1", "set names latin1"}) {
+        EXPECT_NE(test::NumberOf([&] { Run(sql); }), 0) << sql;
+        EXPECT_EQ(Rows("select 'ä', length('ä')"), "ä 2") << sql;
+    }
+}
+
 TEST_F(MariaDbTest, DatesOfZerosAndBitsAreReplaced) {
     Run("create table t (id int primary key, d date, m datetime, b bit(9))");
     Run("set @mode = @@sql_mode, sql_mode = ''");

@@ -27,6 +27,19 @@ bool BeginsTransaction(const SqlToken& first, const SqlToken& second) {
            (first.IsWord("start") && second.IsWord("transaction"));
 }
 
+// SET in one of the ways by which texts would travel otherwise than the driver takes them to.
+bool SetsEncoding(std::string_view text) {
+    SqlScanner words(text);
+    if (!words.Next().IsWord("set")) return false;
+    const auto second = words.Next();
+    if (second.IsWord("charset") || second.IsWord("character")) return true;
+    for (auto word = second; word.kind != SqlToken::Kind::End; word = words.Next()) {
+        if (word.IsWord("global")) return false;
+        if (word.IsWord("character_set_client") || word.IsWord("character_set_results")) return true;
+    }
+    return false;
+}
+
 bool HasRolledBack(const OdbcDiagnostic& diagnostic) {
     return diagnostic.state.starts_with("40");
 }
@@ -317,7 +330,13 @@ void OdbcSession::RefuseHarm(std::string_view text) {
         }
         return;
     }
-    if (traits_.dialect != OdbcDialect::MariaDb || !inTransaction_) return;
+    if (traits_.dialect != OdbcDialect::MariaDb) return;
+    if (SetsEncoding(text)) {
+        throw MakeProviderError(AdoError::SqlError,
+                                "The texts of the connection are in UTF-8, which cannot be changed.",
+                                traits_.databaseName);
+    }
+    if (!inTransaction_) return;
     SqlScanner words(text);
     const auto first = words.Next();
     if (!BeginsTransaction(first, words.Next()) || !InTransaction()) return;

@@ -83,7 +83,7 @@ public:
     /// Before a statement runs: others that hold the connection give way.
     void MakeRoom(const OdbcExecution* except);
     /// Before a statement runs: raises where it would commit the open transaction by beginning another, or
-    /// where the driver would not come back from it.
+    /// where the driver would not come back from it, or take texts for others afterwards.
     void RefuseHarm(std::string_view text);
     /// After a statement has run, which may have begun or ended a transaction.
     void HasRun(std::string_view text);
