@@ -139,6 +139,32 @@ TEST_F(MariaDbTest, AProceduresResultsAreThoseOfItsBatch) {
     EXPECT_EQ(seen, (std::vector<std::string>{"one", "2", "3"}));
 }
 
+class PostgresqlOdbcTest : public test::OneDatabase {
+protected:
+    PostgresqlOdbcTest() : OneDatabase(test::PostgresqlOdbc()) {}
+};
+
+// Its driver would wait without end.
+TEST_F(PostgresqlOdbcTest, CopyIsRefused) {
+    Run("create table t (a int)");
+    for (const auto* sql : {"copy t to stdout", "/* ; */ COPY t from stdin", "select 1; copy t to stdout"}) {
+        EXPECT_EQ(test::NumberOf([&] { Run(sql); }), -2147217900) << sql;
+        EXPECT_EQ(test::NumberOf([&] { Change(sql)->Close(); }), -2147217900) << sql;
+        EXPECT_EQ(Scalar("select 7"), "7") << sql;
+    }
+}
+
+TEST_F(MariaDbTest, ACallInBracesGivesAllItsResults) {
+    Run("create procedure two() begin select 1; select 2; end");
+    for (const auto* sql : {"{call two()}", "/*! call two() */", "execute immediate 'call two()'"}) {
+        auto result = connection->Execute(sql);
+        EXPECT_EQ(test::RestOf(result), "1") << sql;
+        result = result->NextRecordset();
+        ASSERT_NE(result, nullptr) << sql;
+        EXPECT_EQ(test::RestOf(result), "2") << sql;
+    }
+}
+
 // Its driver takes such bodies for scripts.
 TEST_F(MariaDbTest, RoutinesAndTriggersOfSeveralStatementsAreMade) {
     Run("create table t (a int, b int)");
@@ -152,14 +178,28 @@ TEST_F(MariaDbTest, RoutinesAndTriggersOfSeveralStatementsAreMade) {
 // Its driver would read the next statement's answer where these rows are.
 TEST_F(MariaDbTest, RowsThatTheServerHasNotAnnouncedAreRead) {
     Run("create table t (a int)");
-    for (const auto* sql : {"values (1), (2)", "(values (1)) union select 2 -- ;", "optimize table t",
-                            "repair table t", "/* ; */ xa recover"}) {
+    Run("create table parts (a int) partition by range (a) (partition p values less than (9))");
+    for (const auto* sql :
+         {"values (1), (2)", "(values (1)) union select 2 -- ;", "optimize table t", "repair table t",
+          "/* ; */ xa recover", "set statement max_statement_time = 9 for select 5", "/*! values (1) */",
+          "alter table parts check partition p", "execute immediate 'select 5'"}) {
         EXPECT_EQ(connection->Execute(sql)->State(), adStateOpen) << sql;
         EXPECT_EQ(Rows("select 42"), "42") << sql;
     }
     EXPECT_EQ(Rows("values (1), (2)"), "1|2");
-    EXPECT_NE(test::NumberOf([&] { Run("help 'select'"); }), 0);
-    EXPECT_EQ(Rows("select 42"), "42");
+    for (const auto* sql : {"help 'select'", "handler t open"}) {
+        EXPECT_NE(test::NumberOf([&] { Run(sql); }), 0) << sql;
+        EXPECT_EQ(Rows("select 42"), "42") << sql;
+    }
+}
+
+TEST_F(MariaDbTest, TheEncodingOfTextsStays) {
+    for (const auto* sql :
+         {"set @a = 1, character_set_client = latin1", "set @@character_set_results = latin1",
+          "set character set latin1", "set charset latin1", "set names latin1"}) {
+        EXPECT_NE(test::NumberOf([&] { Run(sql); }), 0) << sql;
+        EXPECT_EQ(Rows("select 'ä', length('ä')"), "ä 2") << sql;
+    }
 }
 
 TEST_F(MariaDbTest, DatesOfZerosAndBitsAreReplaced) {

@@ -175,6 +175,19 @@ TEST_F(PostgresqlTest, RowsComeWhileTheServerProducesThem) {
     }
 }
 
+TEST_F(PostgresqlTest, ValuesKeepTheirFormsWhateverIsSet) {
+    for (const auto* sql :
+         {"set client_encoding = 'latin1'", "select set_config('client_encoding', 'latin1', false)",
+          "set bytea_output = 'escape'", "begin; set local bytea_output = 'escape'", "reset all",
+          "set time zone 'Asia/Tokyo'; discard all"}) {
+        Run(sql);
+        EXPECT_EQ(Rows("select 'ä', '\\x4142'::bytea, timestamptz '2024-02-03 10:00+01'"),
+                  "ä AB 2024-02-03 09:00:00")
+            << sql;
+        Run("rollback");
+    }
+}
+
 TEST_F(PostgresqlTest, CopyIsRefused) {
     const auto error = ErrorOf([&] { Run("select 1; copy (select 1) to stdout"); });
     EXPECT_EQ(error.Number, -2147217900);

@@ -78,8 +78,9 @@ AdoError KindOfOdbcState(const OdbcDiagnostic& diagnostic) {
     if (state == "HY008" || state == "S1008") return AdoError::Cancelled;
     if (state.starts_with("23")) return AdoError::ConstraintViolation;
     if (state.starts_with("28")) return AdoError::LoginFailed;
-    if (state.starts_with("42") || state.starts_with("22") || state.starts_with("21") ||
-        state.starts_with("07")) {
+    constexpr std::array<std::string_view, 11> kSqlErrors{"07", "0A", "21", "22", "24", "25",
+                                                          "34", "3B", "42", "45", "P0"};
+    if (std::find(kSqlErrors.begin(), kSqlErrors.end(), state.substr(0, 2)) != kSqlErrors.end()) {
         return AdoError::SqlError;
     }
     // Drivers that say HY000 where they know better. The ranges of their codes do not overlap.
@@ -98,8 +99,11 @@ bool IsConnectionLost(const OdbcDiagnostic& diagnostic) {
     constexpr std::int32_t kServerGone = 2006;
     constexpr std::int32_t kServerLost = 2013;
     constexpr std::int32_t kKilled = 1927;
+    // The driver has lost its place in the server's answers, for good.
+    constexpr std::int32_t kOutOfSync = 2014;
+    constexpr std::int32_t kMalformed = 2027;
     return diagnostic.state.starts_with("08") ||
-           IsOneOf(diagnostic.nativeCode, {kServerGone, kServerLost, kKilled});
+           IsOneOf(diagnostic.nativeCode, {kServerGone, kServerLost, kKilled, kOutOfSync, kMalformed});
 }
 
 ErrorInfo MakeOdbcError(const std::vector<OdbcDiagnostic>& diagnostics, std::string_view source) {

@@ -48,7 +48,7 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
     SQLRETURN status = SQL_SUCCESS;
     const bool isFirst = stage_ == Stage::New;
     if (isFirst) {
-        session_->RefuseSecondBegin(text_);
+        session_->RefuseHarm(text_);
         session_->MakeRoom(this);
     }
     stage_ = Stage::Done;  // holds when this fails
@@ -93,6 +93,7 @@ StatementResult OdbcExecution::CurrentResult() {
 }
 
 std::unique_ptr<Cursor> OdbcExecution::PrepareForChange() {
+    session_->RefuseHarm(text_);
     session_->MakeRoom(this);
     const auto prepare = [this](const OdbcHandle& statement, const std::string& text) {
         return SQL_SUCCEEDED(session_->PrepareText(statement.Get(), text));

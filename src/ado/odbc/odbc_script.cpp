@@ -177,21 +177,34 @@ bool IsEmptyScript(std::string_view script, OdbcDialect dialect) {
     return word.empty();
 }
 
-bool HidesItsRows(std::string_view statement) {
-    constexpr std::array<std::string_view, 6> kHiding{"values", "optimize", "repair",
-                                                      "cache",  "handler",  "help"};
+bool MayHideItsRows(std::string_view statement) {
+    constexpr std::array<std::string_view, 38> kWithoutRows{
+        "backup",   "begin",    "binlog",    "call",      "change",  "commit",   "create",  "deallocate",
+        "delete",   "do",       "drop",      "flush",     "get",     "grant",    "insert",  "install",
+        "kill",     "lock",     "prepare",   "purge",     "release", "rename",   "replace", "reset",
+        "resignal", "revoke",   "rollback",  "savepoint", "select",  "shutdown", "signal",  "start",
+        "stop",     "truncate", "uninstall", "unlock",    "update",  "use"};
     ScriptReader reader(statement, OdbcDialect::MariaDb);
     std::string first(reader.Next());
-    while (first == "(") first = reader.Next();
-    if (IsOneOf(first, kHiding)) return true;
-    const auto second = reader.Next();
-    return (first == "xa" && second == "recover") || (first == "load" && second == "index");
+    while (first == "(" || first == "{") first = reader.Next();
+    if (IsOneOf(first, kWithoutRows)) return false;
+    const std::string second(reader.Next());
+    if (first == "set") return second == "statement";
+    if (first == "load") return second == "index";
+    if (first == "xa") return second == "recover";
+    if (first != "alter") return true;
+    for (auto word = reader.Next(); !word.empty(); word = reader.Next()) {
+        if (word == "partition") return true;  // ANALYZE PARTITION and its like tell what they have done
+    }
+    return false;
 }
 
 bool MayGiveSeveralResults(std::string_view statement) {
+    constexpr std::array<std::string_view, 4> kSeveral{"begin", "call", "execute", "/"};  // and /*! ... */
     ScriptReader reader(statement, OdbcDialect::MariaDb);
-    const auto first = reader.Next();
-    return first == "call" || first == "begin";
+    auto first = reader.Next();
+    if (first == "{") first = reader.Next();
+    return IsOneOf(first, kSeveral);
 }
 
 }  // namespace halvtiv::ado

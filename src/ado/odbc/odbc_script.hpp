@@ -14,9 +14,9 @@ std::size_t FirstStatementLength(std::string_view script, OdbcDialect dialect);
 /// Whether a script holds nothing but blanks, comments and ";".
 bool IsEmptyScript(std::string_view script, OdbcDialect dialect);
 
-/// Whether MariaDB says at the preparing that a statement gives no rows, and gives them all the same: its
-/// driver loses its place in the server's answers then.
-bool HidesItsRows(std::string_view statement);
+/// Whether a statement for which MariaDB announces no columns may give rows all the same: its driver loses
+/// its place in the server's answers then.
+bool MayHideItsRows(std::string_view statement);
 
 /// Whether one statement may give more than one result on MariaDB.
 bool MayGiveSeveralResults(std::string_view statement);

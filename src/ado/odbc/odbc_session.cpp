@@ -27,6 +27,19 @@ bool BeginsTransaction(const SqlToken& first, const SqlToken& second) {
            (first.IsWord("start") && second.IsWord("transaction"));
 }
 
+// SET in one of the ways by which texts would travel otherwise than the driver takes them to.
+bool SetsEncoding(std::string_view text) {
+    SqlScanner words(text);
+    if (!words.Next().IsWord("set")) return false;
+    const auto second = words.Next();
+    if (second.IsWord("charset") || second.IsWord("character")) return true;
+    for (auto word = second; word.kind != SqlToken::Kind::End; word = words.Next()) {
+        if (word.IsWord("global")) return false;
+        if (word.IsWord("character_set_client") || word.IsWord("character_set_results")) return true;
+    }
+    return false;
+}
+
 bool HasRolledBack(const OdbcDiagnostic& diagnostic) {
     return diagnostic.state.starts_with("40");
 }
@@ -133,15 +146,28 @@ SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
     }
     // Direct execution crashes in that driver where the connection breaks while the columns are described.
     if (traits_.dialect == OdbcDialect::MariaDb) {
-        // Inside a block, such rows come with their columns.
-        const bool isHidden = traits_.databaseName == "MariaDB" && HidesItsRows(text);
-        const auto block = isHidden ? "BEGIN NOT ATOMIC " + std::string(text) + "\n; END" : std::string();
-        const auto status = PrepareText(statement, isHidden ? block : text);
+        const bool hasBlocks = traits_.databaseName == "MariaDB";
+        const auto status = hasBlocks ? PrepareForMariaDb(statement, text) : PrepareText(statement, text);
         if (!SQL_SUCCEEDED(status)) return status;
         return Wait(statement, [&] { return SQLExecute(statement); });
     }
     auto wide = ToWide(text);
     return Wait(statement, [&] { return SQLExecDirectW(statement, wide.data(), SQL_NTS); });
+}
+
+// Inside a block, rows that the server has not announced come with their columns, and EXECUTE may be
+// prepared.
+SQLRETURN OdbcSession::PrepareForMariaDb(SQLHSTMT statement, std::string_view text) {
+    const bool isExecute = SqlScanner(text).Next().IsWord("execute");
+    if (!isExecute) {
+        const auto status = PrepareText(statement, text);
+        SQLSMALLINT columns = 0;
+        if (!SQL_SUCCEEDED(status) || !SQL_SUCCEEDED(SQLNumResultCols(statement, &columns)) || columns > 0 ||
+            !MayHideItsRows(text)) {
+            return status;
+        }
+    }
+    return PrepareText(statement, "BEGIN NOT ATOMIC " + std::string(text) + "\n; END");
 }
 
 void OdbcSession::AskForStandardSql() {
@@ -296,8 +322,21 @@ bool OdbcSession::CanBegin() {
     return can;
 }
 
-void OdbcSession::RefuseSecondBegin(std::string_view text) {
-    if (traits_.dialect != OdbcDialect::MariaDb || !inTransaction_) return;
+void OdbcSession::RefuseHarm(std::string_view text) {
+    if (traits_.dialect == OdbcDialect::PostgreSql) {
+        // Its driver waits without end for somebody who takes or gives the data.
+        if (SqlScanner(text, SqlDialect::Postgresql).Next().IsWord("copy")) {
+            throw MakeProviderError(AdoError::SqlError, kNoCopy, traits_.databaseName);
+        }
+        return;
+    }
+    if (traits_.dialect != OdbcDialect::MariaDb) return;
+    if (SetsEncoding(text)) {
+        throw MakeProviderError(AdoError::SqlError,
+                                "The texts of the connection are in UTF-8, which cannot be changed.",
+                                traits_.databaseName);
+    }
+    if (!inTransaction_) return;
     SqlScanner words(text);
     const auto first = words.Next();
     if (!BeginsTransaction(first, words.Next()) || !InTransaction()) return;

@@ -61,6 +61,7 @@ public:
     /// A statement handle with the command time-out. Raises when the session cannot be used.
     OdbcHandle NewStatement();
     SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
+    SQLRETURN PrepareForMariaDb(SQLHSTMT statement, std::string_view text);
     SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);
     /// Makes a call that waits for the database, so that it can be cancelled.
     template <typename Call>
@@ -81,8 +82,9 @@ public:
     [[noreturn]] void Raise(SQLSMALLINT handleType, SQLHANDLE handle);
     /// Before a statement runs: others that hold the connection give way.
     void MakeRoom(const OdbcExecution* except);
-    /// Before a statement runs: raises where it would commit the open transaction by beginning another.
-    void RefuseSecondBegin(std::string_view text);
+    /// Before a statement runs: raises where it would commit the open transaction by beginning another, or
+    /// where the driver would not come back from it, or take texts for others afterwards.
+    void RefuseHarm(std::string_view text);
     /// After a statement has run, which may have begun or ended a transaction.
     void HasRun(std::string_view text);
     void Add(OdbcExecution& execution) { executions_.push_back(&execution); }

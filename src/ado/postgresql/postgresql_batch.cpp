@@ -88,17 +88,16 @@ StatementResult PostgresqlBatch::RunQuery(std::shared_ptr<PostgresqlStatement> s
 
 StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text) {
     auto& link = session_->FreeLine();
-    if (text.verb == "copy") {
-        throw MakeProviderError(AdoError::SqlError,
-                                "COPY is not supported here: it does not return rows, but data of its own.",
-                                kPostgresqlName);
-    }
+    if (text.verb == "copy") throw MakeProviderError(AdoError::SqlError, kNoCopy, kPostgresqlName);
     const bool changesMeaning = !IsOneOf(text.verb, kHarmlessVerbs) && !IsOneOf(text.verb, kChangingVerbs);
     if (changesMeaning) session_->ForgetStatements();
     auto statement = std::make_shared<PostgresqlStatement>();
     statement->sent = text.text;
     link.SendText(statement->sent, {true, false});
     auto first = link.Receive();
+    // Values must come in the known forms; a query that runs here has called set_config.
+    if (text.verb == "set" || text.verb == "select") session_->SetAgain(kPostgresqlFormats);
+    if (text.verb == "reset" || text.verb == "discard") session_->SetAgain(kPostgresqlSettings);
     statement->ReadColumns(first.get());
     if (text.verb == "commit" || text.verb == "end") {
         link.ReceiveAll();

@@ -23,12 +23,6 @@ using Settings = std::vector<std::pair<std::string, std::string>>;
 
 constexpr std::chrono::milliseconds kLookAtSwitch{50};
 
-// What the fixed formats of cells stand on, whatever the server's own settings are.
-constexpr const char* kSessionSettings =
-    "SET DateStyle = 'ISO, YMD'; SET IntervalStyle = 'postgres'; SET TimeZone = 'UTC';"
-    "SET bytea_output = 'hex'; SET extra_float_digits = 1; SET lc_monetary = 'C';"
-    "SET standard_conforming_strings = on";
-
 [[noreturn]] void Raise(AdoError kind, const std::string& words) {
     throw MakeProviderError(kind, words, kPostgresqlName);
 }
@@ -225,7 +219,7 @@ Attempt Try(const Settings& settings, std::chrono::seconds limit,
     auto link = std::make_unique<PostgresqlLink>(std::move(connection), cancel);
     link->SetReadTimeout(limit);
     try {
-        link->RunScript(kSessionSettings);
+        link->RunScript(kPostgresqlSettings);
     } catch (const ErrorInfo&) {
         if (!link->HasFallenSilent()) throw;
         return TooSlow(host, port, {});

@@ -51,7 +51,17 @@ PostgresqlLink& PostgresqlSession::Link() {
 PostgresqlLink& PostgresqlSession::FreeLine() {
     auto& link = Link();
     if (auto* const reader = std::exchange(reader_, nullptr)) reader->KeepRest();
+    if (dueSettings_) MakeDueSettings();
     return link;
+}
+
+void PostgresqlSession::MakeDueSettings() {
+    const std::string settings = std::exchange(dueSettings_, nullptr);
+    try {
+        WithoutStops([&] { Link().RunScript(settings); });
+    } catch (
+        const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): a transaction has failed, or the line is gone
+    }
 }
 
 void PostgresqlSession::Begin() {

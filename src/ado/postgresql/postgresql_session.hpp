@@ -13,6 +13,14 @@
 
 namespace halvtiv::ado {
 
+/// What the fixed formats of cells stand on, whatever the server's own settings are.
+inline constexpr const char* kPostgresqlSettings =
+    "SET DateStyle = 'ISO, YMD'; SET IntervalStyle = 'postgres'; SET TimeZone = 'UTC';"
+    "SET bytea_output = 'hex'; SET extra_float_digits = 1; SET lc_monetary = 'C';"
+    "SET standard_conforming_strings = on";
+/// What values cannot be read without.
+inline constexpr const char* kPostgresqlFormats = "SET client_encoding = 'UTF8'; SET bytea_output = 'hex'";
+
 class PostgresqlCursor;
 
 /// A connection to one PostgreSQL server.
@@ -59,6 +67,8 @@ public:
     PostgresqlResult Start(std::shared_ptr<PostgresqlStatement>& statement);
     /// Forgets what the server keeps: a statement may have changed what it stands on.
     void ForgetStatements();
+    /// Lets these settings, a text that stays, be made again before the next statement.
+    void SetAgain(const char* settings) noexcept { dueSettings_ = settings; }
     /// Runs a statement of this provider's own with values, by its text in the cache.
     PostgresqlResult Query(const std::string& text, const PostgresqlParameters& parameters, bool binary);
 
@@ -73,6 +83,7 @@ private:
     bool IsOutdated() const;
     PostgresqlResult RunChange(const std::string& text, const PostgresqlParameters& parameters);
     void RunToUndo(const std::string& text);
+    void MakeDueSettings();
     void DeallocateAll(const std::vector<std::string>& names);
     /// Does something that neither the cancel switch nor a time-out stops.
     template <typename Action>
@@ -94,6 +105,7 @@ private:
     std::vector<std::shared_ptr<PostgresqlStatement>> tooLong_;  // not in the cache
     PostgresqlCursor* reader_ = nullptr;
     std::uint64_t lastName_ = 0;
+    const char* dueSettings_ = nullptr;
 };
 
 }  // namespace halvtiv::ado
