@@ -37,6 +37,10 @@ ErrorInfo MakeProviderError(AdoError error, std::string_view words, std::string_
 /// What is said of a connection that is not there any more, where the database says nothing itself.
 inline constexpr std::string_view kConnectionLost = "The connection to the server has been lost.";
 
+/// What is said of statements that no provider sends.
+inline constexpr std::string_view kNulInCommand = "The command text holds a NUL character.";
+inline constexpr std::string_view kCommandTooLong = "The command text is too long.";
+
 /// Whether something was cancelled: who goes on after a failure does not go on after that one.
 inline bool IsCancelled(const ErrorInfo& error) noexcept {
     return error.Number == static_cast<std::int32_t>(AdoError::Cancelled);
