@@ -118,20 +118,26 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     if (given > 1) RaiseUsage("Give one of --db, --connection and --connection-file.");
 }
 
-/// What is read must not be replaced by what is written.
+/// Raises where the output would replace a file that the command reads; the database is looked at when it is
+/// known.
 void CheckOutput(const Options& options) {
-    if (!options.output) return;
     std::vector<std::string> inputs = options.definitionFiles;
     inputs.insert(inputs.end(), options.files.begin(), options.files.end());
     inputs.push_back(options.request);
-    // The ends of a copy may be files, given as connections.
+    for (const SetOption& set : options.sets) {
+        if (set.isFile) inputs.push_back(set.value);
+    }
     for (const ConnectionOptions* end : {&options.connection, &options.copy.from, &options.copy.to}) {
-        for (const auto& path : {end->database, end->connection, end->connectionFile, end->passwordFile}) {
+        for (const auto& path : {end->connectionFile, end->passwordFile}) {
             if (path) inputs.push_back(*path);
         }
     }
-    for (const std::string& input : inputs) {
-        if (platform::IsSameFile(*options.output, input)) RaiseUsage("-o names a file that is read.");
+    for (const std::string& input : inputs) RefuseAsOutput(options.output, input);
+    const std::string& exported = options.exportTo.file;
+    if (options.output && !exported.empty() &&
+        (platform::NativePath(*options.output) == platform::NativePath(exported) ||
+         platform::IsSameFile(*options.output, exported))) {
+        RaiseUsage("-o and --to name the same file.");
     }
 }
 
@@ -195,6 +201,10 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
     ReadCommand(commands, split.plain, parsed.options);
     CheckOutput(parsed.options);
     return parsed;
+}
+
+void RefuseAsOutput(const std::optional<std::string>& output, const std::string& file) {
+    if (output && platform::IsSameFile(*output, file)) RaiseUsage("-o names a file that is read.");
 }
 
 }  // namespace halvtiv::cli
