@@ -118,12 +118,18 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     if (given > 1) RaiseUsage("Give one of --db, --connection and --connection-file.");
 }
 
+/// Whether `--output` names that file, which may be missing yet.
+bool IsOutput(const std::optional<std::string>& output, const std::string& file) {
+    if (!output || file.empty()) return false;
+    return platform::NativePath(*output) == platform::NativePath(file) || platform::IsSameFile(*output, file);
+}
+
 /// Raises where the output would replace a file that the command reads; the database is looked at when it is
 /// known.
 void CheckOutput(const Options& options) {
     std::vector<std::string> inputs = options.definitionFiles;
     inputs.insert(inputs.end(), options.files.begin(), options.files.end());
-    inputs.push_back(options.request);
+    if (options.request != "-") inputs.push_back(options.request);
     for (const SetOption& set : options.sets) {
         if (set.isFile) inputs.push_back(set.value);
     }
@@ -133,12 +139,7 @@ void CheckOutput(const Options& options) {
         }
     }
     for (const std::string& input : inputs) RefuseAsOutput(options.output, input);
-    const std::string& exported = options.exportTo.file;
-    if (options.output && !exported.empty() &&
-        (platform::NativePath(*options.output) == platform::NativePath(exported) ||
-         platform::IsSameFile(*options.output, exported))) {
-        RaiseUsage("-o and --to name the same file.");
-    }
+    if (IsOutput(options.output, options.exportTo.file)) RaiseUsage("-o and --to name the same file.");
 }
 
 /// Raises the parser's complaint in words that hold no value, which could be a secret.
@@ -204,7 +205,7 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
 }
 
 void RefuseAsOutput(const std::optional<std::string>& output, const std::string& file) {
-    if (output && platform::IsSameFile(*output, file)) RaiseUsage("-o names a file that is read.");
+    if (IsOutput(output, file)) RaiseUsage("-o names a file that is read.");
 }
 
 }  // namespace halvtiv::cli

@@ -282,6 +282,7 @@ TEST_F(CommandTest, TheOutputReplacesNothingThatIsRead) {
          {"run get.xml --db shop.db -o ./shop.db", "run get.xml --db shop.db -o same",
           "run get.xml --db shop.db -o get.xml", "defs list defs.xml -o defs.xml",
           "call f --defs defs.xml -o defs.xml --db shop.db", "copy --from shop.db --to new.db -o shop.db",
+          "copy --from shop.db --to new.db -o new.db",
           "run get.xml --connection 'Provider=SQLite;Data Source=\"shop.db\"' -o shop.db",
           "call f --set-file photo=get.xml -o get.xml --db shop.db"}) {
         ExpectRefused(arguments, "-o names a file that is read.");
