@@ -45,13 +45,13 @@ public:
     /// Whether all promises that were measured are kept.
     bool PrintRatios() const {
         bool kept = true;
-        std::printf("\n%-58s %8s %8s\n", "promise", "measured", "at most");
+        std::printf("\n%-67s %8s %8s\n", "promise", "measured", "at most");
         for (const Promise& promise : Promises()) {
             const double figure = FigureOf(promise);
             if (figure <= 0) continue;
             const bool within = figure <= promise.limit;
             kept = kept && within;
-            std::printf("%-58s %8.2f %8.2f%s\n", promise.title.c_str(), figure, promise.limit,
+            std::printf("%-67s %8.2f %8.2f%s\n", promise.title.c_str(), figure, promise.limit,
                         within ? "" : "  MISSED");
         }
         return kept;

@@ -59,28 +59,29 @@ std::string QuotedIfNeeded(std::string_view value) {
     return isPlain ? std::string(value) : Quoted(value);
 }
 
-/// Drops the value at the front with its ";"; whether there was anything in it.
-bool TakeValue(std::string_view& rest) {
+/// Takes the value at the front, with its ";" and without its quotes.
+std::string TakeValue(std::string_view& rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
     const bool isQuoted = rest.starts_with('"') || rest.starts_with('\'');
+    const std::string quote(rest.substr(0, isQuoted ? 1 : 0));
     std::size_t end = 0;
     if (isQuoted) {
-        const char quote = rest.front();
         end = rest.find(quote, 1);
         // A quote in the value is written twice.
         while (end < rest.size() && rest.substr(end + 1).starts_with(quote)) end = rest.find(quote, end + 2);
         end = std::min(end, rest.size());
     }
     const std::size_t valueEnd = std::min(rest.find(';', end), rest.size());
-    const bool isFilled = isQuoted ? end > 1 : !platform::TrimBlanks(rest.substr(0, valueEnd)).empty();
+    std::string value = isQuoted ? platform::ReplaceAll(rest.substr(1, end - 1), quote + quote, quote)
+                                 : std::string(platform::TrimBlanks(rest.substr(0, valueEnd)));
     rest.remove_prefix(std::min(valueEnd + 1, rest.size()));
-    return isFilled;
+    return value;
 }
 
-/// Reads the string as the data-access layer does: the last pair of a key counts, empty pairs do not.
-bool HasPassword(std::string_view rest) {
-    bool hasPassword = false;
-    bool hasPwd = false;
+/// What the string says for a key, as the data-access layer reads it: the last pair of a key counts, empty
+/// pairs do not.
+std::string ValueOf(std::string_view rest, std::string_view wanted) {
+    std::string found;
     while (!rest.empty()) {
         const std::size_t keyEnd = rest.find_first_of("=;");
         if (keyEnd == std::string_view::npos) break;
@@ -88,11 +89,14 @@ bool HasPassword(std::string_view rest) {
         const std::string_view key = platform::TrimBlanks(rest.substr(0, keyEnd));
         rest.remove_prefix(keyEnd + 1);
         if (!isPair) continue;
-        const bool isFilled = TakeValue(rest);
-        if (platform::EqualIgnoringCase(key, "password")) hasPassword = isFilled;
-        if (platform::EqualIgnoringCase(key, "pwd")) hasPwd = isFilled;
+        std::string value = TakeValue(rest);
+        if (platform::EqualIgnoringCase(key, wanted)) found = std::move(value);
     }
-    return hasPassword || hasPwd;
+    return found;
+}
+
+bool HasPassword(std::string_view connection) {
+    return !ValueOf(connection, "password").empty() || !ValueOf(connection, "pwd").empty();
 }
 
 std::string Password(const ConnectionOptions& options, const ConnectionNames& names) {
@@ -123,7 +127,7 @@ std::string WithPassword(std::string_view connection, std::string_view password)
 }
 
 std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
-                                   const ConnectionNames& names) {
+                                   const std::optional<std::string>& output, const ConnectionNames& names) {
     const std::string password = Password(options, names);
     std::optional<std::string> file = options.database;
     std::string connectionString;
@@ -133,7 +137,12 @@ std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionO
             throw CommandError(ExitStatus::NotRun, names.missing);
         }
         if (names.takesPaths && IsPath(connectionString)) file = connectionString;
+        // By these keys drivers find their files.
+        for (const char* key : {"data source", "database", "dbq"}) {
+            RefuseAsOutput(output, ValueOf(connectionString, key));
+        }
     }
+    if (file) RefuseAsOutput(output, *file);
     ado::ConnectionPtr connection;
     const bool makesFile = file && names.makesFiles && !platform::FileExists(*file);
     if (file && names.makesFiles) {

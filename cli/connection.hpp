@@ -21,9 +21,10 @@ struct ConnectionNames {
 };
 
 /// Connects the engine to the database of the options, or of the environment where they name none. Raises
-/// `CommandError` (not run) when none is named or it cannot be opened. Returns the path of a file that it has
-/// made.
+/// `CommandError` (not run) when none is named, it cannot be opened or it is the file that `output` names.
+/// Returns the path of a file that it has made.
 std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
+                                   const std::optional<std::string>& output,
                                    const ConnectionNames& names = {});
 
 /// The connection string with the password added, unless it has one already.

@@ -52,17 +52,6 @@ Definition ReadDefinition(const pugi::xml_node& node) {
     return definition;
 }
 
-/// Whether an engine takes the definition.
-bool Loads(const pugi::xml_node& node, const std::string& name) {
-    platform::TextBuffer xml;
-    xml.Append("<functions>");
-    if (!platform::AppendXmlNode(xml, node)) return false;
-    xml.Append("</functions>");
-    ZorbDbAccessEngine engine;
-    std::string report;
-    return engine.LoadFunctionDefsXml(xml.ToString(), report) && engine.IsFunctionDefined(name);
-}
-
 /// What an engine would hold after loading one file after the other: a definition replaces an earlier one of
 /// its name, and stands at the end.
 void AddDefinition(std::vector<Definition>& definitions, Definition definition) {
@@ -138,6 +127,18 @@ void RaiseUnreadable(const std::vector<std::string>& reasons) {
 
 }  // namespace
 
+std::string LoadableDefinition(const pugi::xml_node& definition, std::string_view name) {
+    platform::TextBuffer xml;
+    xml.Append("<functions>");
+    if (!platform::AppendXmlNode(xml, definition)) return {};
+    xml.Append("</functions>");
+    std::string file = xml.ToString();
+    ZorbDbAccessEngine engine;
+    std::string report;
+    const bool isLoaded = engine.LoadFunctionDefsXml(file, report) && engine.IsFunctionDefined(name);
+    return isLoaded ? file : std::string();
+}
+
 LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& path) {
     LoadReport report;
     try {
@@ -176,7 +177,9 @@ ExitStatus ListDefinitions(const Options& options) {
         }
         for (const pugi::xpath_node& found : document.select_nodes("/*/functiondef[@name!='']")) {
             Definition definition = ReadDefinition(found.node());
-            if (Loads(found.node(), definition.name)) AddDefinition(definitions, std::move(definition));
+            if (!LoadableDefinition(found.node(), definition.name).empty()) {
+                AddDefinition(definitions, std::move(definition));
+            }
         }
         if (report.failed > 0) {
             failed.push_back(file + ": " + std::to_string(report.failed) +

@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <halvtiv/db_access_engine.hpp>
+#include <pugixml.hpp>
 #include <string>
+#include <string_view>
 
 #include "command_error.hpp"
 #include "options.hpp"
@@ -19,6 +21,10 @@ struct LoadReport {
 
 /// Loads a definition file, which is read once and may be a pipe, into the engine.
 LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& path);
+
+/// A definition file of that one definition, for an engine that is to have it; "" where an engine does not
+/// take it.
+std::string LoadableDefinition(const pugi::xml_node& definition, std::string_view name);
 
 // Both raise `CommandError`, with "not run" when a file cannot be read as a definition file; nothing is
 // written then.

@@ -8,10 +8,9 @@
 #include <utility>
 
 #include "command_error.hpp"
+#include "defs_command.hpp"
 #include "platform/text.hpp"
-#include "platform/text_buffer.hpp"
 #include "platform/xml_reader.hpp"
-#include "platform/xml_writer.hpp"
 
 namespace halvtiv::cli {
 namespace {
@@ -99,14 +98,10 @@ void ExportedFunction::TakeDefinitions(ZorbDbAccessEngine& engine, std::string_v
             if (IsExportable(bodies.back().base)) base.set_value(kExport);
         }
 
-        platform::TextBuffer xml;
-        xml.Append("<functions>");
-        if (!platform::AppendXmlNode(xml, definition)) continue;
-        xml.Append("</functions>");
-        ZorbDbAccessEngine probe;  // a definition that does not load leaves the one before it in its place
+        // One that does not load leaves the one before it in its place.
+        const std::string file = LoadableDefinition(definition, name);
         std::string report;
-        if (!probe.LoadFunctionDefsXml(xml.ToString(), report) || !probe.IsFunctionDefined(name)) continue;
-        engine.LoadFunctionDefsXml(xml.ToString(), report);
+        if (file.empty() || !engine.LoadFunctionDefsXml(file, report)) continue;
         bodies_ = std::move(bodies);
     }
 }

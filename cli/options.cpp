@@ -3,128 +3,16 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <map>
 #include <span>
 #include <string_view>
 
-#include "command_error.hpp"
+#include "command_line.hpp"
 #include "help_text.hpp"
 #include "platform/files.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::cli {
 namespace {
-
-[[noreturn]] void RaiseUsage(const std::string& message) {
-    throw CommandError(ExitStatus::NotRun, message + "\nRun 'halvtiv --help' for more information.");
-}
-
-[[noreturn]] void RaiseNotUnderstood(const std::string& word) {
-    RaiseUsage("Not understood: " + word.substr(0, word.find_first_of("=;")));
-}
-
-/// Help as this command shows it: a usage line a command, options without remarks behind their names.
-class HelpFormatter : public CLI::Formatter {
-public:
-    explicit HelpFormatter(std::string_view usage) : usage_(usage) { column_width(32); }
-
-    std::string make_usage(const CLI::App*, std::string) const override {
-        return "\nUsage: " + std::string(usage_) + "\n";
-    }
-    std::string make_option_opts(const CLI::Option* option) const override {
-        const std::string type = option->get_type_name();
-        return type.empty() ? "" : ' ' + type;
-    }
-    std::string make_group(std::string group, bool isPositional,
-                           std::vector<const CLI::Option*> options) const override {
-        std::string text = "\n" + group + ":\n";
-        for (const CLI::Option* option : options) text += make_option(option, isPositional);
-        return text;
-    }
-
-private:
-    std::string_view usage_;
-};
-
-void SetHelp(CLI::App& app, std::string_view usage, std::string_view footer) {
-    app.formatter(std::make_shared<HelpFormatter>(usage));
-    app.footer(std::string(footer));
-}
-
-/// An option that may stand before and after the command's name, but once.
-CLI::Option* AddOnce(CLI::App& app, const std::string& names, std::optional<std::string>& target,
-                     const std::string& description) {
-    return app.add_option_function<std::string>(
-        names,
-        [&target, names](const std::string& value) {
-            if (target) RaiseUsage(names + " is given twice.");
-            target = value;
-        },
-        description);
-}
-
-void AddOutputOption(CLI::App& app, Options& options) {
-    AddOnce(app, "-o,--output", options.output, "Write to FILE, which appears when it is complete")
-        ->type_name("FILE")
-        ->group("Output");
-}
-
-void AddFormatOptions(CLI::App& app, Options& options) {
-    AddOutputOption(app, options);
-    static const std::map<std::string, Format> kFormats = {
-        {"xml", Format::Xml}, {"table", Format::Table}, {"csv", Format::Csv}, {"json", Format::Json}};
-    app.add_option_function<std::string>(
-           "--format",
-           [&options](const std::string& name) {
-               const auto format = kFormats.find(name);
-               if (format == kFormats.end()) RaiseUsage("--format is one of xml, table, csv and json.");
-               options.format = format->second;
-           },
-           "xml, table, csv or json; without it, table on a terminal and xml elsewhere")
-        ->type_name("FORMAT")
-        ->group("Output");
-}
-
-void AddSharedOptions(CLI::App& app, Options& options) {
-    ConnectionOptions& connection = options.connection;
-    AddOnce(app, "--db", connection.database, "Use the database in FILE")
-        ->type_name("FILE")
-        ->group("Database");
-    AddOnce(app, "--connection", connection.connection, "Use the database of a connection string")
-        ->type_name("STRING")
-        ->group("Database");
-    AddOnce(app, "--connection-file", connection.connectionFile, "Read the connection string from FILE")
-        ->type_name("FILE")
-        ->group("Database");
-    AddOnce(app, "--password-file", connection.passwordFile, "Read the password from FILE")
-        ->type_name("FILE")
-        ->group("Database");
-    app.add_option_function<std::vector<std::string>>(
-           "--defs",
-           [&options](const std::vector<std::string>& files) {
-               options.definitionFiles.insert(options.definitionFiles.end(), files.begin(), files.end());
-           },
-           "Load function definitions from FILE (may be given several times)")
-        ->allow_extra_args(false)
-        ->type_name("FILE")
-        ->group("Database");
-
-    AddFormatOptions(app, options);
-}
-
-/// One end of a copy: what is "from" or "to".
-void AddEndOptions(CLI::App& app, const std::string& what, ConnectionOptions& end) {
-    const std::string name = "--" + what;
-    AddOnce(app, name, end.connection, "The database to copy " + what + ": a connection string, or a file")
-        ->type_name("STRING|FILE")
-        ->group("Databases");
-    AddOnce(app, name + "-file", end.connectionFile, "Read that connection string from FILE")
-        ->type_name("FILE")
-        ->group("Databases");
-    AddOnce(app, name + "-password-file", end.passwordFile, "Read its password from FILE")
-        ->type_name("FILE")
-        ->group("Databases");
-}
 
 /// "NAME=VALUE" taken apart at the first "=".
 std::pair<std::string, std::string> SplitAssignment(const std::string& text, const std::string& what) {
@@ -171,27 +59,20 @@ std::string TakeFirst(std::vector<std::string>& words, const std::string& what) 
     return first;
 }
 
-/// The two options whose order on the command line counts.
-struct SetOptions {
-    const CLI::Option* set = nullptr;
-    const CLI::Option* setFile = nullptr;
-};
-
 void ReadParameters(const std::vector<std::string>& words, Options& options) {
     for (const std::string& text : words) {
         options.parameters.push_back(SplitAssignment(text, "A parameter"));
     }
 }
 
-void ReadCall(const CLI::App& call, const SetOptions& arguments, std::vector<std::string> words,
-              Options& options) {
+void ReadCall(const Commands& commands, std::vector<std::string> words, Options& options) {
     options.function = TakeFirst(words, "a function");
     ReadParameters(words, options);
     std::size_t setCount = 0;
     std::size_t fileCount = 0;
-    for (const CLI::Option* option : call.parse_order()) {
-        if (option != arguments.set && option != arguments.setFile) continue;
-        const bool isFile = option == arguments.setFile;
+    for (const CLI::Option* option : commands.call->parse_order()) {
+        if (option != commands.set && option != commands.setFile) continue;
+        const bool isFile = option == commands.setFile;
         std::size_t& position = isFile ? fileCount : setCount;
         auto [column, value] =
             SplitAssignment(option->results().at(position), isFile ? "--set-file" : "--set");
@@ -237,21 +118,28 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
     if (given > 1) RaiseUsage("Give one of --db, --connection and --connection-file.");
 }
 
-/// What is read must not be replaced by what is written.
+/// Whether `--output` names that file, which may be missing yet.
+bool IsOutput(const std::optional<std::string>& output, const std::string& file) {
+    if (!output || file.empty()) return false;
+    return platform::NativePath(*output) == platform::NativePath(file) || platform::IsSameFile(*output, file);
+}
+
+/// Raises where the output would replace a file that the command reads; the database is looked at when it is
+/// known.
 void CheckOutput(const Options& options) {
-    if (!options.output) return;
     std::vector<std::string> inputs = options.definitionFiles;
     inputs.insert(inputs.end(), options.files.begin(), options.files.end());
-    inputs.push_back(options.request);
-    // The ends of a copy may be files, given as connections.
+    if (options.request != "-") inputs.push_back(options.request);
+    for (const SetOption& set : options.sets) {
+        if (set.isFile) inputs.push_back(set.value);
+    }
     for (const ConnectionOptions* end : {&options.connection, &options.copy.from, &options.copy.to}) {
-        for (const auto& path : {end->database, end->connection, end->connectionFile, end->passwordFile}) {
+        for (const auto& path : {end->connectionFile, end->passwordFile}) {
             if (path) inputs.push_back(*path);
         }
     }
-    for (const std::string& input : inputs) {
-        if (platform::IsSameFile(*options.output, input)) RaiseUsage("-o names a file that is read.");
-    }
+    for (const std::string& input : inputs) RefuseAsOutput(options.output, input);
+    if (IsOutput(options.output, options.exportTo.file)) RaiseUsage("-o and --to name the same file.");
 }
 
 /// Raises the parser's complaint in words that hold no value, which could be a secret.
@@ -266,75 +154,36 @@ void CheckOutput(const Options& options) {
     RaiseUsage(error.what());
 }
 
+/// Takes what the parser has found beside the options that it has filled in itself.
+void ReadCommand(const Commands& commands, std::span<const char* const> plain, Options& options) {
+    if (commands.call->parsed()) {
+        options.command = Command::Call;
+        ReadCall(commands, PlainWords(*commands.call, plain), options);
+    } else if (commands.exporting->parsed()) {
+        options.command = Command::Export;
+        ReadExport(commands.exportFile, PlainWords(*commands.exporting, plain), options);
+    } else if (commands.copying->parsed()) {
+        options.command = Command::Copy;
+        ReadCopy(commands.batch, PlainWords(*commands.copying, plain), options);
+    } else if (commands.defs->parsed()) {
+        const bool isList = commands.defsList->parsed();
+        options.command = isList ? Command::DefsList : Command::DefsCheck;
+        options.files = PlainWords(isList ? *commands.defsList : *commands.defsCheck, plain);
+        if (options.files.empty()) RaiseUsage("Name a definition file.");
+    } else {
+        std::vector<std::string> words = PlainWords(*commands.run, plain);
+        options.request = TakeFirst(words, "a request file, or - for standard input");
+        if (!words.empty()) RaiseNotUnderstood(words.front());
+    }
+}
+
 }  // namespace
 
 ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* arguments) {
     ParsedCommandLine parsed;
-    Options& options = parsed.options;
-
     CLI::App app{std::string(kDescription), "halvtiv"};
-    SetHelp(app, kUsage, kFooter);
-    app.set_help_flag("-h,--help", "Print this help and exit");
-    app.set_version_flag("--version", "halvtiv " HALVTIV_VERSION, "Print the version and exit");
-    app.require_subcommand(1);
-    AddSharedOptions(app, options);
-
-    CLI::App& run = *app.add_subcommand("run", std::string(kRunDescription));
-    SetHelp(run, kRunUsage, kRunFooter);
-    run.allow_extras();
-    std::string ignoredWord;  // read with what follows "--"
-    run.add_option("REQUEST", ignoredWord, "The request's file, or - for standard input")->type_name("");
-    AddSharedOptions(run, options);
-
-    CLI::App& call = *app.add_subcommand("call", std::string(kCallDescription));
-    SetHelp(call, kCallUsage, kCallFooter);
-    call.allow_extras();
-    call.add_option("NAME", ignoredWord, "The function's name")->type_name("");
-    std::vector<std::string> ignored;  // read with their order from the options themselves
-    const SetOptions setOptions = {
-        call.add_option("--set", ignored,
-                        "A value for a column of the row to write (may be given several times)")
-            ->allow_extra_args(false)
-            ->type_name("COLUMN=VALUE"),
-        call.add_option("--set-file", ignored,
-                        "A file whose content is the value (may be given several times)")
-            ->allow_extra_args(false)
-            ->type_name("COLUMN=PATH")};
-    AddSharedOptions(call, options);
-
-    CLI::App& exporting = *app.add_subcommand("export", std::string(kExportDescription));
-    SetHelp(exporting, kExportUsage, kExportFooter);
-    exporting.allow_extras();
-    exporting.add_option("NAME|REQUEST.xml", ignoredWord, "The function's name, or a request's file")
-        ->type_name("");
-    std::optional<std::string> exportFile;
-    AddOnce(exporting, "--to", exportFile, "Write the rows to FILE, in the format of its extension")
-        ->type_name("FILE");
-    AddOnce(exporting, "--table", options.exportTo.table, "The table or sheet to write")->type_name("NAME");
-    exporting.add_flag("--clear", options.exportTo.clear, "Empty the table before rows are added to it");
-    AddOnce(exporting, "--data-folder", options.exportTo.dataFolder, "Write binary columns as files in DIR")
-        ->type_name("DIR");
-    AddSharedOptions(exporting, options);
-
-    CLI::App& copying = *app.add_subcommand("copy", std::string(kCopyDescription));
-    SetHelp(copying, kCopyUsage, kCopyFooter);
-    copying.allow_extras();
-    copying.add_option("TABLE", ignoredWord, "The tables to copy; without any, all of them")->type_name("");
-    AddEndOptions(copying, "from", options.copy.from);
-    AddEndOptions(copying, "to", options.copy.to);
-    std::optional<std::string> batch;
-    AddOnce(copying, "--batch", batch, "Rows that are written together (1000)")->type_name("ROWS");
-    AddFormatOptions(copying, options);
-
-    CLI::App& defs = *app.add_subcommand("defs", std::string(kDefsDescription));
-    SetHelp(defs, kDefsUsage, kDefsFooter);
-    defs.require_subcommand(1);
-    CLI::App& list = *defs.add_subcommand("list", std::string(kDefsListDescription));
-    CLI::App& check = *defs.add_subcommand("check", std::string(kDefsCheckDescription));
-    for (CLI::App* sub : {&list, &check}) {
-        sub->allow_extras();
-        AddOutputOption(*sub, options);
-    }
+    Commands commands;
+    AddCommands(app, parsed.options, commands);
 
     const Arguments split = SplitArguments({arguments, static_cast<std::size_t>(argumentCount)});
     try {
@@ -346,30 +195,17 @@ ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* argumen
         parsed.text = app.version() + '\n';
         return parsed;
     } catch (const CLI::ParseError& error) {
-        RaiseParseError(app, defs, error);
+        RaiseParseError(app, *commands.defs, error);
     }
 
-    CheckConnectionOptions(options.connection);
-    if (call.parsed()) {
-        options.command = Command::Call;
-        ReadCall(call, setOptions, PlainWords(call, split.plain), options);
-    } else if (exporting.parsed()) {
-        options.command = Command::Export;
-        ReadExport(exportFile, PlainWords(exporting, split.plain), options);
-    } else if (copying.parsed()) {
-        options.command = Command::Copy;
-        ReadCopy(batch, PlainWords(copying, split.plain), options);
-    } else if (defs.parsed()) {
-        options.command = list.parsed() ? Command::DefsList : Command::DefsCheck;
-        options.files = PlainWords(list.parsed() ? list : check, split.plain);
-        if (options.files.empty()) RaiseUsage("Name a definition file.");
-    } else {
-        std::vector<std::string> words = PlainWords(run, split.plain);
-        options.request = TakeFirst(words, "a request file, or - for standard input");
-        if (!words.empty()) RaiseNotUnderstood(words.front());
-    }
-    CheckOutput(options);
+    CheckConnectionOptions(parsed.options.connection);
+    ReadCommand(commands, split.plain, parsed.options);
+    CheckOutput(parsed.options);
     return parsed;
+}
+
+void RefuseAsOutput(const std::optional<std::string>& output, const std::string& file) {
+    if (IsOutput(output, file)) RaiseUsage("-o names a file that is read.");
 }
 
 }  // namespace halvtiv::cli

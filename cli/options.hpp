@@ -69,4 +69,8 @@ struct ParsedCommandLine {
 /// hold a password.
 ParsedCommandLine ParseCommandLine(int argumentCount, const char* const* arguments);
 
+/// Raises `CommandError` (not run) where `--output` names that file, which is read or made and must not be
+/// replaced by what is printed.
+void RefuseAsOutput(const std::optional<std::string>& output, const std::string& file);
+
 }  // namespace halvtiv::cli

@@ -3,6 +3,7 @@
 #include <halvtiv/error_info.hpp>
 
 #include "command_error.hpp"
+#include "platform/files.hpp"
 #include "platform/streams.hpp"
 
 namespace halvtiv::cli {

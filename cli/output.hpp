@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/files.hpp"
+#include "platform/output_file.hpp"
 
 namespace halvtiv::cli {
 

@@ -114,7 +114,7 @@ ExitStatus Run(const Options& options, const std::string& requestXml, ExportedFu
     ZorbDbAccessEngine engine;
     bool isGood = LoadDefinitions(engine, options.definitionFiles, exported);
     // What cannot be read is left to the engine, which says why, without opening a database for it.
-    if (shape.isXml) Connect(engine, options.connection);
+    if (shape.isXml) Connect(engine, options.connection, options.output);
     if (exported != nullptr) exported->RequireExportable(engine.GetDatabaseConnection()->DatabaseName());
 
     const auto [isDone, resultXml, reason, isInterrupted] = RunRequest(engine, requestXml, shape);

@@ -5,11 +5,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
-#include <utility>
 
 #include <halvtiv_exporters/exporters.hpp>
 

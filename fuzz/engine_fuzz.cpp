@@ -1,6 +1,5 @@
 // Values of calls on the way into a database and back.
 
-#include <memory>
 #include <string>
 
 #include <halvtiv/halvtiv.hpp>

@@ -281,9 +281,14 @@ TEST_F(CommandTest, TheOutputReplacesNothingThatIsRead) {
     for (const char* arguments :
          {"run get.xml --db shop.db -o ./shop.db", "run get.xml --db shop.db -o same",
           "run get.xml --db shop.db -o get.xml", "defs list defs.xml -o defs.xml",
-          "call f --defs defs.xml -o defs.xml --db shop.db", "copy --from shop.db --to new.db -o shop.db"}) {
+          "call f --defs defs.xml -o defs.xml --db shop.db", "copy --from shop.db --to new.db -o shop.db",
+          "copy --from shop.db --to new.db -o new.db",
+          "run get.xml --connection 'Provider=SQLite;Data Source=\"shop.db\"' -o shop.db",
+          "call f --set-file photo=get.xml -o get.xml --db shop.db"}) {
         ExpectRefused(arguments, "-o names a file that is read.");
     }
+    ExpectRefused("export public.getdata sql='select 1 a, 2 b' --db shop.db --to new.csv -o new.csv",
+                  "-o and --to name the same file.");
     EXPECT_TRUE(ReadFile(folder_ / "shop.db") == database);
 }
 

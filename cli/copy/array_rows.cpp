@@ -1,7 +1,6 @@
 #include "copy/array_rows.hpp"
 
 #include <algorithm>
-#include <utility>
 
 #include "copy/dialect.hpp"
 #include "platform/text.hpp"

@@ -43,9 +43,9 @@ struct NewFile {
     std::optional<std::string> path;
 };
 
-Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options, const ConnectionNames& names,
-              NewFile& made) {
-    made.path = Connect(engine, options, names);
+Database Open(ZorbDbAccessEngine& engine, const ConnectionOptions& options,
+              const std::optional<std::string>& output, const ConnectionNames& names, NewFile& made) {
+    made.path = Connect(engine, options, output, names);
     const ado::ConnectionPtr connection = engine.GetDatabaseConnection();
     Database database{connection, DialectOf(*connection)};
     if (database.dialect == Dialect::MariaDb) {
@@ -262,8 +262,8 @@ ExitStatus RunCopy(const Options& options) {
     std::vector<TableCopy> tables;
     bool isGood = false;
     try {
-        const Database source = Open(from, options.copy.from, kFrom, noFile);
-        const Database target = Open(to, options.copy.to, kTo, targetFile);
+        const Database source = Open(from, options.copy.from, options.output, kFrom, noFile);
+        const Database target = Open(to, options.copy.to, options.output, kTo, targetFile);
         if (target.dialect == Dialect::Access) {
             throw CommandError(ExitStatus::NotRun,
                                "Access files can be copied from, but not to: they are read only.");

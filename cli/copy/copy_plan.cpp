@@ -1,7 +1,6 @@
 #include "copy/copy_plan.hpp"
 
 #include <algorithm>
-#include <array>
 #include <functional>
 #include <set>
 #include <utility>

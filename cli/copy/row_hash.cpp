@@ -1,7 +1,6 @@
 #include "copy/row_hash.hpp"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "copy/dialect.hpp"

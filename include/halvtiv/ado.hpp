@@ -22,8 +22,10 @@ namespace halvtiv::ado {
 /// Bytes as they stand in a column or a file.
 using Bytes = std::vector<std::uint8_t>;
 
+/// What `State` answers.
 enum ObjectStateEnum : std::int32_t { adStateClosed = 0, adStateOpen = 1 };
 
+/// Whether a recordset can go back to its first row.
 enum CursorTypeEnum : std::int32_t {
     adOpenForwardOnly = 0,  ///< streams: rows pass once and are not kept
     adOpenKeyset = 1,       ///< as adOpenDynamic
@@ -31,62 +33,69 @@ enum CursorTypeEnum : std::int32_t {
     adOpenStatic = 3        ///< as adOpenDynamic
 };
 
-enum LockTypeEnum : std::int32_t { adLockReadOnly = 1, adLockPessimistic = 2, adLockOptimistic = 3 };
+/// Whether a recordset's rows can be changed.
+enum LockTypeEnum : std::int32_t {
+    adLockReadOnly = 1,     ///< they cannot
+    adLockPessimistic = 2,  ///< as adLockOptimistic
+    adLockOptimistic = 3    ///< they can; a row that somebody else has changed is found when it is written
+};
 
-/// What a column holds. The numbers are those of the OLE DB type indicators.
+/// What a column holds. The numbers are those of the OLE DB type indicators; docs/databases.md says which a
+/// database's types have. Some no provider gives; they are here for those who tell types apart.
 enum DataTypeEnum : std::int32_t {
-    adEmpty = 0,
-    adSmallInt = 2,
-    adInteger = 3,
-    adSingle = 4,
-    adDouble = 5,
-    adCurrency = 6,
-    adDate = 7,
-    adBSTR = 8,
-    adBoolean = 11,
-    adDecimal = 14,
-    adTinyInt = 16,
-    adUnsignedTinyInt = 17,
-    adUnsignedSmallInt = 18,
-    adUnsignedInt = 19,
-    adBigInt = 20,
-    adUnsignedBigInt = 21,
-    adFileTime = 64,
-    adGUID = 72,
-    adBinary = 128,
-    adChar = 129,
-    adWChar = 130,
-    adNumeric = 131,
-    adDBDate = 133,
-    adDBTime = 134,
-    adDBTimeStamp = 135,
-    adVarNumeric = 139,
-    adVarChar = 200,
-    adLongVarChar = 201,
-    adVarWChar = 202,
-    adLongVarWChar = 203,
-    adVarBinary = 204,
-    adLongVarBinary = 205
+    adEmpty = 0,              ///< nothing; not given
+    adSmallInt = 2,           ///< an integer of 16 bits
+    adInteger = 3,            ///< an integer of 32 bits
+    adSingle = 4,             ///< a floating number of 32 bits
+    adDouble = 5,             ///< a floating number of 64 bits
+    adCurrency = 6,           ///< an amount of money, exact
+    adDate = 7,               ///< a date with a time; not given
+    adBSTR = 8,               ///< a text; not given
+    adBoolean = 11,           ///< true or false
+    adDecimal = 14,           ///< an exact number; not given
+    adTinyInt = 16,           ///< an integer of 8 bits
+    adUnsignedTinyInt = 17,   ///< the same without a sign
+    adUnsignedSmallInt = 18,  ///< an integer of 16 bits without a sign
+    adUnsignedInt = 19,       ///< an integer of 32 bits without a sign
+    adBigInt = 20,            ///< an integer of 64 bits
+    adUnsignedBigInt = 21,    ///< the same without a sign
+    adFileTime = 64,          ///< a moment; not given
+    adGUID = 72,              ///< a GUID: upper case in braces
+    adBinary = 128,           ///< bytes of one length
+    adChar = 129,             ///< a text of one length, of narrow characters
+    adWChar = 130,            ///< a text of one length, of wide characters
+    adNumeric = 131,          ///< an exact number
+    adDBDate = 133,           ///< a date
+    adDBTime = 134,           ///< a time of day
+    adDBTimeStamp = 135,      ///< a date with a time
+    adVarNumeric = 139,       ///< an exact number; not given
+    adVarChar = 200,          ///< a text up to a length, of narrow characters
+    adLongVarChar = 201,      ///< a long text of narrow characters
+    adVarWChar = 202,         ///< a text up to a length, of wide characters
+    adLongVarWChar = 203,     ///< a long text of wide characters
+    adVarBinary = 204,        ///< bytes up to a length
+    adLongVarBinary = 205     ///< long bytes
 };
 
 /// Bits of `Field::Attributes`.
 enum FieldAttributeEnum : std::int32_t {
-    adFldUpdatable = 4,
-    adFldFixed = 16,
-    adFldIsNullable = 32,
-    adFldMayBeNull = 64,
-    adFldLong = 128  ///< a long column: read it with `GetChunk`
+    adFldUpdatable = 4,    ///< the column can be assigned, in a recordset whose rows can be changed
+    adFldFixed = 16,       ///< all values have one length
+    adFldIsNullable = 32,  ///< the column can be set to null
+    adFldMayBeNull = 64,   ///< a null may be read from it
+    adFldLong = 128        ///< a long column: read it with `GetChunk`
 };
 
 /// A number with its exact digits, as text: "-12.50".
 struct Decimal {
-    std::string Digits;
+    std::string Digits;  ///< an optional "-", digits, and a "." with digits where there is a fraction
     bool operator==(const Decimal&) const = default;
 };
 
 using halvtiv::DateTime;
 
-/// One value out of a column: null or one of seven kinds.
+/// One value out of a column: null or one of seven kinds. A plain value: copy it, keep it, hand it to another
+/// thread.
 class HALVTIV_API Variant {
 public:
     /// Null.
@@ -98,6 +107,7 @@ public:
     template <std::integral Integer>
     requires(!std::same_as<Integer, bool>) explicit Variant(Integer value)
         : value_(static_cast<std::int64_t>(value)) {}
+    // One constructor a kind; a text is UTF-8, and stays a text whatever it says.
     explicit Variant(double value) : value_(value) {}
     explicit Variant(Decimal value) : value_(std::move(value)) {}
     explicit Variant(std::string value) : value_(std::move(value)) {}
@@ -106,6 +116,7 @@ public:
     explicit Variant(Bytes value) : value_(std::move(value)) {}
     explicit Variant(DateTime value) : value_(value) {}
 
+    /// Whether it is null, which an empty text is not.
     bool IsNull() const { return std::holds_alternative<std::monostate>(value_); }
 
     /// The value as text, "" for null: integers and decimals as they are, doubles in the shortest form
@@ -123,6 +134,7 @@ public:
     const Bytes* AsBytes() const { return std::get_if<Bytes>(&value_); }
     const DateTime* AsDateTime() const { return std::get_if<DateTime>(&value_); }
 
+    /// The same kind and the same value: 1 is not 1.0, and "1.50" not "1.5".
     bool operator==(const Variant&) const = default;
 
 private:
@@ -135,6 +147,7 @@ using RecordsetPtr = std::shared_ptr<Recordset>;
 /// A connection to one database, through the provider that its string names.
 class HALVTIV_API Connection {
 public:
+    /// Makes a connection that is closed.
     Connection();
     /// Closes the connection, ignoring errors. Open transactions are rolled back.
     ~Connection();
@@ -210,13 +223,13 @@ public:
     /// by `Recordset::Update`. Raises -2146824867 where the column cannot hold the value, -2146825037 where
     /// the column or the recordset cannot be changed.
     void Value(const Variant& value);
-    /// Whether that value is null.
+    /// Whether the value in the current record is null. Raises -2146825267 when there is no record.
     bool IsNull();
-    /// That value as text in the formats of `Variant::Text`, without a copy: the way to read whole tables.
+    /// The value as text in the formats of `Variant::Text`, without a copy: the way to read whole tables.
     /// Valid until the next call on this recordset or its fields.
     std::string_view Text();
     /// The next piece of the value, at most length bytes; text as UTF-8. Empty at the end and for null. A
-    /// value is read from its start again after the record has changed.
+    /// value is read from its start again after the record has changed. Raises 5 for a length below 0.
     Bytes GetChunk(std::int64_t length);
     /// Appends a piece to the new value of a long column; the first one replaces the value that was. Pieces
     /// beyond 4 MiB wait for `Recordset::Update` in a temporary file. Raises as assigning does, and
@@ -240,8 +253,10 @@ public:
     Fields(const Fields&) = delete;
     Fields& operator=(const Fields&) = delete;
 
+    /// Number of columns.
     std::int32_t Count();
-    /// Raises -2146825023 for a position below 0 or from `Count` on. What is returned keeps the rows alive.
+    /// The column at a position. Raises -2146825023 for a position below 0 or from `Count` on. What is
+    /// returned keeps the rows alive.
     FieldPtr Item(std::int32_t index);
     /// The first column of that name, in any letter case; raises -2146825023 when there is none.
     FieldPtr Item(std::string_view name);
@@ -264,6 +279,7 @@ private:
 /// transaction.
 class HALVTIV_API Recordset {
 public:
+    /// Makes a recordset that is closed.
     Recordset();
     /// Runs what is left of the batch, ignoring errors: call `Close` to hear of them.
     ~Recordset();

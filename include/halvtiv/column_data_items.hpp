@@ -88,6 +88,7 @@ public:
 
     /// Removes every item of that name, ignoring case, from the last position down to nStartIndex.
     void RemoveItemByName(std::string_view sName, std::int32_t nStartIndex = 1);
+    /// Number of items.
     std::int32_t Count() const;
     /// Removes the item at a position from 1; raises 9 when there is none.
     void Remove(std::int32_t lIndex);
@@ -96,7 +97,8 @@ public:
     /// Removes all items. `Tag` is kept.
     void Reset();
 
-    /// Free text of the owner; the name of the block where a call holds this collection.
+    /// Free text of the owner; the name of the block where a call holds this collection. Writing raises 5 for
+    /// a text that XML cannot carry.
     std::string Tag() const;
     void Tag(std::string_view sTag);
 
@@ -108,13 +110,15 @@ public:
     /// "Failed to add new item." (those added before it stay).
     bool Parse(std::string_view sDataRowXml, std::string_view sColTag);
     /// Writes the items as XML: a root sRootKey with one sItemTag an item. False, with the message in
-    /// sSaveErrMsg and the other argument untouched, when a name does not fit an element.
+    /// sSaveErrMsg and the other argument untouched, when a name does not fit an element or an item was given
+    /// a text that XML cannot carry.
     bool Save(std::string& sItemsXml, std::string_view sRootKey, std::string_view sItemTag,
               std::string& sSaveErrMsg) const;
     /// `Save` to a file (UTF-8), which appears under its name only when it is complete.
     bool SaveFile(std::string_view sFilename, std::string_view sRootKey, std::string_view sItemTag,
                   std::string& sSaveErrMsg) const;
 
+    // So that a range-for visits the items.
     Iterator begin() const;
     Iterator end() const;
 

@@ -26,14 +26,20 @@ public:
     std::string GetConnectionStringBase_SQLServer() const;
 
     // Plain values, "" at first; writing stores the text as it is.
+
+    /// The server: "%SVR%".
     std::string ServerName() const;
     void ServerName(std::string_view sSVR);
+    /// The database, or the file database's path: "%DBN%".
     std::string DatabaseName() const;
     void DatabaseName(std::string_view sDBN);
+    /// The user's name: "%UID%".
     std::string UserID() const;
     void UserID(std::string_view sUID);
+    /// The user's password: "%PWD%".
     std::string Password() const;
     void Password(std::string_view sPWD);
+    /// The template.
     std::string ConnectionStringBase() const;
     void ConnectionStringBase(std::string_view sConnStrBase);
 
@@ -50,8 +56,10 @@ public:
     std::string GenerateConnectionStringWithParams(std::string_view sConnStrBase, std::string_view sSVR,
                                                    std::string_view sDBN, std::string_view sUID,
                                                    std::string_view sPWD) const;
+    /// The same from the file database's template.
     std::string GenerateConnectionString_Jet(std::string_view sDBN, std::string_view sUID,
                                              std::string_view sPWD) const;
+    /// The same from SQL Server's template.
     std::string GenerateConnectionString_SQLServer(std::string_view sSVR, std::string_view sDBN,
                                                    std::string_view sUID, std::string_view sPWD) const;
 

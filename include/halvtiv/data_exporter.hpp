@@ -39,6 +39,7 @@ public:
     virtual void DataCount(std::int32_t count);
     /// Whether the target table is emptied before rows are written.
     virtual bool ClearTableBeforeExport();
+    /// Sets that, before each export.
     virtual void ClearTableBeforeExport(bool clear);
     /// Fills a description of the file type and the file extension without a dot.
     virtual void GetExporterInfo(std::string& sFileTypeString, std::string& sFileExtensionName);

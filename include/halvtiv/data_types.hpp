@@ -11,29 +11,29 @@ namespace halvtiv {
 /// The data type of a column or of a definition's parameter; in documents "integer", "double", "text",
 /// "datetime" and "binary".
 enum QorvStockDataTypeEnum : std::int32_t {
-    QORV_STOCKDT_UNKNOWN = -1,
-    QORV_STOCKDT_INTEGER = 0,
-    QORV_STOCKDT_DOUBLE = 1,
-    QORV_STOCKDT_TEXT = 2,
-    QORV_STOCKDT_DATETIME = 3,
-    QORV_STOCKDT_BINARY = 4
+    QORV_STOCKDT_UNKNOWN = -1,  ///< none of these
+    QORV_STOCKDT_INTEGER = 0,   ///< integers of any width, and truth values
+    QORV_STOCKDT_DOUBLE = 1,    ///< floating and exact numbers
+    QORV_STOCKDT_TEXT = 2,      ///< texts that are not long, and GUIDs
+    QORV_STOCKDT_DATETIME = 3,  ///< dates, times, or both
+    QORV_STOCKDT_BINARY = 4     ///< bytes and long texts, which stay out of rows
 };
 
 /// The type of a result's entry; in documents "data", "file", "error" and "info".
 enum QorvResultTypeEnum : std::int32_t {
-    QORV_OUTPUT_UNKNOWN = -1,
-    QORV_OUTPUT_DATA = 0,
-    QORV_OUTPUT_FILE = 1,
-    QORV_OUTPUT_ERROR = 2,
-    QORV_OUTPUT_INFO = 3
+    QORV_OUTPUT_UNKNOWN = -1,  ///< none of these
+    QORV_OUTPUT_DATA = 0,      ///< a table of rows
+    QORV_OUTPUT_FILE = 1,      ///< the name of a file that holds the rows
+    QORV_OUTPUT_ERROR = 2,     ///< number, description and source of an error
+    QORV_OUTPUT_INFO = 3       ///< a return value
 };
 
 /// The type of one cell of a row and of a call's parameter; in documents "data", "file" and "error".
 enum QorvColumnTypeEnum : std::int32_t {
-    QORV_COLUMN_UNKNOWN = -1,
-    QORV_COLUMN_DATA = 0,
-    QORV_COLUMN_FILE = 1,
-    QORV_COLUMN_ERROR = 2
+    QORV_COLUMN_UNKNOWN = -1,  ///< none of these
+    QORV_COLUMN_DATA = 0,      ///< the value itself
+    QORV_COLUMN_FILE = 1,      ///< the name of a file that holds the value
+    QORV_COLUMN_ERROR = 2      ///< a value that could not be written as it is
 };
 
 /// The document name of a `QorvStockDataTypeEnum` code; "(unknown)" for any other number.

@@ -6,6 +6,7 @@ namespace halvtiv {
 
 /// A date, a time of day, or both, without a time zone.
 struct DateTime {
+    /// Which of the fields below count; the others keep their defaults.
     enum class Parts : std::uint8_t { Date, Time, DateAndTime };
     Parts Which = Parts::DateAndTime;
     std::int32_t Year = 1;        ///< 1 to 9999

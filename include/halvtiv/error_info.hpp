@@ -15,6 +15,7 @@ namespace halvtiv {
 /// A plain value: copy it, keep it, hand it to another thread.
 struct HALVTIV_API ErrorInfo : std::exception {
     ErrorInfo() = default;
+    /// An error without a reference to help.
     ErrorInfo(std::int32_t number, std::string description, std::string source = {});
     ErrorInfo(const ErrorInfo&) = default;
     ErrorInfo(ErrorInfo&&) = default;

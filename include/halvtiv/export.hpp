@@ -4,8 +4,6 @@
 #if defined(_WIN32)
 #if defined(HALVTIV_BUILDING)
 #define HALVTIV_API __declspec(dllexport)
-#elif defined(HALVTIV_STATIC)
-#define HALVTIV_API
 #else
 #define HALVTIV_API __declspec(dllimport)
 #endif

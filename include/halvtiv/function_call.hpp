@@ -49,7 +49,9 @@ public:
     std::string FunctionGUID() const;
     void FunctionGUID(std::string_view sFunctionGUID);
 
+    /// Number of parameters.
     std::int32_t ParamCount() const;
+    /// Number of data parameters.
     std::int32_t DataParamCount() const;
 
     /// The values of all parameters of that name (ignoring case, not trimmed), in order, and their number;
@@ -62,7 +64,8 @@ public:
     /// not found - NAME."
     bool GetParamInfoByName(std::string_view name, std::string& value, std::int32_t& type, std::string& extra,
                             std::int32_t startIndex = 1);
-    /// Replaces a parameter's value; false without an error when there is no such position.
+    /// Replaces a parameter's value; false without an error when there is no such position. 5 for a text that
+    /// XML cannot carry, here and in all members that add.
     bool SetParam(std::int32_t index, std::string_view value);
     /// Position of the first data parameter of that name at or after startIndex; -1 when there is none.
     std::int32_t GetDataParamIndex(std::string_view name, std::int32_t startIndex = 1);
@@ -95,11 +98,17 @@ public:
     /// Removes a block; false without an error when there is no such position.
     bool RemoveDataParam(std::int32_t index);
 
-    /// The values alone; "" when there is no such parameter (the last error tells).
+    // The values alone; "" with the error of the member above that gives all fields when there is none.
+
+    /// A parameter's value.
     std::string GetParam(std::int32_t index);
+    /// A value of a block.
     std::string GetSubParam(std::int32_t dataIndex, std::int32_t subIndex);
+    /// The first value of that name in a block.
     std::string GetSubParamByName(std::int32_t dataIndex, std::string_view name);
+    /// The value of the first parameter of that name at or after startIndex.
     std::string GetParamByName(std::string_view name, std::int32_t startIndex = 1);
+    /// Whether there is a parameter of that name; where not, the last error says so, too.
     bool ExistParam(std::string_view name);
 
 private:

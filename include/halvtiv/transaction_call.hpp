@@ -40,6 +40,7 @@ public:
     /// The last error as text with its number; "" when the last operation succeeded.
     std::string GetLastError() const;
 
+    /// Number of calls.
     std::int32_t FunctionCount() const;
 
     /// Name of the transaction; its result carries it. Writing raises 5 for a text that XML cannot carry.

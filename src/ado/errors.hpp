@@ -40,6 +40,9 @@ inline constexpr std::string_view kConnectionLost = "The connection to the serve
 /// What is said of PostgreSQL's COPY, which needs somebody who takes or gives its data.
 inline constexpr std::string_view kNoCopy =
     "COPY is not supported here: it does not return rows, but data of its own.";
+/// What is said of statements that no provider sends.
+inline constexpr std::string_view kNulInCommand = "The command text holds a NUL character.";
+inline constexpr std::string_view kCommandTooLong = "The command text is too long.";
 
 /// Whether something was cancelled: who goes on after a failure does not go on after that one.
 inline bool IsCancelled(const ErrorInfo& error) noexcept {

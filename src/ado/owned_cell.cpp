@@ -154,10 +154,6 @@ std::optional<OwnedCell> CellOfScalar(const Variant& value, std::string_view tex
 
 }  // namespace
 
-OwnedCell OwnedCopy(const CellValue& value) {
-    return {value.kind, value.integer, value.number, std::string(value.text)};
-}
-
 OwnedCell CellForColumn(const Variant& value, std::int32_t type) {
     if (value.IsNull()) return {};
     std::string text = value.Text();

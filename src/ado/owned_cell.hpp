@@ -19,8 +19,6 @@ struct OwnedCell {
     CellValue View() const noexcept { return {kind, integer, number, text}; }
 };
 
-OwnedCell OwnedCopy(const CellValue& value);
-
 /// What a column of that type holds for a value: texts are read as the type's own, numbers rounded half to
 /// even where the column holds integers. Raises -2146824867 where there is no such value.
 OwnedCell CellForColumn(const Variant& value, std::int32_t type);

@@ -11,7 +11,7 @@
 
 #include "ado/cell_text.hpp"
 #include "ado/provider.hpp"
-#include "platform/files.hpp"
+#include "platform/spool_file.hpp"
 
 namespace halvtiv::ado {
 

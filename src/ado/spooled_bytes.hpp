@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ado/provider.hpp"
-#include "platform/files.hpp"
+#include "platform/spool_file.hpp"
 
 namespace halvtiv::ado {
 

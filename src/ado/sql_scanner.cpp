@@ -2,23 +2,13 @@
 
 #include <algorithm>
 
+#include "ado/sql_characters.hpp"
+
 namespace halvtiv::ado {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n\f\v";
-
-constexpr char LowerAscii(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-constexpr bool IsDigit(char c) noexcept {
-    return c >= '0' && c <= '9';
-}
-
 constexpr bool IsWordCharacter(char c) noexcept {
-    const char lower = LowerAscii(c);
-    return (lower >= 'a' && lower <= 'z') || IsDigit(c) || c == '_' || c == '$' || c == '#' ||
-           static_cast<unsigned char>(c) >= 0x80;
+    return IsSqlNameCharacter(c) || c == '#';
 }
 
 constexpr char ClosingQuote(char open) noexcept {
@@ -63,7 +53,7 @@ SqlToken SqlScanner::Next() {
         kind = SqlToken::Kind::QuotedName;
         position_ = EndOfQuoted(begin, ClosingQuote(first));
     } else if (IsWordCharacter(first)) {
-        kind = IsDigit(first) ? SqlToken::Kind::Number : SqlToken::Kind::Word;
+        kind = IsSqlDigit(first) ? SqlToken::Kind::Number : SqlToken::Kind::Word;
         while (position_ < text_.size() && IsWordCharacter(text_[position_])) ++position_;
     } else {
         ++position_;
@@ -73,7 +63,7 @@ SqlToken SqlScanner::Next() {
 
 void SqlScanner::SkipBlanksAndComments() {
     for (;;) {
-        position_ = std::min(text_.find_first_not_of(kBlanks, position_), text_.size());
+        position_ = std::min(text_.find_first_not_of(kSqlBlanks, position_), text_.size());
         const auto rest = text_.substr(position_);
         if (rest.starts_with("--")) {
             position_ = std::min(text_.find('\n', position_), text_.size());
@@ -116,7 +106,7 @@ std::size_t SqlScanner::EndOfTagged(std::size_t begin) const {
     if (text_[begin] != '$') return begin;
     auto tagEnd = begin + 1;
     while (tagEnd < text_.size() && text_[tagEnd] != '$' && IsWordCharacter(text_[tagEnd])) ++tagEnd;
-    const bool isTag = tagEnd < text_.size() && text_[tagEnd] == '$' && !IsDigit(text_[begin + 1]);
+    const bool isTag = tagEnd < text_.size() && text_[tagEnd] == '$' && !IsSqlDigit(text_[begin + 1]);
     if (!isTag) return begin;
     const auto tag = text_.substr(begin, tagEnd + 1 - begin);
     const auto close = text_.find(tag, tagEnd + 1);

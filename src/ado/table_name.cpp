@@ -3,23 +3,17 @@
 #include <algorithm>
 #include <array>
 
+#include "ado/sql_characters.hpp"
+
 namespace halvtiv::ado {
 namespace {
-
-constexpr std::string_view kBlanks = " \t\r\n\f\v";
 
 constexpr std::array<std::string_view, 16> kOneWordStatements{
     "abort",    "analyze", "analyse", "begin",   "checkpoint", "cluster", "commit",   "end",
     "optimize", "reindex", "reset",   "restart", "rollback",   "show",    "shutdown", "vacuum"};
 
-constexpr char LowerAscii(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 constexpr bool IsWordCharacter(char c) noexcept {
-    const char lower = LowerAscii(c);
-    return (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '$' || c == '#' ||
-           static_cast<unsigned char>(c) >= 0x80;
+    return IsSqlNameCharacter(c) || c == '#';
 }
 
 bool IsOneWordStatement(std::string_view word) {
@@ -52,9 +46,9 @@ std::size_t IdentifierLength(std::string_view text) {
 }  // namespace
 
 std::string CommandTextOf(std::string_view source) {
-    const auto begin = source.find_first_not_of(kBlanks);
+    const auto begin = source.find_first_not_of(kSqlBlanks);
     if (begin == std::string_view::npos) return {};
-    const auto name = source.substr(begin, source.find_last_not_of(kBlanks) - begin + 1);
+    const auto name = source.substr(begin, source.find_last_not_of(kSqlBlanks) - begin + 1);
     const auto first = IdentifierLength(name);
     const auto rest = name.substr(first);
     const bool isName =

@@ -1,12 +1,12 @@
 #include "ado/value_file.hpp"
 
-#include <array>
 #include <utility>
 #include <vector>
 
 #include "ado/errors.hpp"
 #include "ado/spooled_bytes.hpp"
 #include "platform/files.hpp"
+#include "platform/output_file.hpp"
 
 namespace halvtiv::ado {
 namespace {

@@ -9,7 +9,6 @@
 #include "db/tiv_core.hpp"
 #include "foundation/guarded.hpp"
 #include "foundation/this_utils.hpp"
-#include "platform/files.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv {

@@ -2,7 +2,7 @@
 
 #include "documents/item_xml.hpp"
 #include "documents/recordset_rows.hpp"
-#include "platform/files.hpp"
+#include "platform/output_file.hpp"
 
 namespace halvtiv {
 

@@ -4,7 +4,7 @@
 
 #include "foundation/this_utils.hpp"
 #include "foundation/xml_utils.hpp"
-#include "platform/files.hpp"
+#include "platform/output_file.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
 #include "platform/xml_writer.hpp"

@@ -11,16 +11,6 @@ namespace halvtiv {
 
 namespace {
 
-std::string RequireParam(const ZorbFunctionCall& call, std::string_view name, const char* message) {
-    std::string value = CallInside::ParamValue(call, name);
-    if (value.empty()) RaiseEngineError(message);
-    return value;
-}
-
-std::string RequireFileName(const ZorbFunctionCall& call) {
-    return RequireParam(call, "filename", "Invalid Xml - filename not specified.");
-}
-
 /// The first result of a batch that is a table: statements that return no rows are passed over, and so is a
 /// single column, such as a count. Null when there is none.
 ado::RecordsetPtr FirstTable(ado::RecordsetPtr recordset) {

@@ -16,6 +16,12 @@ namespace halvtiv {
 /// The "sql" of a call, as it stands in it; "Invalid Xml - sql parameter missed." when it is empty.
 std::string_view RequireSql(const ZorbFunctionCall& call);
 
+/// The value of a call's parameter; raises the message when there is none or it is empty.
+std::string RequireParam(const ZorbFunctionCall& call, std::string_view name, const char* message);
+
+/// The "filename" of a call; "Invalid Xml - filename not specified." when it is empty.
+std::string RequireFileName(const ZorbFunctionCall& call);
+
 /// Opens a recordset on a query.
 ado::RecordsetPtr OpenData(EngineState& engine, std::string_view sql, ado::CursorTypeEnum cursorType);
 

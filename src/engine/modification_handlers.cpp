@@ -20,12 +20,6 @@ ado::RecordsetPtr SkipClosed(ado::RecordsetPtr recordset) {
     return recordset;
 }
 
-std::string RequireParam(const ZorbFunctionCall& call, std::string_view name, const char* message) {
-    std::string value = CallInside::ParamValue(call, name);
-    if (value.empty()) RaiseEngineError(message);
-    return value;
-}
-
 std::string RequireColumnName(const ZorbFunctionCall& call) {
     return RequireParam(call, "colname", "Invalid Xml - colname not specified.");
 }
@@ -77,7 +71,7 @@ bool BuiltIn_GetBinaryData(EngineState& engine, ZorbFunctionCall& call, ZorbFunc
     return Counted(engine, call, result, [&] {
         const std::string_view sql = RequireSql(call);
         const std::string column = RequireColumnName(call);
-        const std::string file = RequireParam(call, "filename", "Invalid Xml - filename not specified.");
+        const std::string file = RequireFileName(call);
         return engine.core.GetBinaryData(sql, column, file);
     });
 }

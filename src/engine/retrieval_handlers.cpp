@@ -13,33 +13,6 @@
 
 namespace halvtiv {
 
-std::string_view RequireSql(const ZorbFunctionCall& call) {
-    const ZorbColumnDataItem* const param = CallInside::FindParam(call, "sql");
-    if (!param || param->Value.empty()) RaiseEngineError("Invalid Xml - sql parameter missed.");
-    return param->Value;
-}
-
-ado::RecordsetPtr OpenData(EngineState& engine, std::string_view sql, ado::CursorTypeEnum cursorType) {
-    ado::RecordsetPtr recordset;
-    if (!engine.core.GetData(sql, recordset, cursorType)) engine.core.RaiseLastError();
-    return recordset;
-}
-
-void AddRows(ZorbFunctionResult& result, std::string_view guid, ado::RecordsetPtr& recordset,
-             std::string_view dataFolder) {
-    if (!result.AddFunctionResult_Data(guid, recordset, dataFolder)) result.RaiseLastError();
-}
-
-bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
-    return Succeeds(engine.errors, [&] {
-        const std::string_view sql = RequireSql(call);
-        const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
-        ado::RecordsetPtr recordset = OpenData(engine, sql, ado::adOpenForwardOnly);
-        AddRows(result, CallInside::Guid(call), recordset, dataFolder);
-        recordset->Close();
-    });
-}
-
 namespace {
 
 /// How the values of a parent's row come into the queries for its children.
@@ -105,6 +78,16 @@ std::int32_t NextRowNumber(std::int32_t rowNumber) {
 }
 
 }  // namespace
+
+bool BuiltIn_GetData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
+    return Succeeds(engine.errors, [&] {
+        const std::string_view sql = RequireSql(call);
+        const std::string dataFolder = CallInside::ParamValue(call, "datafolder");
+        ado::RecordsetPtr recordset = OpenData(engine, sql, ado::adOpenForwardOnly);
+        AddRows(result, CallInside::Guid(call), recordset, dataFolder);
+        recordset->Close();
+    });
+}
 
 bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result) {
     return Succeeds(engine.errors, [&] {

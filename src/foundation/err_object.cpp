@@ -12,8 +12,6 @@ namespace halvtiv {
 
 namespace {
 
-constexpr std::int32_t kUnspecified = -2147467259;  // what has no number of its own
-
 /// The exception being handled, as an error.
 ErrorInfo CurrentError() {
     try {
@@ -21,14 +19,14 @@ ErrorInfo CurrentError() {
     } catch (const ErrorInfo& error) {
         ErrorInfo info = error;
         // A client's own may lack its number. With 0 it would be none, and the failure a success.
-        if (info.Number == 0) info.Number = kUnspecified;
+        if (info.Number == 0) info.Number = kUnspecifiedError;
         return info;
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
-        return {kUnspecified, error.what(), std::string(kProductName)};
+        return {kUnspecifiedError, error.what(), std::string(kProductName)};
     } catch (...) {
-        return {kUnspecified, "Unexpected error.", std::string(kProductName)};
+        return {kUnspecifiedError, "Unexpected error.", std::string(kProductName)};
     }
 }
 

@@ -12,6 +12,9 @@ namespace halvtiv {
 /// The name that stands as the default source of errors.
 inline constexpr std::string_view kProductName = "HalvTiv";
 
+/// The number of an error that has none of its own.
+inline constexpr std::int32_t kUnspecifiedError = -2147467259;
+
 /// An error that a class of HalvTiv detects itself: number -1, the class in its source.
 ErrorInfo OwnError(std::string_view className, std::string description);
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 
+#include <halvtiv/ado.hpp>
 #include <halvtiv/error_info.hpp>
 
 #include "platform/date_time.hpp"
@@ -89,40 +90,40 @@ std::int32_t ColumnTypeFromName(std::string_view name) {
 
 std::int32_t AdoTypeToDataType(std::int32_t fieldType) {
     switch (fieldType) {
-        case 2:
-        case 3:
-        case 11:
-        case 16:
-        case 17:
-        case 18:
-        case 19:
-        case 20:
-        case 21:
+        case ado::adSmallInt:
+        case ado::adInteger:
+        case ado::adBoolean:
+        case ado::adTinyInt:
+        case ado::adUnsignedTinyInt:
+        case ado::adUnsignedSmallInt:
+        case ado::adUnsignedInt:
+        case ado::adBigInt:
+        case ado::adUnsignedBigInt:
             return QORV_STOCKDT_INTEGER;
-        case 4:
-        case 5:
-        case 6:
-        case 14:
-        case 131:
-        case 139:
+        case ado::adSingle:
+        case ado::adDouble:
+        case ado::adCurrency:
+        case ado::adDecimal:
+        case ado::adNumeric:
+        case ado::adVarNumeric:
             return QORV_STOCKDT_DOUBLE;
-        case 8:
-        case 72:
-        case 129:
-        case 130:
-        case 200:
-        case 202:
+        case ado::adBSTR:
+        case ado::adGUID:
+        case ado::adChar:
+        case ado::adWChar:
+        case ado::adVarChar:
+        case ado::adVarWChar:
             return QORV_STOCKDT_TEXT;
-        case 64:
-        case 133:
-        case 134:
-        case 135:
+        case ado::adFileTime:
+        case ado::adDBDate:
+        case ado::adDBTime:
+        case ado::adDBTimeStamp:
             return QORV_STOCKDT_DATETIME;
-        case 128:
-        case 201:
-        case 203:
-        case 204:
-        case 205:
+        case ado::adBinary:
+        case ado::adLongVarChar:
+        case ado::adLongVarWChar:
+        case ado::adVarBinary:
+        case ado::adLongVarBinary:
             return QORV_STOCKDT_BINARY;
         default:
             return QORV_STOCKDT_UNKNOWN;

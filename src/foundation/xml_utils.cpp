@@ -5,13 +5,12 @@
 
 #include <halvtiv/error_info.hpp>
 
+#include "foundation/err_object.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv {
 
 namespace {
-
-constexpr std::int32_t kXPathError = -2147467259;
 
 bool IsInside(pugi::xml_node node, const pugi::xml_node& ancestor) {
     while (node && node != ancestor) node = node.parent();
@@ -46,7 +45,7 @@ pugi::xpath_node_set SelectXmlNodes(const pugi::xml_node& node, std::string_view
         selected.sort();
         return selected;
     } catch (const pugi::xpath_exception& error) {
-        throw ErrorInfo(kXPathError, error.what(), "XPath");
+        throw ErrorInfo(kUnspecifiedError, error.what(), "XPath");
     }
 }
 

@@ -56,40 +56,4 @@ void RemoveEmptyFile(std::string_view path) noexcept;
 /// tell.
 std::string LibraryFolder();
 
-/// A file that appears under its name only when it is complete: it is written beside it under another name,
-/// and an earlier file of that name stays until `Commit` puts the new one in its place. Without `Commit`
-/// nothing is left behind.
-class OutputFile {
-public:
-    explicit OutputFile(std::string_view path);
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-
-    void Write(std::string_view bytes);
-    void Commit();
-
-private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
-};
-
-/// A nameless temporary file, gone when the object is: written at its end, read anywhere.
-class SpoolFile {
-public:
-    SpoolFile();
-    ~SpoolFile();
-    SpoolFile(const SpoolFile&) = delete;
-    SpoolFile& operator=(const SpoolFile&) = delete;
-
-    void Append(std::string_view bytes);
-    /// Fills `bytes` from `offset` on; raises 57 when the file does not reach that far.
-    void Read(std::uint64_t offset, char* bytes, std::size_t count);
-    std::uint64_t Size() const noexcept;
-
-private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
-};
-
 }  // namespace halvtiv::platform

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <vector>
 
+#include "platform/descriptor.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::platform {
@@ -30,32 +31,19 @@ bool ErrorsAreOnTerminal() noexcept {
 }
 
 std::string ReadStandardInput() {
-    constexpr std::size_t kBlockSize = 64 * 1024;
     std::string content;
-    std::vector<char> block(kBlockSize);
-    for (;;) {
-        const ssize_t count = ::read(STDIN_FILENO, block.data(), block.size());
-        if (count == 0) return content;
-        if (count > 0) {
-            content.append(block.data(), static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            RaiseRunTimeError(FileErrorFromErrno(errno), "standard input");
-        }
+    std::vector<char> block(kFileBufferSize);
+    while (const ssize_t count = ReadSome(STDIN_FILENO, block.data(), block.size())) {
+        if (count < 0) RaiseRunTimeError(FileErrorFromErrno(errno), "standard input");
+        content.append(block.data(), static_cast<std::size_t>(count));
     }
+    return content;
 }
 
 bool WriteStandardOutput(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
-        if (count >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EPIPE) {
-            return false;
-        } else if (errno != EINTR) {
-            RaiseRunTimeError(FileErrorFromErrno(errno), "standard output");
-        }
-    }
-    return true;
+    if (WriteAll(STDOUT_FILENO, bytes)) return true;
+    if (errno == EPIPE) return false;
+    RaiseRunTimeError(FileErrorFromErrno(errno), "standard output");
 }
 
 }  // namespace halvtiv::platform

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <functional>
 #include <initializer_list>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>

@@ -4,7 +4,6 @@
 
 #include "ado/cell_text.hpp"
 #include "ado/odbc/odbc_text.hpp"
-#include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
 namespace {

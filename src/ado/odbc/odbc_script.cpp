@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "ado/sql_characters.hpp"
+
 namespace halvtiv::ado {
 namespace {
 
@@ -12,14 +14,8 @@ constexpr bool IsBlank(char c) noexcept {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-constexpr char LowerAscii(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 constexpr bool IsWordCharacter(char c) noexcept {
-    const char lower = LowerAscii(c);
-    return (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '$' || c == '@' ||
-           static_cast<unsigned char>(c) >= 0x80;
+    return IsSqlNameCharacter(c) || c == '@';
 }
 
 template <std::size_t Count>

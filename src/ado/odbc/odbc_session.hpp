@@ -61,7 +61,6 @@ public:
     /// A statement handle with the command time-out. Raises when the session cannot be used.
     OdbcHandle NewStatement();
     SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
-    SQLRETURN PrepareForMariaDb(SQLHSTMT statement, std::string_view text);
     SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);
     /// Makes a call that waits for the database, so that it can be cancelled.
     template <typename Call>
@@ -111,6 +110,9 @@ private:
     };
 
     void SetOthersAside(const OdbcExecution* except);
+    SQLRETURN PrepareForMariaDb(SQLHSTMT statement, std::string_view text);
+    /// MariaDB would commit the open transaction to begin another.
+    void RefuseSecondBegin(std::string_view text);
     void TellTimeout();
     [[noreturn]] void RaiseCancelled();
     void RequireOpen() const;

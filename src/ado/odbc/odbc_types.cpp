@@ -5,7 +5,7 @@
 #include <limits>
 #include <span>
 
-#include "ado/cell_text.hpp"
+#include "ado/data_type_traits.hpp"
 #include "ado/odbc/odbc_text.hpp"
 #include "platform/text.hpp"
 

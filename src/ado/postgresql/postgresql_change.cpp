@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "ado/change_text.hpp"
-#include "ado/errors.hpp"
 #include "ado/postgresql/postgresql_session.hpp"
 #include "platform/number.hpp"
 

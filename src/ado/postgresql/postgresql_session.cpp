@@ -27,11 +27,10 @@ PostgresqlSession::~PostgresqlSession() = default;
 std::unique_ptr<Batch> PostgresqlSession::Prepare(std::string commandText, Purpose purpose) {
     Link();
     if (commandText.find('\0') != std::string::npos) {
-        throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.",
-                                kPostgresqlName);
+        throw MakeProviderError(AdoError::SqlError, kNulInCommand, kPostgresqlName);
     }
     if (commandText.size() > static_cast<std::size_t>(kMostSentBytes)) {
-        throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kPostgresqlName);
+        throw MakeProviderError(AdoError::SqlError, kCommandTooLong, kPostgresqlName);
     }
     return std::make_unique<PostgresqlBatch>(shared_from_this(), std::move(commandText), purpose);
 }

@@ -6,15 +6,12 @@
 #include <list>
 #include <string>
 
-#include <vector>
-
 #include "ado/change_text.hpp"
 #include "ado/errors.hpp"
 #include "ado/sql_scanner.hpp"
 #include "ado/sqlite/sqlite_blob.hpp"
 #include "ado/sqlite/sqlite_schema.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
-#include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
 namespace {

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include <halvtiv/ado.hpp>

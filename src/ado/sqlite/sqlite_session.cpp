@@ -66,7 +66,7 @@ SqliteSession::~SqliteSession() {
 std::unique_ptr<Batch> SqliteSession::Prepare(std::string commandText, Purpose purpose) {
     if (!database_) RaiseAdoError(AdoError::InvalidConnection);
     if (commandText.find('\0') != std::string::npos) {
-        throw MakeProviderError(AdoError::SqlError, "The command text holds a NUL character.", kSqliteName);
+        throw MakeProviderError(AdoError::SqlError, kNulInCommand, kSqliteName);
     }
     return std::make_unique<SqliteBatch>(shared_from_this(), std::move(commandText), purpose);
 }
@@ -145,7 +145,7 @@ std::unique_ptr<SqliteStatement> SqliteSession::PrepareFirst(std::string_view te
     // Within the database's own limit on texts, which is below that of int.
     const auto limit = static_cast<std::size_t>(sqlite3_limit(database_.get(), SQLITE_LIMIT_SQL_LENGTH, -1));
     if (text.size() > limit) {
-        throw MakeProviderError(AdoError::SqlError, "The command text is too long.", kSqliteName);
+        throw MakeProviderError(AdoError::SqlError, kCommandTooLong, kSqliteName);
     }
     const bool isKept = text.size() <= SqliteStatementCache::kLongestText;
     StartClock();

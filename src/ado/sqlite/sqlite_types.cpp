@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "ado/cell_text.hpp"
+#include "ado/data_type_traits.hpp"
 
 namespace halvtiv::ado {
 namespace {
