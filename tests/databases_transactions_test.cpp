@@ -262,12 +262,20 @@ TEST_P(TransactionTest, AFileWrittenBeforeTheFailureIsUndoneWithTheRest) {
 TEST_P(TransactionTest, NoCallRunsBehindOneThatEndedTheTransaction) {
     std::vector<std::string> endings{"commit", "rollback", "select 1 x; /* now */ COMMIT"};
     if (!Has(Can::UndoDefinitions)) endings.emplace_back("create table made (n integer)");
-    if (!Traits().variable.empty()) endings.emplace_back("commit and no chain");
+    if (!Traits().variable.empty()) {
+        endings.insert(endings.end(),
+                       {"commit and no chain", "rollback and chain", "commit AND /* no */ CHAIN"});
+    }
+    endings.emplace_back("rollback; begin");
     for (const auto& ending : endings) {
         EXPECT_FALSE(RunCalls(Sql("2", ending) + Add("3", "3"))) << ending;
         EXPECT_THAT(engine.GetLastError(), HasSubstr("The transaction was ended by one of its calls."));
         EXPECT_EQ(All(), "") << ending;
+        EXPECT_EQ(NumberOf([&] { engine.GetDatabaseConnection()->CommitTrans(); }), -2147168242) << ending;
     }
+    RunCalls(Add("1", "1") + Sql("2", "rollback; begin; insert into t values (2)"));
+    EXPECT_THAT(engine.GetLastError(), HasSubstr("-2147168242")) << "ended by the last one";
+    EXPECT_EQ(All(), "");
     EXPECT_FALSE(RunCalls(Add("1", "1") + Sql("2", "begin") + Add("3", "1")));
     EXPECT_EQ(All(), "") << "a second one ends the first nowhere";
     EXPECT_TRUE(RunCalls(Sql("1", "savepoint s") + Add("2", "2") + Sql("3", "rollback to savepoint s") +

@@ -98,10 +98,13 @@ void ReleaseOrUndo(Session& session, std::int32_t level) {
 
 std::int32_t Connection::BeginTrans() {
     auto& session = impl_->Require();
-    const bool inTransaction = session.InTransaction();
-    // The levels of a transaction that the database has ended by itself are gone with it.
-    if (!inTransaction) impl_->level = 0;
-    if (impl_->level == 0) impl_->outermostIsSavepoint = inTransaction;
+    // The levels of a transaction that the database or a statement has ended are gone with it.
+    if (!impl_->InTransaction()) impl_->level = 0;
+    const bool inTransaction = impl_->level > 0 || session.InTransaction();
+    if (impl_->level == 0) {
+        impl_->outermostIsSavepoint = inTransaction;
+        impl_->endedBefore = session.EndedTransactions();
+    }
     if (inTransaction) {
         session.SetSavepoint(impl_->level + 1);
     } else {
@@ -114,14 +117,18 @@ std::int32_t Connection::BeginTrans() {
 void Connection::CommitTrans() {
     auto& session = impl_->Require();
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
+    bool isThere = false;
     try {
-        if (!session.InTransaction()) impl_->level = 0;
+        isThere = impl_->InTransaction();
     } catch (...) {
         RollbackTrans();  // cancelled: as any commit that fails
         throw;
     }
-    if (impl_->level == 0) {
+    if (!isThere) {
+        impl_->level = 0;
         if (!session.IsAlive()) session.RaiseUnusable();  // which is why the transaction is gone
+        // What a statement has begun in its place.
+        if (!impl_->outermostIsSavepoint && session.InTransaction()) session.Rollback();
         RaiseAdoError(AdoError::NoTransaction);
     }
     const auto level = impl_->level--;
@@ -136,6 +143,7 @@ void Connection::RollbackTrans() {
     auto& session = impl_->Require();
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
     const auto level = impl_->level--;
+    const bool isTheSame = session.EndedTransactions() == impl_->endedBefore;
     try {
         if (!session.InTransaction()) return;  // the database has rolled it back already
     } catch (const ErrorInfo& error) {
@@ -143,7 +151,7 @@ void Connection::RollbackTrans() {
     }
     if (level == 1 && !impl_->outermostIsSavepoint) {
         session.Rollback();
-    } else {
+    } else if (isTheSame) {
         session.RollbackToSavepoint(level);
     }
 }

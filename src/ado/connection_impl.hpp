@@ -17,6 +17,11 @@ struct Connection::Impl {
     Session& Require();
 
     bool IsOpen() const { return session && session->IsAlive(); }
+    /// Whether a transaction is open, and none of the SQL's statements has put it in the place of that of
+    /// `BeginTrans`.
+    bool InTransaction() const {
+        return session->InTransaction() && (level == 0 || session->EndedTransactions() == endedBefore);
+    }
 
     std::shared_ptr<Session> session;
     /// Stops what runs on the session.
@@ -27,6 +32,8 @@ struct Connection::Impl {
     std::int32_t level = 0;
     /// Whether level 1 is a savepoint in a transaction that the caller's own SQL has begun.
     bool outermostIsSavepoint = false;
+    /// The session's count of ended transactions when level 1 began.
+    std::uint64_t endedBefore = 0;
 };
 
 /// A connection as this library's own code sees it.
@@ -39,9 +46,10 @@ struct ConnectionInside {
     static std::string_view DatabaseName(const Connection& connection) {
         return connection.impl_->session ? connection.impl_->session->DatabaseName() : std::string_view();
     }
-    /// Whether the database has a transaction open on it, whoever began it.
+    /// Whether the database has a transaction open on it, whoever began it; that of `BeginTrans` if there was
+    /// one.
     static bool InTransaction(const Connection& connection) {
-        return connection.impl_->IsOpen() && connection.impl_->session->InTransaction();
+        return connection.impl_->IsOpen() && connection.impl_->InTransaction();
     }
 
     /// Does something whose failure the caller survives. Where a failed statement would spoil the open

@@ -229,6 +229,9 @@ public:
     /// Whether the database has a transaction open, whoever began it. Raises only that it was cancelled while
     /// the server was asked.
     virtual bool InTransaction() = 0;
+    /// How many transactions the statements of batches have ended. Where one of them has begun another at
+    /// once, only this tells that it is not the same any more.
+    std::uint64_t EndedTransactions() const noexcept { return endedTransactions_; }
     /// Takes the write lock at once where the database has one lock for all.
     virtual void Begin() = 0;
     virtual void Commit() = 0;  ///< rolls back before it raises
@@ -241,6 +244,12 @@ public:
 
     /// Seconds that one statement may run; 0 for no limit.
     virtual void SetCommandTimeout(std::int32_t seconds) = 0;
+
+    /// For batches: one of their statements has ended the open transaction.
+    void CountEndedTransaction() noexcept { ++endedTransactions_; }
+
+private:
+    std::uint64_t endedTransactions_ = 0;
 };
 
 /// Opens a session; connectionTimeout in seconds, 0 for no limit. What runs in it fails once `cancel` is

@@ -125,4 +125,18 @@ std::size_t SqlScanner::EndOfQuoted(std::size_t begin, char close) const {
     return text_.size();
 }
 
+TransactionEnd TransactionEndOf(std::string_view statement) {
+    SqlScanner words(statement);
+    auto before = words.Next();
+    if (!before.IsWord("commit") && !before.IsWord("rollback") && !before.IsWord("end") &&
+        !before.IsWord("abort")) {
+        return TransactionEnd::None;
+    }
+    for (auto word = words.Next(); word.kind != SqlToken::Kind::End; before = word, word = words.Next()) {
+        if (word.IsWord("to")) return TransactionEnd::None;
+        if (word.IsWord("chain") && !before.IsWord("no")) return TransactionEnd::BeginsAnother;
+    }
+    return TransactionEnd::Plain;
+}
+
 }  // namespace halvtiv::ado

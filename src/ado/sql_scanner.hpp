@@ -54,4 +54,8 @@ private:
     std::size_t position_ = 0;
 };
 
+/// How a statement ends the transaction that is open, if it does.
+enum class TransactionEnd { None, Plain, BeginsAnother };
+TransactionEnd TransactionEndOf(std::string_view statement);
+
 }  // namespace halvtiv::ado

@@ -107,15 +107,10 @@ void OdbcSession::HasRun(std::string_view text) {
         inTransaction_ = true;
         return;
     }
-    if (!inTransaction_ || !(first.IsWord("commit") || first.IsWord("rollback") || first.IsWord("end") ||
-                             first.IsWord("abort"))) {
-        return;
-    }
-    auto before = first;
-    for (auto word = second; word.kind != SqlToken::Kind::End; word = words.Next()) {
-        if (word.IsWord("to") || (word.IsWord("chain") && !before.IsWord("no"))) return;
-        before = word;
-    }
+    const auto end = inTransaction_ ? TransactionEndOf(text) : TransactionEnd::None;
+    if (end == TransactionEnd::None) return;
+    CountEndedTransaction();
+    if (end == TransactionEnd::BeginsAnother) return;
     inTransaction_ = false;
     if (!traits_.beginsBySql) SetAutoCommit(true);
 }

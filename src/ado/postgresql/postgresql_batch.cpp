@@ -7,6 +7,7 @@
 
 #include "ado/errors.hpp"
 #include "ado/postgresql/postgresql_cursor.hpp"
+#include "ado/sql_scanner.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -94,7 +95,11 @@ StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text) {
     auto statement = std::make_shared<PostgresqlStatement>();
     statement->sent = text.text;
     link.SendText(statement->sent, {true, false});
+    const bool wasInTransaction = link.InTransaction();
     auto first = link.Receive();
+    if (wasInTransaction && TransactionEndOf(text.text) != TransactionEnd::None) {
+        session_->CountEndedTransaction();
+    }
     // Values must come in the known forms; a query that runs here has called set_config.
     if (text.verb == "set" || text.verb == "select") session_->SetAgain(kPostgresqlFormats);
     if (text.verb == "reset" || text.verb == "discard") session_->SetAgain(kPostgresqlSettings);

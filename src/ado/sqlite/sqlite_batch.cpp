@@ -40,7 +40,9 @@ std::optional<StatementResult> SqliteBatch::RunAt(std::size_t position) {
             return result;
         }
         const auto changesBefore = session_->TotalChanges();
+        const bool wasInTransaction = session_->InTransaction();
         const bool hasRow = session_->Step(*statement);
+        if (wasInTransaction && !session_->InTransaction()) session_->CountEndedTransaction();
         if (hasRows && !statement->RefreshColumns(hasRow)) {
             statement.Discard();  // a query that has only begun to read: it begins again
             continue;

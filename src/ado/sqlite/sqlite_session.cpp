@@ -235,7 +235,9 @@ bool SqliteSession::Step(SqliteStatement& statement) {
     if (!statement.Handle()) RaiseAdoError(AdoError::InvalidConnection);
     if (!undoing_) StopIfCancelled();
     StartClock();
-    const int status = sqlite3_step(statement.Handle());
+    running_ = statement.Handle();
+    const int status = sqlite3_step(running_);
+    running_ = nullptr;
     if (status == SQLITE_ROW) return true;
     if (status == SQLITE_DONE) return false;
     RaiseError(status);
@@ -292,7 +294,10 @@ bool SqliteSession::MustStop() noexcept {
 
 int SqliteSession::StopWhenItMust(void* session) {
     auto& self = *static_cast<SqliteSession*>(session);
-    return !self.wholeStep_ && self.MustStop() ? 1 : 0;
+    // The database asks once more behind the end: a BEGIN or COMMIT that is done must not be said to have
+    // failed.
+    const bool isDone = self.running_ != nullptr && sqlite3_stmt_busy(self.running_) == 0;
+    return !isDone && !self.wholeStep_ && self.MustStop() ? 1 : 0;
 }
 
 // Short waits at first, for locks are mostly held for the time of one commit.

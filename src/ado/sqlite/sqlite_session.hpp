@@ -121,7 +121,8 @@ private:
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
     Clock::time_point deadline_{};
     Clock::time_point lockAwaitedSince_{};
-    bool timedOut_ = false;  // why the running statement was stopped
+    bool timedOut_ = false;            // why the running statement was stopped
+    sqlite3_stmt* running_ = nullptr;  // null between steps
 };
 
 /// The source of SQLite's errors.
