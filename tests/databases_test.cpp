@@ -1,5 +1,6 @@
 // What holds on every database: reading, batches, errors, and what each of them can.
 
+#include <gmock/gmock.h>
 #include <algorithm>
 #include <chrono>
 #include <iostream>
@@ -131,6 +132,16 @@ TEST_P(EveryDatabasesEngine, ACommandEndsAtItsTimeOutAndWhenItIsCancelled) {
     other.join();
     EXPECT_EQ(Call("executesql", {{"sql", "create table t (n integer)"}}), "1");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_P(EveryDatabase, ABindMarkerThatNobodyBindsIsRefused) {
+    Run("create table t (a integer)");
+    Run("insert into t values (1)");
+    const std::string marker = Traits().name == "PostgreSQL" ? "$1" : "?";
+    for (const std::string sql : {"update t set a = ", "select a from t where a = "}) {
+        EXPECT_THAT(test::ErrorOf([&] { Run(sql + marker); }).Description, testing::HasSubstr(marker)) << sql;
+    }
+    EXPECT_EQ(Scalar("select a from t where '?' <> '$1'"), "1");
 }
 
 TEST_P(EveryDatabase, AStatementIsRightAfterTheSchemaHasChanged) {

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <string>
 
@@ -9,21 +11,19 @@
 
 namespace {
 
-/// Which of this thread's allocations fails: none while `number` is negative, else the one so many ahead, and
-/// with `forGood` all after it.
+constexpr std::int64_t kAll = std::numeric_limits<std::int64_t>::max();
+
+/// Which of this thread's allocations fail: those so many ahead, as many as `times`.
 struct AllocationFailure {
-    std::int64_t number = -1;
-    bool forGood = false;
+    std::int64_t number = 0;
+    std::int64_t times = 0;
     bool reached = false;
 
     bool Now() {
-        if (number < 0) return false;
-        if (number > 0) {
-            --number;
-            return false;
-        }
+        if (times == 0 || number-- > 0) return false;
+        number = 0;
         reached = true;
-        if (!forGood) number = -1;
+        --times;
         return true;
     }
 };
@@ -32,6 +32,20 @@ thread_local AllocationFailure failure;
 void* Allocate(std::size_t size) noexcept {
     return failure.Now() ? nullptr : std::malloc(size > 0 ? size : 1);
 }
+
+/// SQLite's allocations fail likewise, each by itself: without its pool of small pieces.
+sqlite3_mem_methods sqliteMemory;
+const bool isSqliteIncluded = [] {
+    sqlite3_mem_methods failing;
+    sqlite3_config(SQLITE_CONFIG_GETMALLOC, &sqliteMemory);
+    failing = sqliteMemory;
+    failing.xMalloc = [](int size) { return failure.Now() ? nullptr : sqliteMemory.xMalloc(size); };
+    failing.xRealloc = [](void* memory, int size) {
+        return failure.Now() ? nullptr : sqliteMemory.xRealloc(memory, size);
+    };
+    sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
+    return sqlite3_config(SQLITE_CONFIG_MALLOC, &failing) == SQLITE_OK;
+}();
 
 }  // namespace
 
@@ -61,15 +75,15 @@ namespace {
 
 constexpr const char* kOutOfMemory = "Out of memory.(ERR#: 7)";
 
-/// Fails every single allocation of an attempt in turn, alone and with all after it, the tree's own included;
-/// looks after each at what has become of it.
+/// Fails every single allocation of an attempt in turn, alone, with the next two and with all after it, the
+/// tree's own included; looks after each at what has become of it. Of a long attempt, every `step`th will do.
 template <typename Attempt, typename Check>
-void FailEachAllocation(Attempt&& attempt, Check&& check) {
+void FailEachAllocation(Attempt&& attempt, Check&& check, std::int64_t step = 1) {
     pugi::set_memory_management_functions(&Allocate, &std::free);
-    for (const bool forGood : {false, true}) {
-        for (std::int64_t number = 0; !testing::Test::HasFailure(); ++number) {
-            SCOPED_TRACE("allocation " + std::to_string(number) + (forGood ? " and all after it" : ""));
-            failure = {number, forGood, false};
+    for (const std::int64_t times : {std::int64_t{1}, std::int64_t{3}, kAll}) {
+        for (std::int64_t number = 0; !testing::Test::HasFailure(); number += step) {
+            SCOPED_TRACE("allocation " + std::to_string(number) + ", as many as " + std::to_string(times));
+            failure = {number, times, false};
             bool escaped = false;
             try {
                 attempt();
@@ -170,6 +184,64 @@ TEST(MemoryTest, ARequestIsAnsweredRightlyOrSaysThatMemoryRanOut) {
             EXPECT_TRUE(engine.RunFunction(request, xml)) << engine.GetLastError();
             EXPECT_EQ(xml, expected);
         });
+}
+
+TEST(MemoryTest, ATransactionIsWholeOrUndoneWhateverAllocationFails) {
+    ASSERT_TRUE(isSqliteIncluded);
+    const test::TemporaryFolder folder;
+    const std::string path = folder.PathOf("data.db");
+    const std::string file = folder.PathOf("file");
+    test::WriteFile(file, std::string(1100000, 'x'));
+    const auto own = test::MakeDatabase(path,
+                                        "pragma page_size = 65536; create table t (id integer primary key, n "
+                                        "integer); create table c (n integer); "
+                                        "insert into c values (0); create table b (id integer primary key, b "
+                                        "blob); insert into b (id) values (1)");
+    ZorbDbAccessEngine engine;
+    engine.ReConnectInterval(0);
+    std::string string = "Provider=SQLite;Data Source=" + path;
+    const auto connect = [&] {
+        engine.SetDatabaseConnectionString(string)->Execute(
+            "pragma journal_mode = memory; pragma synchronous = off");
+    };
+    connect();
+    const std::vector<test::Item> one{{"n", "1"}};
+    const std::string again =
+        "<transaction>" + test::Request("public.executesql", {{"sql", "insert into t (n) values (3), (4)"}}) +
+        test::Request("public.executesql", {{"sql", "update c set n = n + 1"}}) + "</transaction>";
+    const std::string transaction =
+        "<transaction>" + test::Request("public.adddata", {{"sql", "t"}}, &one) +
+        test::Request("public.updatedatacoladd", {{"sql", "c"}, {"col", "n"}}, &one) +
+        test::Request("public.setbinarydata", {{"sql", "b"}, {"colname", "b"}, {"filename", file}}) +
+        test::Request("public.executesql", {{"sql", "insert into t (n) values (2)"}}) + "</transaction>";
+    std::string xml;
+    bool done = false;
+    int expected = 0;
+    const auto run = [&](const std::string& request) { done = engine.RunTransaction(request, xml); };
+    const auto look = [&] {
+        done = done && engine.GetLastError().empty();  // a commit that failed is no failed run
+        if (done) ++expected;
+        EXPECT_EQ(test::RestOf(own->Execute("select count(*), (select n from c) from t")),
+                  std::to_string(2 * expected) + " " + std::to_string(expected))
+            << done << engine.GetLastError();
+    };
+    FailEachAllocation([&] { run(transaction); },
+                       [&] {
+                           look();
+                           run(again);
+                           look();
+                           EXPECT_TRUE(done) << engine.GetLastError();
+                           connect();  // all statements are prepared anew
+                       },
+                       7);
+
+    const std::string created = folder.PathOf("new.db");
+    string = "Provider=SQLite;Create=1;Data Source=" + created;
+    FailEachAllocation([&] { done = engine.SetDatabaseConnectionString(string) != nullptr; },
+                       [&] {
+                           engine.DisConnect();
+                           EXPECT_EQ(std::filesystem::remove(created), done) << "no empty file is left";
+                       });
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ constexpr ConnectionNames kTo{
 struct NewFile {
     NewFile() = default;
     ~NewFile() {
-        if (path) platform::RemoveEmptyFile(*path);
+        if (path) platform::RemoveEmptyFile(platform::NativePath(*path));
     }
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;

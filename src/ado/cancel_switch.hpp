@@ -9,10 +9,26 @@ namespace halvtiv::ado {
 
 /// How one thread stops what another one runs on a connection.
 ///
-/// Thrown from any thread, it stays thrown until somebody has failed because of it or it is forgotten: a
-/// cancellation that comes between two statements stops the second one.
+/// Thrown from any thread, it stays thrown until a statement has failed because of it or the next call
+/// begins: between two statements of one call it stops the second one, without a call under way it does
+/// nothing.
 class CancelSwitch {
 public:
+    /// A call on the connection, while this object lives; calls may nest. Of the thread that uses the
+    /// connection.
+    class Call {
+    public:
+        explicit Call(CancelSwitch& owner) noexcept : owner_(owner) {
+            if (owner_.calls_++ == 0) owner_.thrown_.store(false, std::memory_order_relaxed);
+        }
+        ~Call() { --owner_.calls_; }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+    private:
+        CancelSwitch& owner_;
+    };
+
     /// A call that waits for a server, as the thread that throws the switch sees it.
     class Waiting {
     public:
@@ -67,7 +83,6 @@ public:
         if (isAsked) targetGone_.wait_for(lock, kStopTakes, hasEnded);
         if (!hasEnded()) call_->Cut();
     }
-    void Forget() noexcept { thrown_.store(false, std::memory_order_relaxed); }
     bool IsThrown() const noexcept { return thrown_.load(std::memory_order_relaxed); }
     /// Whether it was thrown; it is not any more.
     bool Take() noexcept { return IsThrown() && thrown_.exchange(false, std::memory_order_relaxed); }
@@ -77,6 +92,7 @@ private:
     std::mutex mutex_;  // of what follows
     std::condition_variable targetGone_;
     Waiting* call_ = nullptr;  // null while nothing waits
+    int calls_ = 0;            // under way, one within the other
 };
 
 }  // namespace halvtiv::ado

@@ -32,6 +32,7 @@ void Connection::Open(std::string_view connectionString, std::string_view userID
     if (!userID.empty()) parameters.SetDefault("User ID", userID);
     if (!password.empty()) parameters.SetDefault("Password", password);
     const auto open = FindProvider(parameters);
+    const auto call = impl_->BeginCall();
     impl_->session = open(parameters, impl_->connectionTimeout, impl_->cancel);
     impl_->session->SetCommandTimeout(impl_->commandTimeout);
 }
@@ -69,10 +70,11 @@ void Connection::CommandTimeout(std::int32_t seconds) {
 
 RecordsetPtr Connection::Execute(std::string_view commandText, std::int32_t* recordsAffected,
                                  std::int32_t /*options*/) {
+    const auto call = impl_->BeginCall();
     auto batch = impl_->Require().Prepare(std::string(commandText), Purpose::Read);
     auto recordset = std::make_shared<Recordset>();
-    recordset->state_ =
-        std::make_shared<RecordsetState>(impl_->session, std::move(batch), adOpenForwardOnly, adLockReadOnly);
+    recordset->state_ = std::make_shared<RecordsetState>(impl_->session, impl_->cancel, std::move(batch),
+                                                         adOpenForwardOnly, adLockReadOnly);
     if (recordsAffected) *recordsAffected = -1;
     recordset->state_->RunNext(recordsAffected);
     return recordset;
@@ -97,6 +99,7 @@ void ReleaseOrUndo(Session& session, std::int32_t level) {
 }  // namespace
 
 std::int32_t Connection::BeginTrans() {
+    const auto call = impl_->BeginCall();
     auto& session = impl_->Require();
     // The levels of a transaction that the database or a statement has ended are gone with it.
     if (!impl_->InTransaction()) impl_->level = 0;
@@ -115,6 +118,7 @@ std::int32_t Connection::BeginTrans() {
 
 // Ends the level in any case: whoever gets the error has nothing left to end.
 void Connection::CommitTrans() {
+    const auto call = impl_->BeginCall();
     auto& session = impl_->Require();
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
     bool isThere = false;
@@ -140,6 +144,7 @@ void Connection::CommitTrans() {
 }
 
 void Connection::RollbackTrans() {
+    const auto call = impl_->BeginCall();
     auto& session = impl_->Require();
     if (impl_->level == 0) RaiseAdoError(AdoError::NoTransaction);
     const auto level = impl_->level--;

@@ -16,6 +16,9 @@ struct Connection::Impl {
     /// The open session. Raises -2146824584 when there is none.
     Session& Require();
 
+    /// A use of the connection from outside, which `Cancel` stops.
+    CancelSwitch::Call BeginCall() const noexcept { return CancelSwitch::Call(*cancel); }
+
     bool IsOpen() const { return session && session->IsAlive(); }
     /// Whether a transaction is open, and none of the SQL's statements has put it in the place of that of
     /// `BeginTrans`.
@@ -50,6 +53,11 @@ struct ConnectionInside {
     /// one.
     static bool InTransaction(const Connection& connection) {
         return connection.impl_->IsOpen() && connection.impl_->InTransaction();
+    }
+
+    /// Whether the innermost `BeginTrans` has begun the database's transaction itself.
+    static bool IsOutermostTransaction(const Connection& connection) {
+        return connection.impl_->level == 1 && !connection.impl_->outermostIsSavepoint;
     }
 
     /// Does something whose failure the caller survives. Where a failed statement would spoil the open

@@ -62,4 +62,8 @@ void RaiseAdoError(AdoError error) {
     throw MakeAdoError(error);
 }
 
+std::string UnboundMarker(std::string_view marker) {
+    return "No value is given for the bind marker " + std::string(marker) + ".";
+}
+
 }  // namespace halvtiv::ado

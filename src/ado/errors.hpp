@@ -40,6 +40,8 @@ inline constexpr std::string_view kConnectionLost = "The connection to the serve
 /// What is said of PostgreSQL's COPY, which needs somebody who takes or gives its data.
 inline constexpr std::string_view kNoCopy =
     "COPY is not supported here: it does not return rows, but data of its own.";
+/// What is said of a statement with a bind marker, for which nothing gives a value.
+std::string UnboundMarker(std::string_view marker);
 /// What is said of statements that no provider sends.
 inline constexpr std::string_view kNulInCommand = "The command text holds a NUL character.";
 inline constexpr std::string_view kCommandTooLong = "The command text is too long.";

@@ -15,10 +15,19 @@ const ColumnInfo& ColumnOf(const RecordsetState& state, std::int32_t index) {
     return state.Columns()[static_cast<std::size_t>(index)];
 }
 
-RowSource& RowOf(RecordsetState& state) {
-    state.RequireOpen();
-    return state.Row();
-}
+/// A member's call on the current row.
+class RowCall {
+public:
+    explicit RowCall(RecordsetState& state) : call_(state.BeginCall()) {
+        state.RequireOpen();
+        row_ = &state.Row();
+    }
+    RowSource* operator->() const noexcept { return row_; }
+
+private:
+    CancelSwitch::Call call_;
+    RowSource* row_;
+};
 
 }  // namespace
 
@@ -57,44 +66,46 @@ std::int64_t Field::DefinedSize() {
 }
 
 std::int64_t Field::ActualSize() {
-    return RowOf(*owner_).Size(index_);
+    return RowCall(*owner_)->Size(index_);
 }
 
 Variant Field::Value() {
-    auto& row = RowOf(*owner_);
-    if (row.IsNull(index_)) return {};
-    return ValueOfCellText(row.Text(index_), Type());
+    const RowCall row(*owner_);
+    if (row->IsNull(index_)) return {};
+    return ValueOfCellText(row->Text(index_), Type());
 }
 
 void Field::Value(const Variant& value) {
+    const auto call = owner_->BeginCall();
     owner_->Edit().Assign(index_, value);
 }
 
 void Field::AppendChunk(const Bytes& data) {
     if ((ColumnOf(*owner_, index_).attributes & adFldLong) == 0) RaiseAdoError(AdoError::NotSupported);
+    const auto call = owner_->BeginCall();
     owner_->Edit().AppendChunk(index_, data);
 }
 
 bool Field::IsNull() {
-    return RowOf(*owner_).IsNull(index_);
+    return RowCall(*owner_)->IsNull(index_);
 }
 
 std::string_view Field::Text() {
-    return RowOf(*owner_).Text(index_);
+    return RowCall(*owner_)->Text(index_);
 }
 
 Bytes Field::GetChunk(std::int64_t length) {
-    auto& row = RowOf(*owner_);
+    const RowCall row(*owner_);
     if (length < 0) platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);
     if (chunkRow_ != owner_->RowSerial()) {
         chunkRow_ = owner_->RowSerial();
         chunkPosition_ = 0;
     }
-    const auto left = std::max<std::int64_t>(row.Size(index_) - chunkPosition_, 0);
+    const auto left = std::max<std::int64_t>(row->Size(index_) - chunkPosition_, 0);
     Bytes piece(static_cast<std::size_t>(std::min(length, left)));
     std::size_t filled = 0;
     while (filled < piece.size()) {
-        const auto count = row.Read(index_, chunkPosition_, std::span(piece).subspan(filled));
+        const auto count = row->Read(index_, chunkPosition_, std::span(piece).subspan(filled));
         if (count == 0) break;
         filled += count;
         chunkPosition_ += static_cast<std::int64_t>(count);

@@ -165,4 +165,10 @@ OwnedCell CellForColumn(const Variant& value, std::int32_t type) {
     RaiseAdoError(AdoError::WrongType);
 }
 
+OwnedCell NumberCell(const Variant& value) {
+    if (const auto* integer = value.AsInteger()) return Integer(*integer);
+    if (auto cell = DoubleCell(value, value.Text())) return *std::move(cell);
+    RaiseAdoError(AdoError::WrongType);
+}
+
 }  // namespace halvtiv::ado

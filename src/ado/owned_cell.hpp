@@ -23,4 +23,7 @@ struct OwnedCell {
 /// even where the column holds integers. Raises -2146824867 where there is no such value.
 OwnedCell CellForColumn(const Variant& value, std::int32_t type);
 
+/// A number as it is. Raises -2146824867 for any other value.
+OwnedCell NumberCell(const Variant& value);
+
 }  // namespace halvtiv::ado

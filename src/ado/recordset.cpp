@@ -8,11 +8,23 @@
 namespace halvtiv::ado {
 namespace {
 
-RecordsetState& Require(const std::shared_ptr<RecordsetState>& state) {
-    if (!state) RaiseAdoError(AdoError::ObjectClosed);
-    state->RequireOpen();
-    return *state;
-}
+/// A member's call on an open recordset.
+class OpenCall {
+public:
+    explicit OpenCall(const std::shared_ptr<RecordsetState>& state)
+        : state_(RequireOpen(state)), call_(state_.BeginCall()) {}
+    RecordsetState* operator->() const noexcept { return &state_; }
+
+private:
+    static RecordsetState& RequireOpen(const std::shared_ptr<RecordsetState>& state) {
+        if (!state) RaiseAdoError(AdoError::ObjectClosed);
+        state->RequireOpen();
+        return *state;
+    }
+
+    RecordsetState& state_;
+    CancelSwitch::Call call_;
+};
 
 }  // namespace
 
@@ -24,10 +36,12 @@ void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnect
     if (State() == adStateOpen) RaiseAdoError(AdoError::ObjectOpen);
     if (!activeConnection || !activeConnection->impl_->session) RaiseAdoError(AdoError::InvalidConnection);
     const auto& session = activeConnection->impl_->session;
+    const auto call = activeConnection->impl_->BeginCall();
     if (!session->IsAlive()) session->RaiseUnusable();
     state_.reset();  // runs what an earlier batch has left
     const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
-    auto state = std::make_shared<RecordsetState>(session, session->Prepare(CommandTextOf(source), purpose),
+    auto state = std::make_shared<RecordsetState>(session, activeConnection->impl_->cancel,
+                                                  session->Prepare(CommandTextOf(source), purpose),
                                                   cursorType, lockType);
     state->RunNext();
     state_ = std::move(state);
@@ -35,6 +49,7 @@ void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnect
 
 void Recordset::Close() {
     if (!state_) RaiseAdoError(AdoError::ObjectClosed);
+    const auto call = state_->BeginCall();
     state_->Close();
 }
 
@@ -43,35 +58,36 @@ std::int32_t Recordset::State() {
 }
 
 bool Recordset::IsBOF() {
-    return Require(state_).HasNoRows();
+    return OpenCall(state_)->HasNoRows();
 }
 
 bool Recordset::IsEOF() {
-    return Require(state_).AtEnd();
+    return OpenCall(state_)->AtEnd();
 }
 
 void Recordset::MoveFirst() {
-    Require(state_).MoveFirst();
+    OpenCall(state_)->MoveFirst();
 }
 
 void Recordset::MoveNext() {
-    Require(state_).MoveNext();
+    OpenCall(state_)->MoveNext();
 }
 
 void Recordset::AddNew() {
-    Require(state_).AddNew();
+    OpenCall(state_)->AddNew();
 }
 
 void Recordset::Update() {
-    Require(state_).Update();
+    OpenCall(state_)->Update();
 }
 
 void Recordset::Delete() {
-    Require(state_).Delete();
+    OpenCall(state_)->Delete();
 }
 
 RecordsetPtr Recordset::NextRecordset() {
     if (!state_) return nullptr;
+    const auto call = state_->BeginCall();
     auto nextState = state_->TakeNext();
     if (!nextState) return nullptr;
     auto next = std::make_shared<Recordset>();
@@ -80,7 +96,7 @@ RecordsetPtr Recordset::NextRecordset() {
 }
 
 ado::Fields& Recordset::Fields() {
-    return Require(state_).FieldList();
+    return OpenCall(state_)->FieldList();
 }
 
 }  // namespace halvtiv::ado

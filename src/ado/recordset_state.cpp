@@ -9,12 +9,17 @@
 
 namespace halvtiv::ado {
 
-RecordsetState::RecordsetState(std::shared_ptr<Session> session, std::unique_ptr<Batch> batch,
-                               std::int32_t cursorType, std::int32_t lockType)
-    : session_(std::move(session)), batch_(std::move(batch)), cursorType_(cursorType), lockType_(lockType) {}
+RecordsetState::RecordsetState(std::shared_ptr<Session> session, std::shared_ptr<CancelSwitch> cancel,
+                               std::unique_ptr<Batch> batch, std::int32_t cursorType, std::int32_t lockType)
+    : session_(std::move(session)),
+      batch_(std::move(batch)),
+      cursorType_(cursorType),
+      lockType_(lockType),
+      cancel_(std::move(cancel)) {}
 
 RecordsetState::~RecordsetState() {
     if (!batch_) return;
+    const auto call = BeginCall();
     try {
         Close();
     } catch (...) {
@@ -291,8 +296,8 @@ void RecordsetState::Close() {
 std::shared_ptr<RecordsetState> RecordsetState::TakeNext() {
     FinishCursor();
     if (!batch_) return nullptr;
-    auto next =
-        std::make_shared<RecordsetState>(session_, std::exchange(batch_, nullptr), cursorType_, lockType_);
+    auto next = std::make_shared<RecordsetState>(session_, cancel_, std::exchange(batch_, nullptr),
+                                                 cursorType_, lockType_);
     if (!next->RunNext()) return nullptr;
     return next;
 }

@@ -26,8 +26,8 @@ namespace halvtiv::ado {
 /// as they are by then.
 struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Closed, with the whole batch to run.
-    RecordsetState(std::shared_ptr<Session> session, std::unique_ptr<Batch> batch, std::int32_t cursorType,
-                   std::int32_t lockType);
+    RecordsetState(std::shared_ptr<Session> session, std::shared_ptr<CancelSwitch> cancel,
+                   std::unique_ptr<Batch> batch, std::int32_t cursorType, std::int32_t lockType);
     ~RecordsetState();
     RecordsetState(const RecordsetState&) = delete;
     RecordsetState& operator=(const RecordsetState&) = delete;
@@ -87,6 +87,9 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Ends the current statement; a state over the batch's next one, or null when there was none.
     std::shared_ptr<RecordsetState> TakeNext();
 
+    /// A use of the recordset from outside, which `Cancel` stops.
+    CancelSwitch::Call BeginCall() const noexcept { return CancelSwitch::Call(*cancel_); }
+
     ado::Fields& FieldList() noexcept { return fields_; }
     /// The field, made when it is first asked for.
     FieldPtr FieldAt(std::int32_t index);
@@ -143,6 +146,7 @@ private:
 
     ado::Fields fields_{*this};
     std::vector<std::unique_ptr<Field>> fieldsMade_;
+    std::shared_ptr<CancelSwitch> cancel_;
 };
 
 }  // namespace halvtiv::ado

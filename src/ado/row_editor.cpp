@@ -34,6 +34,11 @@ void RowEditor::AssignSum(std::int32_t column, const Variant& value) {
     pending_[column].isSum = true;
 }
 
+void RowEditor::AssignNumber(std::int32_t column, const Variant& value) {
+    RequireColumn(column);
+    pending_[column] = {NumberCell(value), nullptr, true};
+}
+
 // What is appended to a text column is text, to all others bytes.
 CellKind RowEditor::KindOfBytes(std::int32_t column) const {
     const auto type = columns_[Index(column)].type;

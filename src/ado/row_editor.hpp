@@ -29,6 +29,8 @@ public:
     void Assign(std::int32_t column, const Variant& value);
     /// A value that was made of the old one: the row is changed only if it still holds that.
     void AssignSum(std::int32_t column, const Variant& value);
+    /// A sum as the number that it is, whatever the column's type.
+    void AssignNumber(std::int32_t column, const Variant& value);
     void AssignSource(std::int32_t column, std::shared_ptr<ByteSource> source);
     void AppendChunk(std::int32_t column, std::span<const std::uint8_t> bytes);
 

@@ -125,6 +125,21 @@ std::size_t SqlScanner::EndOfQuoted(std::size_t begin, char close) const {
     return text_.size();
 }
 
+std::string_view BindMarkerOf(std::string_view script) {
+    constexpr std::string_view kMarkers = "?:@$";
+    if (script.find_first_of(kMarkers) == std::string_view::npos) return {};
+    SqlScanner scanner(script);
+    for (auto token = scanner.Next(); token.kind != SqlToken::Kind::End; token = scanner.Next()) {
+        const bool isWord = token.kind == SqlToken::Kind::Word;
+        const bool isSymbol = token.kind == SqlToken::Kind::Symbol;
+        if ((!isWord && !isSymbol) || kMarkers.find(token.text.front()) == std::string_view::npos) continue;
+        auto end = token.position + 1;
+        while (end < script.size() && IsSqlNameCharacter(script[end])) ++end;
+        return script.substr(token.position, end - token.position);
+    }
+    return {};
+}
+
 TransactionEnd TransactionEndOf(std::string_view statement) {
     SqlScanner words(statement);
     auto before = words.Next();

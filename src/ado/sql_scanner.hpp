@@ -54,6 +54,10 @@ private:
     std::size_t position_ = 0;
 };
 
+/// The first bind marker of a script for SQLite (`?`, `?1`, `:name`, `@name`, `$name`); "" where there is
+/// none.
+std::string_view BindMarkerOf(std::string_view script);
+
 /// How a statement ends the transaction that is open, if it does.
 enum class TransactionEnd { None, Plain, BeginsAnother };
 TransactionEnd TransactionEndOf(std::string_view statement);

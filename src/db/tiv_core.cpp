@@ -84,6 +84,7 @@ bool clsZorbTivCore::GetDataAndCount(std::string_view sql, std::string_view coun
 // Whatever goes wrong here only means that the number of rows is unknown.
 std::int32_t clsZorbTivCore::RunCountQuery(std::string_view countSql) const {
     std::int32_t count = -1;
+    const bool wasInTransaction = InTransaction();
     try {
         ado::ConnectionInside::LeavingTransaction(RequireConnection(), [&] {
             ado::Recordset counted;
@@ -96,13 +97,15 @@ std::int32_t clsZorbTivCore::RunCountQuery(std::string_view countSql) const {
             counted.Close();
         });
     } catch (const ErrorInfo& error) {
-        if (ado::IsCancelled(error)) throw;
+        const bool endedTransaction = wasInTransaction && !InTransaction();
+        if (endedTransaction || ado::IsCancelled(error)) throw;
     }
     return count;
 }
 
 bool clsZorbTivCore::ExecuteSQL(std::string_view sql, std::string_view /*reserved*/,
                                 ado::RecordsetPtr* recordset) {
+    if (recordset != nullptr) *recordset = nullptr;
     return Succeeds(errors_, [&] {
         ado::RecordsetPtr first = RequireConnection().Execute(sql);
         if (recordset != nullptr) {

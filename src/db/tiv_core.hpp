@@ -12,14 +12,16 @@
 
 #include "ado/recordset_state.hpp"
 #include "ado/value_file.hpp"
+#include "db/row_loops.hpp"
 #include "foundation/err_object.hpp"
+#include "foundation/guarded.hpp"
 
 namespace halvtiv {
 
 /// Does the engine's database work, over the one connection that it holds.
 ///
 /// Guarded as all classes, but for `IsConnectionOK`, `DisConnect`, `GetDatabaseConnection`,
-/// `DatabaseName`, `InTransaction`, `Cancel` and `ForgetCancel`. It never reconnects by itself.
+/// `DatabaseName`, `InTransaction`, `BeginCall` and `Cancel`. It never reconnects by itself.
 class clsZorbTivCore {
 public:
     /// Whether there is a connection and it is not closed.
@@ -74,10 +76,10 @@ public:
     /// Who is told how far a long value's copy to or from a file is.
     void SetCopyProgress(ado::CopyProgress progress) { copyProgress_ = std::move(progress); }
 
-    /// From any thread: what runs on the connection fails with -2147217842. What begins after `ForgetCancel`
-    /// is not touched by what was cancelled before.
+    /// Joins several uses of the connection into one call, which `Cancel` stops also between two of them.
+    ado::CancelSwitch::Call BeginCall() const noexcept { return ado::CancelSwitch::Call(*cancelSwitch_); }
+    /// From any thread: the call under way fails with -2147217842.
     void Cancel() noexcept { cancelSwitch_->Throw(); }
-    void ForgetCancel() noexcept { cancelSwitch_->Forget(); }
 
     /// What the connection leads to: "SQLite", "PostgreSQL", "MariaDB", "SQLServer", ...; "" without an open
     /// one. Not guarded.
@@ -105,15 +107,25 @@ private:
 
     /// A recordset for changes; it reads nothing yet.
     ado::RecordsetPtr OpenToChange(std::string_view sql) const;
+    /// Runs a loop over the rows that `sql` selects, committed together. Guarded.
+    template <typename Loop>
+    std::int32_t ChangeRows(std::string_view sql, Loop&& loop) {
+        return Guarded(errors_, -1, [&] {
+            const auto open = [&] { return OpenToChange(sql); };
+            return InOneCommit(RequireConnection(), open, loop);
+        });
+    }
     /// Which columns get something, in the order of the columns.
     static Assignments Match(const ado::RecordsetState& rows, const ZorbColumnDataItems& items);
     /// Assigns to the current row as an update does; the value of `addColumn` (-1: none) is added to.
     void AssignAll(ado::RecordsetState& rows, const Assignments& assignments, std::int32_t addColumn);
     /// Loads the file; raises what went wrong.
     void AssignFile(ado::RecordsetState& rows, std::int32_t column, std::string_view filePath);
-    /// Updates the rows that are left, and answers how many there were.
-    std::int32_t UpdateRows(ado::RecordsetState& rows, const ZorbColumnDataItems* items,
-                            std::string_view addColumn);
+    /// Updates the rows that are left.
+    void UpdateRows(ado::RecordsetState& rows, const ZorbColumnDataItems* items, std::string_view addColumn,
+                    RowCount& count);
+    /// What `AddData` does, not guarded.
+    void InsertRow(std::string_view sql, const ZorbColumnDataItems* items);
     std::int32_t UpdateOrAdd(std::string_view sql, std::string_view addColumn,
                              const ZorbColumnDataItems* items);
 

@@ -73,7 +73,8 @@ std::int32_t clsZorbTivCore::SetBinaryData(std::string_view sql, std::string_vie
             const std::int32_t column = RequireColumn(rows, fieldName);
             rows.PassOnce({column});
             rows.UndoneTogether();
-            const std::int32_t count = ForEachRow(rows, [&] {
+            RowCount count;
+            ForEachRow(rows, count, [&] {
                 if (filePath.empty()) {
                     AssignNull(rows, column);
                 } else {
@@ -84,7 +85,7 @@ std::int32_t clsZorbTivCore::SetBinaryData(std::string_view sql, std::string_vie
             recordset->Close();
             begun = false;  // a commit that fails leaves nothing to roll back
             connection_->CommitTrans();
-            return count;
+            return count.done;
         },
         [&] {
             if (begun) connection_->RollbackTrans();
@@ -92,18 +93,12 @@ std::int32_t clsZorbTivCore::SetBinaryData(std::string_view sql, std::string_vie
 }
 
 std::int32_t clsZorbTivCore::DeleteBinaryData(std::string_view sql, std::string_view fieldName) {
-    return Guarded(errors_, -1, [&] {
-        const ado::RecordsetPtr recordset = OpenToChange(sql);
-        auto& rows = ado::RecordsetState::Of(recordset);
+    return ChangeRows(sql, [&](ado::RecordsetState& rows, RowCount& count) {
         const std::int32_t column = RequireColumn(rows, fieldName);
         rows.PassOnce({column});
-        return InOneCommit(RequireConnection(), [&] {
-            const std::int32_t count = ForEachRow(rows, [&] {
-                AssignNull(rows, column);
-                rows.Update();
-            });
-            recordset->Close();
-            return count;
+        ForEachRow(rows, count, [&] {
+            AssignNull(rows, column);
+            rows.Update();
         });
     });
 }

@@ -1,15 +1,18 @@
 // The database core: changing rows.
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ado/data_type_traits.hpp"
 #include "ado/errors.hpp"
 #include "db/row_loops.hpp"
 #include "db/tiv_core.hpp"
 #include "db/variant_addition.hpp"
 #include "foundation/guarded.hpp"
+#include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
 
@@ -35,10 +38,30 @@ void AssignText(ado::RecordsetState& rows, std::int32_t column, std::string_view
     rows.Edit().Assign(column, text.empty() ? ado::Variant() : ado::Variant(text));
 }
 
+constexpr bool IsNumericType(std::int32_t type) noexcept {
+    return ado::IsDecimalType(type) || (type >= ado::adSmallInt && type <= ado::adDouble) ||
+           (type >= ado::adTinyInt && type <= ado::adUnsignedBigInt);
+}
+
+/// The number in a column whose type does not hold it, which SQLite permits; nothing for all other values.
+std::optional<ado::Variant> NumberOfOtherType(const ado::CellValue& cell, const ado::Variant& current,
+                                              std::int32_t type) {
+    if (current.AsInteger() || current.AsDouble() || current.AsDecimal()) return std::nullopt;
+    const bool isTruth = current.AsBool() && (cell.integer == 0 || cell.integer == 1);
+    if (cell.kind == ado::CellKind::Integer && !isTruth) return ado::Variant(cell.integer);
+    if (cell.kind == ado::CellKind::Double) return ado::Variant(cell.number);
+    if (!current.AsText() || !IsNumericType(type)) return std::nullopt;
+    const auto number = platform::ParseNumber(platform::TrimBlanks(*current.AsText()));
+    return number ? std::optional(ado::Variant(*number)) : std::nullopt;
+}
+
 void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view text) {
     const ado::Variant current = rows.FieldAt(column)->Value();
+    const auto type = rows.Columns()[static_cast<std::size_t>(column)].type;
     if (current.IsNull()) {
         AssignText(rows, column, text);
+    } else if (const auto number = NumberOfOtherType(rows.Row().Value(column), current, type)) {
+        rows.Edit().AssignNumber(column, AddText(*number, text));
     } else {
         rows.Edit().AssignSum(column, AddText(current, text));
     }
@@ -81,26 +104,30 @@ void clsZorbTivCore::AssignFile(ado::RecordsetState& rows, std::int32_t column, 
 
 std::int32_t clsZorbTivCore::AddData(std::string_view sql, const ZorbColumnDataItems* items) {
     return Guarded(errors_, -1, [&] {
-        if (items == nullptr) throw OwnError("clsZorbTivCore", "Invalid data parametner to added.");
-        try {
-            const ado::RecordsetPtr recordset = OpenToChange(sql);
-            auto& rows = ado::RecordsetState::Of(recordset);
-            rows.AddNew();
-            for (const auto& [column, item] : Match(rows, *items)) {
-                if (item->Value.empty()) continue;
-                if (item->DataType == kFile) {
-                    AssignFile(rows, column, item->Value);
-                } else {
-                    AssignText(rows, column, item->Value);
-                }
-            }
-            rows.Update();
-            recordset->Close();
-        } catch (const ErrorInfo& error) {
-            RaiseAddFailure(error);
-        }
+        InsertRow(sql, items);
         return 1;
     });
+}
+
+void clsZorbTivCore::InsertRow(std::string_view sql, const ZorbColumnDataItems* items) {
+    if (items == nullptr) throw OwnError("clsZorbTivCore", "Invalid data parametner to added.");
+    try {
+        const ado::RecordsetPtr recordset = OpenToChange(sql);
+        auto& rows = ado::RecordsetState::Of(recordset);
+        rows.AddNew();
+        for (const auto& [column, item] : Match(rows, *items)) {
+            if (item->Value.empty()) continue;
+            if (item->DataType == kFile) {
+                AssignFile(rows, column, item->Value);
+            } else {
+                AssignText(rows, column, item->Value);
+            }
+        }
+        rows.Update();
+        recordset->Close();
+    } catch (const ErrorInfo& error) {
+        RaiseAddFailure(error);
+    }
 }
 
 void clsZorbTivCore::AssignAll(ado::RecordsetState& rows, const Assignments& assignments,
@@ -116,30 +143,24 @@ void clsZorbTivCore::AssignAll(ado::RecordsetState& rows, const Assignments& ass
     }
 }
 
-std::int32_t clsZorbTivCore::UpdateRows(ado::RecordsetState& rows, const ZorbColumnDataItems* items,
-                                        std::string_view addColumn) {
-    if (rows.AtEnd()) return 0;
+void clsZorbTivCore::UpdateRows(ado::RecordsetState& rows, const ZorbColumnDataItems* items,
+                                std::string_view addColumn, RowCount& count) {
+    if (rows.AtEnd()) return;
     if (items == nullptr) platform::RaiseRunTimeError(platform::RunTimeError::ObjectNotSet);
     const Assignments assignments = Match(rows, *items);
     std::vector<std::int32_t> columns;
     for (const Assignment& assignment : assignments) columns.push_back(assignment.column);
     rows.PassOnce(std::move(columns));
     const std::int32_t addTo = addColumn.empty() ? kNoColumn : FindColumn(rows, addColumn);
-    return ForEachRow(rows, [&] {
+    ForEachRow(rows, count, [&] {
         AssignAll(rows, assignments, addTo);
         rows.Update();
     });
 }
 
 std::int32_t clsZorbTivCore::UpdateData(std::string_view sql, const ZorbColumnDataItems* items) {
-    return Guarded(errors_, -1, [&] {
-        const ado::RecordsetPtr recordset = OpenToChange(sql);
-        return InOneCommit(RequireConnection(), [&] {
-            const std::int32_t count = UpdateRows(ado::RecordsetState::Of(recordset), items, {});
-            recordset->Close();
-            return count;
-        });
-    });
+    return ChangeRows(
+        sql, [&](ado::RecordsetState& rows, RowCount& count) { UpdateRows(rows, items, {}, count); });
 }
 
 std::int32_t clsZorbTivCore::UpdateDataEx(std::string_view sql, const ZorbColumnDataItems* items) {
@@ -154,28 +175,20 @@ std::int32_t clsZorbTivCore::UpdateDataColAdd(std::string_view sql, std::string_
 // The look and the insertion are one, so that two that find no row do not both insert it.
 std::int32_t clsZorbTivCore::UpdateOrAdd(std::string_view sql, std::string_view addColumn,
                                          const ZorbColumnDataItems* items) {
-    return Guarded(errors_, -1, [&] {
-        const ado::RecordsetPtr recordset = OpenToChange(sql);
-        return InOneCommit(RequireConnection(), [&] {
-            auto& rows = ado::RecordsetState::Of(recordset);
-            const bool isThere = !rows.AtEnd();
-            const std::int32_t count = UpdateRows(rows, items, addColumn);
-            recordset->Close();
-            return isThere ? count : AddData(sql, items);
-        });
+    return ChangeRows(sql, [&](ado::RecordsetState& rows, RowCount& count) {
+        if (rows.AtEnd()) {
+            InsertRow(sql, items);
+            count.done = 1;
+        } else {
+            UpdateRows(rows, items, addColumn, count);
+        }
     });
 }
 
 std::int32_t clsZorbTivCore::DeleteData(std::string_view sql) {
-    return Guarded(errors_, -1, [&] {
-        const ado::RecordsetPtr recordset = OpenToChange(sql);
-        return InOneCommit(RequireConnection(), [&] {
-            auto& rows = ado::RecordsetState::Of(recordset);
-            rows.PassOnce({});
-            const std::int32_t count = ForEachRow(rows, [&rows] { rows.Delete(); });
-            recordset->Close();
-            return count;
-        });
+    return ChangeRows(sql, [](ado::RecordsetState& rows, RowCount& count) {
+        rows.PassOnce({});
+        ForEachRow(rows, count, [&rows] { rows.Delete(); });
     });
 }
 

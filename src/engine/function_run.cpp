@@ -21,7 +21,7 @@ bool KnowsItsDatabase(const EngineState& engine) {
 }  // namespace
 
 bool RunFunction(EngineState& engine, std::string_view functionXml, std::string& resultXml) {
-    engine.core.ForgetCancel();
+    const auto underWay = engine.core.BeginCall();
     bool done = false;
     Succeeds(
         engine.errors,

@@ -98,7 +98,7 @@ private:
 }  // namespace
 
 bool RunTransaction(EngineState& engine, std::string_view transactionXml, std::string& resultXml) {
-    engine.core.ForgetCancel();
+    const auto underWay = engine.core.BeginCall();
     bool done = false;
     Succeeds(
         engine.errors, [&] { done = TransactionRun(engine, resultXml).Run(transactionXml); },

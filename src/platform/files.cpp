@@ -112,12 +112,11 @@ void CreateEmptyFile(std::string_view path) {
     if (!file.Close()) RaiseFileError(errno, native);
 }
 
-void RemoveEmptyFile(std::string_view path) noexcept {
-    const std::string native = NativePath(path);
+void RemoveEmptyFile(const std::string& nativePath) noexcept {
     struct stat status {};
     const bool isEmptyFile =
-        ::stat(native.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
-    if (isEmptyFile) ::unlink(native.c_str());
+        ::stat(nativePath.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+    if (isEmptyFile) ::unlink(nativePath.c_str());
 }
 
 std::string LibraryFolder() {

@@ -49,8 +49,9 @@ private:
 
 /// Makes the file, or makes it empty when it exists.
 void CreateEmptyFile(std::string_view path);
-/// Removes the file where no byte is in it; one that cannot be removed stays.
-void RemoveEmptyFile(std::string_view path) noexcept;
+/// Removes the file where no byte is in it; one that cannot be removed stays. Takes a native path, so that no
+/// memory is needed.
+void RemoveEmptyFile(const std::string& nativePath) noexcept;
 
 /// The folder that holds this library's own file, without a separator at its end; "." where the system cannot
 /// tell.

@@ -59,8 +59,9 @@ RunTimeError FileErrorFromErrno(int error) noexcept {
         case EDQUOT:
         case EFBIG:
             return RunTimeError::DiskFull;
-        case EISDIR:
         case ENOTDIR:
+            return RunTimeError::PathNotFound;
+        case EISDIR:
         case ELOOP:
         case ENAMETOOLONG:
         case EINVAL:

@@ -127,7 +127,21 @@ SQLRETURN OdbcSession::PrepareText(SQLHSTMT statement, std::string_view text) {
     return Wait(statement, [&] { return SQLPrepareW(statement, wide.data(), SQL_NTS); });
 }
 
+// The driver tells a marker from a question mark in a text. Some drivers crash on an unbound one, some send
+// NULL.
+void OdbcSession::RefuseMarkers(std::string_view text) {
+    if (text.find('?') == std::string_view::npos) return;
+    const auto probe = NewStatement();
+    SQLSMALLINT markers = 0;
+    const bool isCounted =
+        SQL_SUCCEEDED(PrepareText(probe.Get(), text)) && SQL_SUCCEEDED(SQLNumParams(probe.Get(), &markers));
+    if (isCounted && markers > 0) {
+        throw MakeProviderError(AdoError::SqlError, UnboundMarker("?"), traits_.databaseName);
+    }
+}
+
 SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {
+    RefuseMarkers(text);
     if (!traits_.isWide) {
         std::string narrow(text);
         return Wait(statement, [&] {

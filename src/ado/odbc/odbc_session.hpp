@@ -61,6 +61,7 @@ public:
     /// A statement handle with the command time-out. Raises when the session cannot be used.
     OdbcHandle NewStatement();
     SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
+    /// Refuses a text with bind markers before it runs.
     SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);
     /// Makes a call that waits for the database, so that it can be cancelled.
     template <typename Call>
@@ -90,6 +91,7 @@ public:
     void Remove(OdbcExecution& execution) noexcept { std::erase(executions_, &execution); }
 
 private:
+    void RefuseMarkers(std::string_view text);
     class WaitingCall final : public CancelSwitch::Waiting {
     public:
         WaitingCall(OdbcSession& session, SQLHSTMT statement)

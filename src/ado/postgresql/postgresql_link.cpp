@@ -332,6 +332,11 @@ void PostgresqlLink::RaiseFailure(const PGresult* failed) {
     if (const auto hint = FieldOf(failed, PG_DIAG_MESSAGE_HINT); !hint.empty()) words += "\nHint: " + hint;
     DrainOrDrop();
     auto kind = KindOfSqlState(lastState_);
+    if (lastState_ == "08P01" && PQstatus(connection_.get()) == CONNECTION_OK) {
+        // The parameters that are bound here are always as many as their markers.
+        words = UnboundMarker("$1");
+        kind = AdoError::SqlError;
+    }
     if (PQstatus(connection_.get()) != CONNECTION_OK) kind = AdoError::Unspecified;
     if (kind == AdoError::Cancelled) {
         if (stopping_ != Stop::None) RaiseStopped(stopping_);

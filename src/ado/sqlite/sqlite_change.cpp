@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <list>
+#include <optional>
 #include <string>
 
 #include "ado/change_text.hpp"
@@ -12,6 +14,8 @@
 #include "ado/sqlite/sqlite_blob.hpp"
 #include "ado/sqlite/sqlite_schema.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
+#include "ado/sqlite/sqlite_types.hpp"
+#include "platform/utf8.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -28,10 +32,25 @@ std::string PlainName(std::string_view quoted) {
     return SqlScanner(quoted).Next().Name();
 }
 
+bool IsUtf8(std::string_view text) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    for (std::size_t i = 0; i < text.size();) {
+        const auto length = bytes[i] < 0x80 ? 1 : platform::Utf8Length(bytes + i, text.size() - i);
+        if (length == 0) return false;
+        i += length;
+    }
+    return true;
+}
+
+bool MayBeNumber(std::string_view text) {
+    return text.find_first_not_of("0123456789+-.eE \t\n\v\f\r") == std::string_view::npos;
+}
+
 /// The values of a statement in its places; it gives them up again when this object goes.
 class BoundValues {
 public:
-    BoundValues(SqliteSession& session, sqlite3_stmt* statement) : session_(session), statement_(statement) {}
+    BoundValues(SqliteSession& session, const ChangeTarget::Table& table, sqlite3_stmt* statement)
+        : session_(session), table_(table), statement_(statement) {}
     ~BoundValues() { sqlite3_clear_bindings(statement_); }
     BoundValues(const BoundValues&) = delete;
     BoundValues& operator=(const BoundValues&) = delete;
@@ -54,18 +73,28 @@ private:
                 return sqlite3_bind_double(statement_, place, value.number);
             case CellKind::Text:
             case CellKind::Blob:
-                return BindText(place, value.kind,
-                                parameter.source ? WholeOf(*parameter.source) : value.text);
+                return BindText(place, parameter, parameter.source ? WholeOf(*parameter.source) : value.text);
             default:
                 return sqlite3_bind_null(statement_, place);
         }
     }
 
-    int BindText(int place, CellKind kind, std::string_view text) {
+    int BindText(int place, const Parameter& parameter, std::string_view text) {
         const char* const bytes = text.empty() ? "" : text.data();
-        return kind == CellKind::Text
-                   ? sqlite3_bind_text64(statement_, place, bytes, text.size(), SQLITE_STATIC, SQLITE_UTF8)
-                   : sqlite3_bind_blob64(statement_, place, bytes, text.size(), SQLITE_STATIC);
+        const bool isText = parameter.value.kind == CellKind::Text && KeepsBytes(parameter, text);
+        return isText ? sqlite3_bind_text64(statement_, place, bytes, text.size(), SQLITE_STATIC, SQLITE_UTF8)
+                      : sqlite3_bind_blob64(statement_, place, bytes, text.size(), SQLITE_STATIC);
+    }
+
+    // As a text, what is no UTF-8 would change in a file of another encoding, and a file's digits in a column
+    // of numeric affinity.
+    bool KeepsBytes(const Parameter& parameter, std::string_view text) const {
+        auto* const database = session_.Database();
+        if (!IsUtf8(text) && !IsUtf8SqliteDatabase(database)) return false;
+        if (!parameter.source || !MayBeNumber(text)) return true;
+        const auto facts = SqliteTableFactsOf(database, table_.schema, table_.plainName);
+        const auto* const column = facts.Find(PlainName(parameter.name));
+        return !column || HasTextAffinity(column->type);
     }
 
     std::string_view WholeOf(ByteSource& source) {
@@ -86,6 +115,7 @@ private:
     }
 
     SqliteSession& session_;
+    const ChangeTarget::Table& table_;
     sqlite3_stmt* statement_;
     std::list<std::string> wholes_;  // the values stay where they are
 };
@@ -104,7 +134,7 @@ std::optional<std::int64_t> RowIdAfter(const RowChange& change, const std::optio
 }  // namespace
 
 RowChangeResult SqliteSession::Change(const RowChange& change) {
-    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    RequireOpen();
     ReleaseReaders();
     StartClock();
     const auto& table = *change.table;
@@ -125,19 +155,14 @@ RowChangeResult SqliteSession::RunChange(const RowChange& change, bool inPieces)
         text += parameter.isOldText ? "? COLLATE BINARY" : "?";
     });
     const auto statement = Acquire(written.text, Purpose::Read);
-    BoundValues values(*this, statement->Handle());
+    BoundValues values(*this, *change.table, statement->Handle());
     int place = 0;
     for (const auto* parameter : written.parameters) values.Bind(++place, *parameter, inPieces);
     const auto changesBefore = TotalChanges();
-    // Stopped half-way, it would take the whole transaction with it.
-    wholeStep_ = InTransaction();
-    try {
-        Step(*statement);
-    } catch (...) {
-        wholeStep_ = false;
-        throw;
-    }
-    wholeStep_ = false;
+    // A change of ordinary length is not stopped half-way.
+    constexpr std::chrono::milliseconds kOrdinary{250};
+    if (InTransaction()) undisturbedUntil_ = Clock::now() + kOrdinary;
+    Step(*statement);
     RowChangeResult result;
     result.affectedRows = TotalChanges() == changesBefore ? 0 : LastChanges();
     sqlite3_reset(statement->Handle());
@@ -173,11 +198,7 @@ RowChangeResult SqliteSession::ChangeInPieces(const RowChange& change) {
     try {
         result = changeAndFill();
     } catch (...) {
-        if (isOutermost) {
-            if (InTransaction()) Rollback();
-        } else if (InTransaction()) {
-            RollbackToSavepoint(kLevel);
-        }
+        UndoAfterFailure(isOutermost ? std::nullopt : std::optional(kLevel));
         throw;
     }
     if (isOutermost) {

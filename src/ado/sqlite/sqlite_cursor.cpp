@@ -76,7 +76,7 @@ void SqliteCursor::RefreshColumns() {
 // The library's way to a cell with the least between; it is safe where one thread uses the connection.
 sqlite3_value* SqliteCursor::ValueAt(std::int32_t column) const {
     auto* const handle = statement_->Handle();
-    if (!handle) RaiseAdoError(AdoError::InvalidConnection);
+    if (!handle) statement_.Owner().RaiseUnusable();
     return sqlite3_column_value(handle, column);
 }
 

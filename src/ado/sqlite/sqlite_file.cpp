@@ -6,6 +6,7 @@
 #include <chrono>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "ado/errors.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
@@ -72,11 +73,8 @@ std::chrono::milliseconds BusyTimeoutOf(const ConnectionParameters& parameters) 
     return std::chrono::milliseconds(static_cast<std::int64_t>(*value));
 }
 
-}  // namespace
-
-std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameters,
-                                           std::int32_t /*connectionTimeout*/,
-                                           std::shared_ptr<CancelSwitch> cancel) {
+std::shared_ptr<Session> OpenFile(const ConnectionParameters& parameters,
+                                  std::shared_ptr<CancelSwitch> cancel) {
     const auto dataSource = parameters.Get("Data Source");
     const auto busyTimeout = BusyTimeoutOf(parameters);
     const bool readOnly = parameters.IsSet("Read Only");
@@ -96,6 +94,9 @@ std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameter
     }
     if (status != SQLITE_OK) RaiseSqliteError(opened, status);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
+    // A misspelt name in double quotes is an error, not a text.
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     auto session = std::make_shared<SqliteSession>(std::move(database), busyTimeout, std::move(cancel));
     // The library reads the file only when it has to; a file that is no database fails here.
     if (const int read = sqlite3_exec(opened, "PRAGMA schema_version", nullptr, nullptr, nullptr);
@@ -103,6 +104,21 @@ std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameter
         RaiseSqliteError(opened, read);
     }
     return session;
+}
+
+}  // namespace
+
+std::shared_ptr<Session> OpenSqliteSession(const ConnectionParameters& parameters,
+                                           std::int32_t /*connectionTimeout*/,
+                                           std::shared_ptr<CancelSwitch> cancel) {
+    const std::string path = platform::NativePath(parameters.Get("Data Source"));
+    const bool isNew = parameters.IsSet("Create") && path != kMemory && !platform::FileExists(path);
+    try {
+        return OpenFile(parameters, std::move(cancel));
+    } catch (...) {
+        if (isNew) platform::RemoveEmptyFile(path);
+        throw;
+    }
 }
 
 }  // namespace halvtiv::ado

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "ado/sql_scanner.hpp"
+#include "ado/sqlite/sqlite_session.hpp"
 #include "ado/sqlite/sqlite_statement.hpp"
 #include "platform/text.hpp"
 
@@ -15,28 +16,43 @@ namespace {
 
 using platform::EqualIgnoringCase;
 
-/// The rows of a query about the schema; parameters are texts.
+/// The rows of a query about the schema; parameters are texts. A query about what this library does not know
+/// finds nothing; every other failure is raised, for it may have rolled back the open transaction.
 class SchemaQuery {
 public:
-    SchemaQuery(sqlite3* database, const char* sql, std::span<const std::string> parameters) {
+    SchemaQuery(sqlite3* database, const char* sql, std::span<const std::string> parameters)
+        : database_(database) {
         sqlite3_stmt* prepared = nullptr;
-        sqlite3_prepare_v2(database, sql, -1, &prepared, nullptr);
+        int status = sqlite3_prepare_v2(database, sql, -1, &prepared, nullptr);
         statement_.reset(prepared);
+        if (status == SQLITE_ERROR) return;
         int place = 0;
         for (const auto& parameter : parameters) {
-            sqlite3_bind_text64(prepared, ++place, parameter.data(), parameter.size(), SQLITE_STATIC,
-                                SQLITE_UTF8);
+            if (status != SQLITE_OK) break;
+            status = sqlite3_bind_text64(prepared, ++place, parameter.data(), parameter.size(), SQLITE_STATIC,
+                                         SQLITE_UTF8);
         }
+        if (status != SQLITE_OK) RaiseSqliteError(database, status);
     }
-    // A query about what this library does not know finds nothing.
-    bool Next() { return statement_ && sqlite3_step(statement_.get()) == SQLITE_ROW; }
+    bool Next() {
+        if (!statement_) return false;
+        const int status = sqlite3_step(statement_.get());
+        if (status != SQLITE_ROW && status != SQLITE_DONE && status != SQLITE_ERROR) {
+            RaiseSqliteError(database_, status);
+        }
+        return status == SQLITE_ROW;
+    }
     std::string Text(int column) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+        if (!text && sqlite3_column_type(statement_.get(), column) != SQLITE_NULL) {
+            RaiseSqliteError(database_, SQLITE_NOMEM);
+        }
         return text ? text : "";
     }
     int Integer(int column) { return sqlite3_column_int(statement_.get(), column); }
 
 private:
+    sqlite3* database_;
     SqliteStatementHandle statement_;
 };
 

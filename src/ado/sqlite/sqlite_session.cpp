@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ado/errors.hpp"
+#include "ado/sql_scanner.hpp"
 #include "ado/sqlite/sqlite_batch.hpp"
 #include "ado/sqlite/sqlite_plan.hpp"
 #include "ado/sqlite/sqlite_schema.hpp"
@@ -35,10 +36,6 @@ AdoError KindOf(int code, std::string_view words) {
     }
 }
 
-std::string SavepointName(std::int32_t level) {
-    return "halvtiv_" + std::to_string(level);
-}
-
 }  // namespace
 
 void CloseSqlite::operator()(sqlite3* database) const noexcept {
@@ -57,6 +54,9 @@ SqliteSession::SqliteSession(SqliteHandle database, std::chrono::milliseconds bu
     constexpr int kStepsBetweenLooks = 1000;
     sqlite3_busy_handler(database_.get(), WaitForLock, this);
     sqlite3_progress_handler(database_.get(), kStepsBetweenLooks, StopWhenItMust, this);
+    begin_ = PrepareHandle("BEGIN IMMEDIATE", true);
+    commit_ = PrepareHandle("COMMIT", true);
+    rollback_ = PrepareHandle("ROLLBACK", true);
 }
 
 SqliteSession::~SqliteSession() {
@@ -64,54 +64,86 @@ SqliteSession::~SqliteSession() {
 }
 
 std::unique_ptr<Batch> SqliteSession::Prepare(std::string commandText, Purpose purpose) {
-    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    RequireOpen();
     if (commandText.find('\0') != std::string::npos) {
         throw MakeProviderError(AdoError::SqlError, kNulInCommand, kSqliteName);
+    }
+    if (const auto marker = BindMarkerOf(commandText); !marker.empty()) {
+        throw MakeProviderError(AdoError::SqlError, UnboundMarker(marker), kSqliteName);
     }
     return std::make_unique<SqliteBatch>(shared_from_this(), std::move(commandText), purpose);
 }
 
 void SqliteSession::Close() {
-    if (!database_) return;
+    closed_ = true;
+    ReleaseDatabase();
+}
+
+void SqliteSession::ReleaseDatabase() noexcept {
     ReleaseReaders();
     for (auto* statement : inUse_) statement->Drop();
     inUse_.clear();
     cache_.Clear();
+    savepoints_.clear();
+    rollback_.reset();
+    commit_.reset();
+    begin_.reset();
     database_.reset();
 }
 
 bool SqliteSession::InTransaction() {
-    return sqlite3_get_autocommit(database_.get()) == 0;
+    return database_ && sqlite3_get_autocommit(database_.get()) == 0;
 }
 
 void SqliteSession::Begin() {
-    Run("BEGIN IMMEDIATE");
+    Run(begin_);
 }
 
 void SqliteSession::Commit() {
     try {
-        Run("COMMIT");
+        Run(commit_);
     } catch (...) {
-        if (InTransaction()) Rollback();
+        UndoAfterFailure(std::nullopt);
         throw;
     }
 }
 
 void SqliteSession::Rollback() {
-    RunToUndo("ROLLBACK");
+    RollBackOrClose(rollback_);
 }
 
 void SqliteSession::SetSavepoint(std::int32_t level) {
-    Run("SAVEPOINT " + SavepointName(level));
+    const auto index = static_cast<std::size_t>(level);
+    if (savepoints_.size() <= index) savepoints_.resize(index + 1);
+    auto& savepoint = savepoints_[index];
+    if (!savepoint.set) {
+        const auto name = "SAVEPOINT halvtiv_" + std::to_string(level);
+        Savepoint prepared{PrepareHandle(name, true), PrepareHandle("RELEASE " + name, true),
+                           PrepareHandle("ROLLBACK TO " + name, true)};
+        savepoint = std::move(prepared);
+    }
+    Run(savepoint.set);
 }
 
 void SqliteSession::ReleaseSavepoint(std::int32_t level) {
-    Run("RELEASE " + SavepointName(level));
+    RequireOpen();
+    Run(savepoints_[static_cast<std::size_t>(level)].release);
 }
 
 void SqliteSession::RollbackToSavepoint(std::int32_t level) {
-    RunToUndo("ROLLBACK TO " + SavepointName(level));
-    RunToUndo("RELEASE " + SavepointName(level));
+    RequireOpen();
+    const auto& savepoint = savepoints_[static_cast<std::size_t>(level)];
+    RollBackOrClose(savepoint.rollback);
+    RunToUndo(savepoint.release);  // one that cannot be released is empty and ends with the transaction
+}
+
+void SqliteSession::UndoAfterFailure(std::optional<std::int32_t> level) noexcept {
+    if (!InTransaction()) return;
+    try {
+        level ? RollbackToSavepoint(*level) : Rollback();
+    } catch (...) {
+        // The transaction is gone all the same, and the first error is the one that counts.
+    }
 }
 
 void SqliteSession::SetCommandTimeout(std::int32_t seconds) {
@@ -132,7 +164,7 @@ void SqliteSession::Lease::Discard() noexcept {
 }
 
 SqliteSession::Lease SqliteSession::Acquire(std::string_view text, Purpose purpose) {
-    if (!database_) RaiseAdoError(AdoError::InvalidConnection);
+    RequireOpen();
     inUse_.reserve(inUse_.size() + 1);
     auto statement = cache_.Take(text, purpose);
     if (!statement) statement = PrepareFirst(text, purpose);
@@ -161,14 +193,10 @@ std::unique_ptr<SqliteStatement> SqliteSession::PrepareFirst(std::string_view te
     statement->RefreshColumns(false);
     auto plan = PlanSqliteQuery(statement->Handle(), text.substr(0, consumed), statement->Columns(), purpose);
     if (!plan) return statement;
-    sqlite3_stmt* planned = nullptr;
-    sqlite3_prepare_v3(database_.get(), plan->text.c_str(), -1, isKept ? SQLITE_PREPARE_PERSISTENT : 0U,
-                       &planned, nullptr);
     // A query that does not take the other select list runs as it is.
-    if (planned) {
-        SqliteStatementHandle owned(planned);
+    if (auto planned = PrepareIfValid(plan->text, isKept)) {
         auto guard = PrepareGuard(*plan);
-        statement->Follow(*std::move(plan), std::move(owned), std::move(guard));
+        statement->Follow(*std::move(plan), std::move(planned), std::move(guard));
     }
     return statement;
 }
@@ -186,9 +214,7 @@ SqliteStatementHandle SqliteSession::PrepareGuard(const SqlitePlan& plan) {
         text += QuotedSqliteName(plan.table);
     }
     text += " LIMIT 0";
-    sqlite3_stmt* prepared = nullptr;
-    sqlite3_prepare_v3(database_.get(), text.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
-    return SqliteStatementHandle(prepared);
+    return PrepareIfValid(text, true);
 }
 
 bool SqliteSession::IsOutdated(const SqliteStatement& statement) {
@@ -203,12 +229,27 @@ bool SqliteSession::IsOutdated(const SqliteStatement& statement) {
     return isMissing || sqlite3_stmt_status(guard, SQLITE_STMTSTATUS_REPREPARE, 0) > 0;
 }
 
-SqliteStatementHandle SqliteSession::PrepareHandle(std::string_view text, bool isKept, const char** tail) {
+int SqliteSession::PrepareInto(SqliteStatementHandle& handle, std::string_view text, bool isKept,
+                               const char** tail) {
     sqlite3_stmt* prepared = nullptr;
     const int status = sqlite3_prepare_v3(database_.get(), text.data(), static_cast<int>(text.size() + 1),
                                           isKept ? SQLITE_PREPARE_PERSISTENT : 0U, &prepared, tail);
-    SqliteStatementHandle handle(prepared);
+    handle.reset(prepared);
+    return status;
+}
+
+SqliteStatementHandle SqliteSession::PrepareHandle(std::string_view text, bool isKept, const char** tail) {
+    SqliteStatementHandle handle;
+    const int status = PrepareInto(handle, text, isKept, tail);
     if (status != SQLITE_OK) RaiseError(status);
+    return handle;
+}
+
+SqliteStatementHandle SqliteSession::PrepareIfValid(const std::string& text, bool isKept) {
+    SqliteStatementHandle handle;
+    const int status = PrepareInto(handle, text, isKept, nullptr);
+    const bool isRefused = (status & 0xff) == SQLITE_ERROR || status == SQLITE_TOOBIG;
+    if (status != SQLITE_OK && !isRefused) RaiseError(status);
     return handle;
 }
 
@@ -231,13 +272,18 @@ void SqliteSession::ReleaseReaders() noexcept {
     for (auto* reader : readers_) reader->Release();
 }
 
-bool SqliteSession::Step(SqliteStatement& statement) {
-    if (!statement.Handle()) RaiseAdoError(AdoError::InvalidConnection);
+int SqliteSession::StepOnce(sqlite3_stmt* statement) {
+    RequireOpen();
     if (!undoing_) StopIfCancelled();
     StartClock();
-    running_ = statement.Handle();
-    const int status = sqlite3_step(running_);
+    running_ = statement;
+    const int status = sqlite3_step(statement);
     running_ = nullptr;
+    return status;
+}
+
+bool SqliteSession::Step(SqliteStatement& statement) {
+    const int status = StepOnce(statement.Handle());
     if (status == SQLITE_ROW) return true;
     if (status == SQLITE_DONE) return false;
     RaiseError(status);
@@ -271,20 +317,30 @@ std::int64_t SqliteSession::LastChanges() const {
     return sqlite3_changes64(database_.get());
 }
 
-void SqliteSession::Run(const std::string& commandText) {
-    const auto statement = Acquire(commandText, Purpose::Read);
-    Step(*statement);
+void SqliteSession::Run(const SqliteStatementHandle& statement) {
+    const int status = StepOnce(statement.get());
+    sqlite3_reset(statement.get());
+    if (status != SQLITE_DONE) RaiseError(status);
 }
 
-void SqliteSession::RunToUndo(const std::string& commandText) {
+void SqliteSession::RunToUndo(const SqliteStatementHandle& statement) {
     const bool wasUndoing = std::exchange(undoing_, true);
     try {
-        Run(commandText);
+        Run(statement);
     } catch (...) {
         undoing_ = wasUndoing;
         throw;
     }
     undoing_ = wasUndoing;
+}
+
+void SqliteSession::RollBackOrClose(const SqliteStatementHandle& statement) {
+    try {
+        RunToUndo(statement);
+    } catch (...) {
+        if (InTransaction()) ReleaseDatabase();
+        throw;
+    }
 }
 
 bool SqliteSession::MustStop() noexcept {
@@ -294,10 +350,10 @@ bool SqliteSession::MustStop() noexcept {
 
 int SqliteSession::StopWhenItMust(void* session) {
     auto& self = *static_cast<SqliteSession*>(session);
-    // The database asks once more behind the end: a BEGIN or COMMIT that is done must not be said to have
-    // failed.
-    const bool isDone = self.running_ != nullptr && sqlite3_stmt_busy(self.running_) == 0;
-    return !isDone && !self.wholeStep_ && self.MustStop() ? 1 : 0;
+    // Only a step is stopped, and not after its end, where the database asks once more: a BEGIN or COMMIT
+    // that is done must not be said to have failed.
+    const bool isStep = self.running_ != nullptr && sqlite3_stmt_busy(self.running_) != 0;
+    return isStep && Clock::now() >= self.undisturbedUntil_ && self.MustStop() ? 1 : 0;
 }
 
 // Short waits at first, for locks are mostly held for the time of one commit.

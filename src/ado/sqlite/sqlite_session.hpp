@@ -34,7 +34,7 @@ public:
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override { return "SQLite"; }
     bool IsAlive() override { return database_ != nullptr; }
-    bool IsClosed() const noexcept override { return database_ == nullptr; }
+    bool IsClosed() const noexcept override { return closed_; }
     void Close() override;
     bool InTransaction() override;
     void Begin() override;
@@ -68,14 +68,14 @@ public:
     };
 
     /// The first statement of the text, which a NUL must follow; empty where there are only blanks and
-    /// comments. Raises -2146824579 after `Close`.
+    /// comments. Raises -2146824579 after `Close`, -2147467259 once the connection is lost.
     Lease Acquire(std::string_view text, Purpose purpose);
     /// Runs to the next row; false at the end.
     bool Step(SqliteStatement& statement);
     /// Whether the tables of a statement for changes are no longer those that it was planned for, as far as
     /// can be told before it runs.
     bool IsOutdated(const SqliteStatement& statement);
-    /// Null after `Close`.
+    /// Null after `Close` and once the connection is lost.
     sqlite3* Database() const noexcept { return database_.get(); }
     /// Raises -2147217842 when the running work has been cancelled.
     void StopIfCancelled() {
@@ -92,15 +92,35 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    /// The statements of one savepoint level.
+    struct Savepoint {
+        SqliteStatementHandle set, release, rollback;
+    };
+
+    /// Raises why nothing can be done once there is no database.
+    void RequireOpen() const {
+        if (!database_) RaiseUnusable();
+    }
     void Release(std::unique_ptr<SqliteStatement> statement) noexcept;
     void Forget(const SqliteStatement& statement) noexcept;
     void ReleaseReaders() noexcept;
     std::unique_ptr<SqliteStatement> PrepareFirst(std::string_view text, Purpose purpose);
     SqliteStatementHandle PrepareGuard(const SqlitePlan& plan);
-    SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail);
-    void Run(const std::string& commandText);
+    int PrepareInto(SqliteStatementHandle& handle, std::string_view text, bool isKept, const char** tail);
+    SqliteStatementHandle PrepareHandle(std::string_view text, bool isKept, const char** tail = nullptr);
+    /// Null for a text that the database does not take; other failures are raised.
+    SqliteStatementHandle PrepareIfValid(const std::string& text, bool isKept);
+    int StepOnce(sqlite3_stmt* statement);
+    /// Runs a prepared statement that returns no rows.
+    void Run(const SqliteStatementHandle& statement);
     /// Runs what undoes work, however often that has been cancelled.
-    void RunToUndo(const std::string& commandText);
+    void RunToUndo(const SqliteStatementHandle& statement);
+    /// Rolls back. Where that fails and the transaction stays open, the database is closed, which undoes it.
+    void RollBackOrClose(const SqliteStatementHandle& statement);
+    /// Rolls back to a savepoint, or the whole transaction, if one is open; raises nothing.
+    void UndoAfterFailure(std::optional<std::int32_t> level) noexcept;
+    /// Frees all statements and closes the database.
+    void ReleaseDatabase() noexcept;
     RowChangeResult RunChange(const RowChange& change, bool inPieces);
     RowChangeResult ChangeInPieces(const RowChange& change);
     [[noreturn]] void RaiseCancelled();
@@ -111,12 +131,17 @@ private:
     static int WaitForLock(void* session, int attempt);
 
     SqliteHandle database_;
+    bool closed_ = false;  // by `Close`
+    // Prepared before the work begins, so that undoing it needs no memory.
+    SqliteStatementHandle begin_, commit_, rollback_;
+    std::vector<Savepoint> savepoints_;  // by level
     SqliteStatementCache cache_;
     std::vector<SqliteStatement*> inUse_;   // owned by their leases
     std::vector<DeferredValues*> readers_;  // owned by their cursors
     std::shared_ptr<CancelSwitch> cancel_;
-    bool undoing_ = false;    // cancelling has no hold on what undoes work
-    bool wholeStep_ = false;  // the running statement is not stopped half-way
+    bool undoing_ = false;  // cancelling has no hold on what undoes work
+    // Until then the running change is not stopped: it would take the whole transaction with it.
+    Clock::time_point undisturbedUntil_{};
     std::chrono::milliseconds busyTimeout_;
     std::chrono::seconds commandTimeout_{0};  // 0: no limit
     Clock::time_point deadline_{};

@@ -10,6 +10,7 @@
 
 #include "ado/data_type_traits.hpp"
 #include "ado/sqlite/sqlite_types.hpp"
+#include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -22,6 +23,7 @@ bool IsDeclaredNotNull(sqlite3_stmt* statement, int column) {
         sqlite3_db_handle(statement), sqlite3_column_database_name(statement, column),
         sqlite3_column_table_name(statement, column), sqlite3_column_origin_name(statement, column), nullptr,
         nullptr, &notNull, nullptr, nullptr);
+    if (status == SQLITE_NOMEM) platform::RaiseRunTimeError(platform::RunTimeError::OutOfMemory);
     return status == SQLITE_OK && notNull != 0;
 }
 

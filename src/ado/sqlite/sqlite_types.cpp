@@ -62,6 +62,13 @@ constexpr std::array<std::pair<std::string_view, std::int32_t>, 8> kTypesByPart{
     {"DOUB", adDouble},
 }};
 
+std::string UpperAscii(std::string_view text) {
+    std::string upper(text);
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    return upper;
+}
+
 std::int32_t TypeOfName(std::string_view name) {
     for (const auto& [listed, type] : kNamedTypes) {
         if (name == listed) return type;
@@ -74,11 +81,15 @@ std::int32_t TypeOfName(std::string_view name) {
 
 }  // namespace
 
+bool HasTextAffinity(std::string_view declared) {
+    const std::string name = UpperAscii(declared);
+    const auto holds = [&](const char* part) { return name.find(part) != std::string::npos; };
+    return !holds("INT") && (holds("CHAR") || holds("CLOB") || holds("TEXT"));
+}
+
 DeclaredType ReadDeclaredType(std::string_view declared) {
-    std::string name(declared.substr(0, declared.find('(')));
+    std::string name = UpperAscii(declared.substr(0, declared.find('(')));
     name.erase(name.find_last_not_of(' ') + 1);
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
     DeclaredType result{TypeOfName(name), 0};
     if (const auto digits = declared.find_first_of("0123456789", name.size());
         digits != std::string_view::npos && FixedSizeOf(result.type) == 0) {

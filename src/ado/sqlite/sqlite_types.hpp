@@ -16,6 +16,9 @@ struct DeclaredType {
 /// Reads a declared type such as "varchar(20)", in any letter case.
 DeclaredType ReadDeclaredType(std::string_view declared);
 
+/// Whether the database keeps a text in such a column as a text, whatever it spells.
+bool HasTextAffinity(std::string_view declared);
+
 /// The type that the column's value in the current row has by itself.
 std::int32_t TypeOfValue(sqlite3_stmt* statement, int column);
 
