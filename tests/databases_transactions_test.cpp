@@ -288,7 +288,7 @@ TEST_P(TransactionTest, ACommitThatFailsLeavesItsReason) {
     if (!Has(Can::CheckAtCommit)) GTEST_SKIP() << Traits().cannot.at(Can::CheckAtCommit);
     Run("create table child (a integer references t deferrable initially deferred)");
     EXPECT_TRUE(RunCalls(Add("1", "1") + Sql("2", "insert into child values (9)")));
-    EXPECT_THAT(engine.GetLastError(), StartsWith("ZorbDbAccessEngine:clsZorbTivCore:"));
+    EXPECT_THAT(engine.GetLastError(), StartsWith("ZorbDbAccessEngine:The commit failed: clsZorbTivCore:"));
     EXPECT_THAT(Entries(xml_), ElementsAre("1 info[return=1]", "2 info[return=1]"));
     EXPECT_EQ(All(), "");
     EXPECT_TRUE(RunCalls(Add("1", "9") + Sql("2", "insert into child values (9)")));
@@ -428,8 +428,8 @@ TEST_P(TransactionTest, EachDatabaseGetsItsOwnBodyAlsoAfterReconnecting) {
     std::string report;
     ASSERT_TRUE(engine.LoadFunctionDefsXml(
         "<d><functiondef name='who'><paramdef><param name='n' type='integer'/></paramdef>" +
-            body("", "insert into u values (0)") + body(" provider='Nobody'", "insert into u values (-1)") +
-            body(" provider='Other, " + name + "'", "insert into u values (%n%)") + "</functiondef></d>",
+            body("", "insert into u values (0)") + body(" provider='Access'", "insert into u values (-1)") +
+            body(" provider='Access, " + name + "'", "insert into u values (%n%)") + "</functiondef></d>",
         report));
     engine.ReConnectInterval(0);
     ZorbColumnDataItems params;

@@ -41,7 +41,12 @@ TEST(FunctionDefinitionTest, SaysWhatIsWrongWithIt) {
         {"<functiondef name='f'><function name=''/><x><function name='b'/></x></functiondef>", noBody},
         {withParam("<param name=' p '/>"), badType},
         {withParam("<param name='p' type='binary'/>"), badType},
-        {withParam("<param name='p'>text</param>"), badType}};
+        {withParam("<param name='p'>text</param>"), badType},
+        {withParam("<param name='p' type='integer' extra=' qoute '/>"),
+         "Invalid extra defined for parameter - \"p\" (\"qoute\" is not \"quote\")."},
+        {Definition("f", "", "<function name='b' provider='SQLite, Nobody'/>"),
+         "Invalid provider of function body - \"Nobody\" (known are SQLite, PostgreSQL, MariaDB, SQLServer, "
+         "Access)."}};
     for (const auto& [xml, message] : cases) {
         clsZorbFunctionDef definition;
         EXPECT_FALSE(definition.Parse(xml)) << xml;
@@ -77,11 +82,23 @@ std::string Compiled(const std::string& definitionXml, const std::string& params
 TEST(FunctionCompilationTest, ValuesTakeThePlaceOfTheirPlaceholders) {
     const std::string text = "<param name='t' type='text' value='a word' extra='quote'/>";
     const std::string number = "<param name='n' type='integer' value='a number'/>";
-    const std::string plain = "<param name='t' type='text' value='a word' extra='Quote'/>";
+    const std::string plain = "<param name='t' type='text' value='a word'>quoted or not</param>";
+    const std::string quoted = "<param name='t' type='text' value='a word'>QUOTED</param>";
     const std::vector<std::array<std::string, 3>> cases{
         {WithSql(text + number, "top %n% c='%t%'"),
          "<param name='T' value=\"O'Neil\"/><param name='n' value='10'/>", "top 10 c='O''Neil'"},
         {WithSql(plain, "%t%"), "<param name='t' value=\"O'Neil\"/>", "O'Neil"},
+        {WithSql(quoted, "%t%"), "<param name='t' value=\"O'Neil\"/>", "O''Neil"},
+        {WithSql(number, "1-%n% and 1=0 - %n%"), "<param name='n' value='-1'/>", "1- -1 and 1=0 - -1"},
+        {WithSql(number, "1-%n% /*-%n%*/ '-%n%' --%n%&#10;-%n%"), "<param name='n' value='-1'/>",
+         "1- -1 /*--1*/ '--1' ---1\n- -1"},
+        {WithSql(plain + number, "-%t%%n%-%n%"), "<param name='t' value=''/><param name='n' value='-1'/>",
+         "- -1- -1"},
+        {WithSql(number + plain, "-%t%%n%%"), "<param name='t' value=''/><param name='n' value='-1'/>",
+         "- -1%"},
+        {WithSql(plain + number, "-%t%-%t%"), "<param name='t' value='%n%'/><param name='n' value='-1'/>",
+         "- -1- -1"},
+        {WithSql(plain, "own", "<param name='sql' value='second'/>"), "<param name='t' value='x'/>", "own"},
         {WithSql(number, "%n%%n% %N% 100% %x%"), "<param name='n' value='10'/>", "1010 %N% 100% %x%"},
         {WithSql(text + number, "%t%"), "<param name='t' value='%n%'/><param name='n' value='7'/>", "7"},
         {WithSql(number + text, "%t%"), "<param name='t' value='%n%'/><param name='n' value='7'/>", "%n%"},
@@ -131,6 +148,19 @@ TEST(FunctionCompilationTest, BlocksOfTheBodyCompleteThoseOfTheCall) {
     second.AddParam("n", "6");
     ASSERT_TRUE(definition.CompileFunction(second));
     EXPECT_EQ(second.GetSubParam(2, 1), "66") << "the definition itself has not changed";
+}
+
+TEST(FunctionCompilationTest, EveryChildQueryOfTheBodyCountsUnlessTheCallHasItsOwn) {
+    const std::string body = WithSql("", "", "<param name='csql'>a</param><param name=' CSQL '>b</param>");
+    for (const std::string own : {"", "<param name='Csql' value='own'/>"}) {
+        clsZorbFunctionDef definition;
+        ZorbFunctionCall call;
+        ASSERT_TRUE(definition.Parse(body) && call.Parse("<f name='f'>" + own + "</f>"));
+        ASSERT_TRUE(definition.CompileFunction(call));
+        std::vector<std::string> queries;
+        EXPECT_EQ(call.GetParamArray("csql", queries), own.empty() ? 2 : 1);
+        EXPECT_EQ(queries.back(), own.empty() ? "b" : "own");
+    }
 }
 
 TEST(FunctionLibraryTest, TheReportTellsWhatCameOfEachDefinition) {
@@ -243,6 +273,20 @@ TEST(FunctionCompilationTest, ATextThatGrowsWithoutBoundIsRefused) {
     EXPECT_FALSE(engine.RunFunction(call + "</function>", result));
     EXPECT_THAT(engine.GetLastError(),
                 HasSubstr("Compile error: Text too long after substitution - \"p1\"."));
+    // The bound is that of the whole call: each of these texts becomes 1 MiB.
+    for (const int count : {1, 60}) {
+        call = "<function name='grow'>";
+        for (int number = 1; number <= 40; ++number) {
+            const std::string name = "p" + std::to_string(number),
+                              next = "%p" + std::to_string(number + 1) + "%";
+            call += "<param name='" + name + "' value='" + (number < 21 ? next + next : "x") + "'/>";
+        }
+        for (int item = 0; item < count; ++item) call += "<param name='item' value='%p1%'/>";
+        clsZorbFunctionDefLibrary library(std::vector<std::string_view>{"public.getdata"});
+        ZorbFunctionCall grown;
+        ASSERT_TRUE(library.LoadFunctionDefsXml(definition, log) && grown.Parse(call + "</function>"));
+        EXPECT_EQ(library.CompileFunction(grown), count == 1) << library.GetLastError();
+    }
 }
 
 TEST(FunctionDefLibraryTest, OneTextMayServeForDefinitionsAndReport) {

@@ -82,8 +82,21 @@ TEST(FunctionResultTest, KeysGoIntoTheLookUpAsTheyStand) {
         ZorbFunctionResult result;
         result.AddFunctionResult_Info("a", 1);
         result.AddFunctionResult_Error("b", 2, "", "");
-        if (live) result.ResultXMLDOMDoc();
+        const auto document = live ? result.ResultXMLDOMDoc() : nullptr;
         EXPECT_EQ(result.GetResultType("x' or @type='error"), QORV_OUTPUT_ERROR);
+        EXPECT_EQ(result.GetResultType("b' and position() = last() and not(@x) and '1'='1"),
+                  QORV_OUTPUT_ERROR);
+        for (const char* inside :
+             {"x' or row[1]/col/@name='description", "x' or count(child::row/*)=3 or 'a'='"})
+            EXPECT_EQ(result.GetResultType(inside), QORV_OUTPUT_ERROR) << inside << result.GetLastError();
+        for (const char* refused :
+             {"a'] | /*/data[@guid='b", "x' or ../data[2]/@guid='b", "x' or /result/@x='",
+              "x' or *//col or 'a'='", "x' or following::data and '1'='1", "x' or @*='b",
+              "x' or row[lang('b')] or 'a'='", "x' or translate(@guid,'a','b')='b", "a']/row[@index='0"}) {
+            EXPECT_EQ(result.GetResultType(refused), -1);
+            EXPECT_THAT(result.GetLastError(), StartsWith("ZorbFunctionResult:Key is an expression that "))
+                << refused;
+        }
         EXPECT_EQ(result.GetResultDataItem("' or '1'='1", 0)->GetItemValueByName("return"), "1");
         for (const char* broken : {"'", "O'Brien", "a' or ", "a'] | //["}) {
             EXPECT_EQ(result.GetResultType(broken), -1);
@@ -98,6 +111,48 @@ TEST(FunctionResultTest, KeysGoIntoTheLookUpAsTheyStand) {
         EXPECT_EQ(Entries(Saved(result)).size(), 3U);
         EXPECT_TRUE(result.AddFunctionResult_Error("' or '1'='1", 5, "", ""));
         EXPECT_EQ(Entries(Saved(result)).size(), 1U) << "the expression selected all";
+    }
+    ZorbFunctionResult large;  // a row beside each row: 10^10 pairs
+    std::string rows;
+    for (int row = 0; row < 100000; ++row) rows += "<row index='" + std::to_string(row) + "'/>";
+    ASSERT_TRUE(large.Parse("<r><data guid='k' type='file'>" + rows + "</data></r>"));
+    EXPECT_EQ(large.GetResultType("x' or row/@index='99999"), QORV_OUTPUT_FILE);
+    EXPECT_EQ(large.GetResultType("x' or row/@index=row/@none or 'a'='"), -1);
+    EXPECT_THAT(large.GetLastError(), HasSubstr("takes too long on a result of this size."));
+}
+
+TEST(FunctionResultTest, ManyEntriesAreFoundHoweverTheyChange) {
+    for (const bool live : {false, true}) {
+        ZorbFunctionResult result;
+        for (int entry = 0; entry < 40; ++entry) {
+            ASSERT_TRUE(result.AddFunctionResult_Info(entry % 2 == 0 ? "even" : "odd", entry));
+        }
+        const auto document = live ? result.ResultXMLDOMDoc() : nullptr;
+        const auto first = [&](std::string_view guid) {
+            const ZorbColumnDataItemsPtr row = result.GetResultDataItem(guid, 0);
+            return row ? row->Item(1)->Value : "none";
+        };
+        ASSERT_TRUE(result.ChangeResultDataGUID("even", "odd"));
+        EXPECT_EQ(first("odd") + first("even"), "02") << "in document order";
+        for (int entry = 0; entry < 3; ++entry) ASSERT_TRUE(result.ChangeResultDataGUID("odd", "moved"));
+        EXPECT_EQ(first("moved") + first("odd"), "05") << "0, 1 and 3 have moved";
+        ASSERT_TRUE(result.AddFunctionResult_Error("odd", 7, "", ""));
+        ASSERT_TRUE(result.ChangeResultDataGUID("x' or @type='error", "even"));
+        EXPECT_EQ(first("odd") + first("moved") + first("even"), "none02");
+    }
+}
+
+TEST(FunctionResultTest, ADocumentThatNobodyHoldsAnyMoreIsRead) {
+    ZorbFunctionResult result;
+    ASSERT_TRUE(result.Parse("<r x='y'><data guid='k'><row index='0'/></data></r>"));
+    for (const char* text : {"", " "}) {  // no text keeps white space alone
+        auto document = result.ResultXMLDOMDoc();
+        document->first_child().first_child().append_child("row").append_attribute("index") = "1";
+        document->first_child().append_child(pugi::node_pcdata).set_value(text);
+        document.reset();
+        const std::string saved = Saved(result);
+        for (int look = 0; look < 40; ++look) ASSERT_EQ(result.GetResultDataCount("k"), 1);
+        EXPECT_EQ(Saved(result), saved);
     }
 }
 
@@ -143,7 +198,7 @@ TEST(FunctionResultTest, ParsedRowsAreTakenAsTheyCome) {
     for (const bool live : {false, true}) {
         ZorbFunctionResult result;
         ASSERT_TRUE(result.Parse(kXml));
-        if (live) result.ResultXMLDOMDoc();
+        const auto document = live ? result.ResultXMLDOMDoc() : nullptr;
         EXPECT_EQ(Saved(result), kXml);
         EXPECT_EQ(result.ResultGUID(), "G");
         EXPECT_EQ(result.GetResultType("k"), QORV_OUTPUT_DATA) << "the first under that key has no type";

@@ -34,8 +34,7 @@ using ZorbColumnDataItemsPtr = std::shared_ptr<ZorbColumnDataItems>;
 /// 457 duplicate key).
 class HALVTIV_API ZorbColumnDataItems {
 public:
-    /// Visits the items in order. Adding and removing end a visit: what has been got before it must not be
-    /// used any more.
+    /// Visits the items in order. Adding or removing items invalidates iterators.
     class Iterator {
     public:
         using iterator_category = std::forward_iterator_tag;
@@ -81,7 +80,8 @@ public:
     ZorbColumnDataItemPtr Item(std::int32_t lIndex) const;
     /// The item added under a key, in any letter case; raises 5 when there is none.
     ZorbColumnDataItemPtr Item(std::string_view sKey) const;
-    /// The first item of that name, ignoring case, at or after a position; null when there is none.
+    /// The first item of that name, ignoring case, at or after a position; null when there is none. Searches:
+    /// items may be renamed through their pointers.
     ZorbColumnDataItemPtr GetItemByName(std::string_view sName, std::int32_t nStartIndex = 1) const;
     /// The value of `GetItemByName(sName)`; "" when there is no such item.
     std::string GetItemValueByName(std::string_view sName) const;
@@ -90,7 +90,8 @@ public:
     void RemoveItemByName(std::string_view sName, std::int32_t nStartIndex = 1);
     /// Number of items.
     std::int32_t Count() const;
-    /// Removes the item at a position from 1; raises 9 when there is none.
+    /// Removes the item at a position from 1; raises 9 when there is none. The items behind it are moved, so
+    /// that many are removed fastest from the last one on.
     void Remove(std::int32_t lIndex);
     /// Removes the item added under a key; raises 5 when there is none.
     void Remove(std::string_view sKey);

@@ -68,9 +68,13 @@ public:
     /// cannot be compiled (the result is a document without entries).
     ///
     /// A lost connection is opened again, where `ReConnectInterval` allows it, before the transaction begins,
-    /// not within it. A commit that fails leaves nothing done but the answer true: ask `GetLastError`. Within
-    /// a transaction that the caller has begun on the connection this one nests, and a run that fails before
-    /// it has begun one rolls back the caller's. Guarded.
+    /// not within it. Within a transaction that the caller has begun on the connection this one nests, and a
+    /// run that fails before it has begun one rolls back the caller's. Guarded.
+    ///
+    /// True with a last error means one of two things. The commit failed, and the transaction is not known to
+    /// be stored: the words begin with "The commit failed: " and go on with the database's, whose number and
+    /// source they carry. Or it is committed and only the result could not be saved, which is empty then: the
+    /// words are the result's ("ZorbFunctionResult:...", or "Out of memory." alone).
     bool RunTransaction(std::string_view sTransXml, std::string& sResultXml);
 
     /// Stops what runs on the connection: its statement, update or copy of a long value fails with number
@@ -80,7 +84,9 @@ public:
 
     /// Loads function definitions from a file (by its byte order mark or declared encoding), adding to
     /// those loaded before and replacing those of the same name. sLoadLog is set to a report with a line a
-    /// definition; true even when definitions failed, for the report tells. Guarded.
+    /// definition; true even when definitions failed, for the report tells. Among what fails a definition is
+    /// a "provider" that is no known database, and an "extra" that is written but is not "quote" or "quoted".
+    /// Guarded.
     bool LoadFunctionDefs(std::string_view sFilename, std::string& sLoadLog);
     /// The same from XML text. Guarded.
     bool LoadFunctionDefsXml(std::string_view sXml, std::string& sLoadLog);
@@ -103,7 +109,8 @@ public:
     std::string GetExportFileFilterString();
 
     // Calls without XML: the function by its name, a parameter for each item's name and value; null means
-    // none. Each answers whether the function succeeded; its error is the last error. All are guarded.
+    // none. Each answers whether the function succeeded and its answer could be read; the error is the last
+    // error. All are guarded.
 
     /// Runs a function with a "data" block: XML text whose root holds a "col" a column; with a blank text,
     /// without a block.

@@ -26,7 +26,9 @@ struct HALVTIV_API ErrorInfo : std::exception {
     /// The `Description`, valid as long as this object is unchanged.
     const char* what() const noexcept override;
 
-    std::int32_t Number = 0;       ///< -1 for HalvTiv's own errors; never 0 in a raised error
+    /// -1 for HalvTiv's own errors. 0 only where `ZorbFunctionResult::RaiseResultError` raises an entry that
+    /// says so.
+    std::int32_t Number = 0;
     std::string Description;       ///< what went wrong, UTF-8
     std::string Source;            ///< who found it: "HalvTiv." and a class, or the provider's name
     std::string HelpFile;          ///< usually empty

@@ -15,7 +15,11 @@ namespace halvtiv {
 ///
 /// Values come as *parameters*, a flat list of named values in which names may repeat, and as *data
 /// parameters*, named blocks of values (typically one value a table column). All positions count from 1;
-/// names are compared trimmed and without regard to case unless a member says otherwise.
+/// names are compared trimmed and without regard to case unless a member says otherwise. Look-ups by name
+/// search: their time grows with the number of parameters.
+///
+/// In a call of a defined function each parameter that the definition's body names, "sql" included, counts
+/// instead of the body's. An engine is for callers that may run any SQL.
 ///
 /// Every member but the properties, the counts, `Reset` and the two error members clears the last error,
 /// lets no exception out and, when it fails, keeps the reason for `GetLastError` and returns false, -1,
@@ -27,8 +31,10 @@ public:
     ZorbFunctionCall(const ZorbFunctionCall&) = delete;
     ZorbFunctionCall& operator=(const ZorbFunctionCall&) = delete;
 
-    /// Replaces everything by what the XML text says. A text that does not load ("Failed to load Xml
-    /// Param.") leaves the call as it was; a failure after loading empties it.
+    /// Replaces everything by what the XML text says; a failure leaves the call as it was. "Failed to load
+    /// Xml Param." Names, values, types and extras are trimmed of blanks. A "param" with "col" children is a
+    /// data parameter, any other a parameter: an empty block, written by `Save`, comes back as a parameter
+    /// without a value.
     bool Parse(std::string_view xml);
     /// Writes the call as XML text. A call without a GUID gets one, once, and keeps it.
     bool Save(std::string& xml);

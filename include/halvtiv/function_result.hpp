@@ -17,9 +17,17 @@ namespace halvtiv {
 /// What a call produced: a list of entries, each under a key (GUID text). An entry is a table of rows, a
 /// reference to a file, an error or a return value. Keys need not be unique: look-ups take the first.
 ///
-/// The document is kept as text and becomes a tree only when `ResultXMLDOMDoc` or a key with a quote asks
-/// for one. Reading rows one after another costs the same per row however many there are; once it is a tree,
-/// which its holder may change at any time, each look-up searches it.
+/// The document is kept as text and becomes a tree only when `ResultXMLDOMDoc` asks for one. A look-up by
+/// key, and reading a row, costs the same however many there are. A tree may be changed by its holder at any
+/// time, so each look-up searches it as long as the pointer is held.
+///
+/// A key with an apostrophe is no plain text but a part of the expression `/*/data[@guid='KEY']`: the first
+/// entry that it selects is found. Raised as the last error are -2147467259 for a key that breaks the
+/// expression ("it's"), and -1 "Key is an expression that ..." for one that could take too long. A key may
+/// read attributes of its entry and the elements inside by child steps; `..`, `//`, absolute paths, other
+/// axes, a closed predicate, `@*`, `translate`, `lang`, `id` and `processing-instruction` are refused, and so
+/// is a key whose length times the bytes that it reads of each entry (to the power of the paths that lead
+/// into the entry) is above 10^10.
 ///
 /// Every member from `GetResultType` on, but for `RaiseResultError` and the two error members, clears
 /// the last error, lets no exception out and, when it fails, keeps the reason for `GetLastError` and
@@ -31,8 +39,9 @@ public:
     ZorbFunctionResult(const ZorbFunctionResult&) = delete;
     ZorbFunctionResult& operator=(const ZorbFunctionResult&) = delete;
 
-    /// The live document: changes through it are changes of the result. `Reset` and `Parse` make a new
-    /// one and leave this one to its holder. Costs a tree of the whole result: many times its text.
+    /// The live document: changes through it are changes of the result, as long as the pointer (or a copy) is
+    /// held. Hold it while a node of it is used. `Reset` and `Parse` make a new document and leave this one
+    /// to its holder. Costs a tree of the whole result: many times its text.
     std::shared_ptr<pugi::xml_document> ResultXMLDOMDoc();
 
     /// The root's "guid"; "" when it has none. Writing raises 5 for a text that XML cannot carry.
@@ -46,7 +55,8 @@ public:
 
     /// `QorvResultTypeEnum` of an entry; -1, without an error, when there is none under that key.
     std::int32_t GetResultType(std::string_view guid);
-    /// Raises the error that an error entry holds. Raises 13 "Type mismatch." for any other key: ask
+    /// Raises the error that an error entry holds, with the number of the entry, 0 included; nothing for an
+    /// entry without number, description and source. Raises 13 "Type mismatch." for any other key: ask
     /// `GetResultType` first. What it raises is not kept as the last error.
     void RaiseResultError(std::string_view guid);
     /// Number of records of an entry; 0 for errors, files and return values. "Specified data not found -
@@ -70,7 +80,8 @@ public:
     /// Binary and long columns go to files in dataFolder, or are skipped when it is empty; a cell whose
     /// file could not be written says so by its type "error" and the last error, and the rest goes on.
     /// A file is named after its column and its row's number ("photo.000001") and replaces an earlier one:
-    /// give columns names that differ within a row, and among the entries that share a folder.
+    /// give columns names that differ within a row, and among the entries that share a folder. 91 for no
+    /// recordset.
     bool AddFunctionResult_Data(std::string_view guid, ado::RecordsetPtr& recordset,
                                 std::string_view dataFolder);
     /// Writes the same records to an XML file of their own, in constant memory, and appends an entry that
@@ -82,7 +93,7 @@ public:
     /// Has an exporter write the records, and appends an entry that names the file. exportOption is what the
     /// exporter gets as its table name. When it answers a negative number, the error that its
     /// `RaiseLastError` raises becomes the last error and the entry stays without a file name. 91 for no
-    /// recordset or no exporter.
+    /// exporter; no recordset is the exporter's to refuse.
     bool AddFunctionResult_ExportFile(std::string_view guid, ado::RecordsetPtr& recordset,
                                       const IZorbDataExporterPtr& exporter, std::string_view fileName,
                                       std::string_view exportOption, std::string_view dataFolder);

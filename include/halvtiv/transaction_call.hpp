@@ -26,8 +26,9 @@ public:
     ZorbTransactionCall(const ZorbTransactionCall&) = delete;
     ZorbTransactionCall& operator=(const ZorbTransactionCall&) = delete;
 
-    /// Replaces everything by what the XML text says: each "function" child of the root, whatever the root
-    /// is called, is a call. "Failed to load Xml Transaction." A failure leaves the transaction empty.
+    /// Replaces everything by what the XML text says, name and key trimmed of blanks: each "function" child
+    /// of the root, whatever the root is called, is a call. "Failed to load Xml Transaction." A failure
+    /// leaves the transaction empty.
     bool Parse(std::string_view sXmlTrans);
     /// Writes the transaction as XML text. A transaction or a call without a GUID gets one, once, and keeps
     /// it. When it fails, the argument is as it was.

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -6,6 +8,7 @@
 
 #include "definitions/function_def.hpp"
 #include "documents/call_inside.hpp"
+#include "documents/placeholders.hpp"
 #include "foundation/this_utils.hpp"
 #include "platform/text.hpp"
 
@@ -17,34 +20,44 @@ namespace {
     throw OwnError("clsZorbFunctionDef", "Compile error: " + message);
 }
 
-/// What stands for a declared parameter's placeholder.
-struct Substitution {
-    std::string placeholder;
-    std::string text;
-};
-using Substitutions = std::vector<Substitution>;
+/// How names of parameters are compared.
+std::string ComparedName(std::string_view name) {
+    return platform::ToLower(platform::TrimBlanks(name));
+}
 
-/// Checks the values given for the declared parameters and says what stands for each placeholder.
-Substitutions CheckValues(const ZorbFunctionCall& call, const ZorbColumnDataItems& paramDefs) {
-    Substitutions substitutions;
+/// Checks the values given for the declared parameters and takes them for their placeholders.
+Placeholders CheckValues(const ZorbFunctionCall& call, const ZorbColumnDataItems& paramDefs) {
+    std::unordered_map<std::string, const ZorbColumnDataItem*> params;
+    for (const ZorbColumnDataItemPtr& param : CallInside::Params(call)) {
+        params.try_emplace(ComparedName(param->Name), param.get());
+    }
+    Placeholders placeholders;
     for (const ZorbColumnDataItemPtr& paramDef : paramDefs) {
-        const ZorbColumnDataItem* const param = CallInside::FindParam(call, paramDef->Name);
-        if (!param) Raise("No value provided for defined parameter - \"" + paramDef->Name + "\".");
-        if (!IsValidDataValue(param->Value, paramDef->DataType)) {
+        const auto found = params.find(ComparedName(paramDef->Name));
+        if (found == params.end()) {
+            Raise("No value provided for defined parameter - \"" + paramDef->Name + "\".");
+        }
+        const std::string& value = found->second->Value;
+        if (!IsValidDataValue(value, paramDef->DataType)) {
             Raise("Invalid data type for provided parameter value - \"" + paramDef->Name + "\"(required " +
                   paramDef->Value + ".)");
         }
-        const bool doubleQuotes = paramDef->DataType == QORV_STOCKDT_TEXT && paramDef->ExtraValue == "quote";
-        substitutions.push_back(
-            {"%" + paramDef->Name + "%", doubleQuotes ? EscapeSqlQuotes(param->Value) : param->Value});
+        const bool doubles =
+            paramDef->DataType == QORV_STOCKDT_TEXT && DoublesQuotes(paramDef->ExtraValue).value_or(false);
+        placeholders.Add(paramDef->Name, doubles ? EscapeSqlQuotes(value) : value);
     }
-    return substitutions;
+    return placeholders;
 }
 
-/// What the call does not name itself comes from the body.
+/// Takes over what the call does not name itself: of each name the first, but every child query.
 void MergeParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
+    constexpr std::string_view kMayRepeat = "csql";
+    std::unordered_set<std::string> names;
+    for (const ZorbColumnDataItemPtr& item : CallInside::Params(call)) names.insert(ComparedName(item->Name));
+    const bool repeats = names.count(std::string(kMayRepeat)) == 0;
     for (const ZorbColumnDataItemPtr& item : CallInside::Params(body)) {
-        if (CallInside::FindParam(call, item->Name)) continue;
+        const bool isAdded = names.insert(ComparedName(item->Name)).second;
+        if (!isAdded && !(repeats && ComparedName(item->Name) == kMayRepeat)) continue;
         if (!CallInside::Params(call).Add(item->Name, item->Value)) {
             Raise("Failed to add function parameter - \"" + item->Name + ".");
         }
@@ -52,8 +65,10 @@ void MergeParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
 }
 
 void MergeBlock(ZorbColumnDataItems& block, const ZorbColumnDataItems& bodyBlock) {
+    std::unordered_set<std::string> names;
+    for (const ZorbColumnDataItemPtr& item : block) names.insert(platform::ToLower(item->Name));
     for (const ZorbColumnDataItemPtr& item : bodyBlock) {
-        if (block.GetItemByName(item->Name)) continue;
+        if (!names.insert(platform::ToLower(item->Name)).second) continue;
         if (!block.AddItem(*item)) {
             Raise("Failed to merge function data parameter - \"" + bodyBlock.Tag() + ".");
         }
@@ -70,34 +85,32 @@ void MergeDataParams(ZorbFunctionCall& call, const ZorbFunctionCall& body) {
     }
 }
 
-/// The length that a text may grow to. Values may hold placeholders that double it again and again.
-std::size_t LongestText(std::string_view text, const Substitutions& substitutions) {
-    constexpr std::size_t kAlwaysAllowed = std::size_t{64} << 20;
-    std::size_t given = text.size();
-    for (const Substitution& substitution : substitutions) given += substitution.text.size();
-    return std::max(kAlwaysAllowed, 2 * given);
+bool IsSql(const std::string& name) {
+    const std::string compared = ComparedName(name);
+    return compared == "sql" || compared == "csql" || compared == "sqlcount";
 }
 
-std::size_t SizeAfter(std::string_view text, std::string_view placeholder, std::string_view substitute) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(placeholder); at != std::string_view::npos;
-         at = text.find(placeholder, at + placeholder.size())) {
-        ++count;
-    }
-    return text.size() - count * placeholder.size() + count * substitute.size();
-}
-
-/// One after the other on the text as it has become: a value may bring in a later parameter's placeholder.
-void Substitute(const ZorbColumnDataItems& items, const Substitutions& substitutions) {
-    for (const ZorbColumnDataItemPtr& item : items) {
-        if (item->Value.find('%') == std::string::npos) continue;
-        const std::size_t limit = LongestText(item->Value, substitutions);
-        for (const auto& [placeholder, text] : substitutions) {
-            if (SizeAfter(item->Value, placeholder, text) > limit) {
-                Raise("Text too long after substitution - \"" + item->Name + "\".");
-            }
-            item->Value = platform::ReplaceAll(item->Value, placeholder, text);
+/// Fills all values of a call. The bound is on all of them together: a small request may have many.
+void FillValues(const ZorbFunctionCall& call, const Placeholders& placeholders) {
+    std::vector<std::pair<ZorbColumnDataItem*, FilledText>> filled;
+    std::size_t given = 0;
+    const auto collect = [&](const ZorbColumnDataItems& items, bool mayBeSql) {
+        for (const ZorbColumnDataItemPtr& item : items) {
+            if (item->Value.find('%') == std::string::npos) continue;
+            filled.emplace_back(item.get(),
+                                mayBeSql && IsSql(item->Name) ? FilledText::Sql : FilledText::Plain);
+            given += item->Value.size();
         }
+    };
+    collect(CallInside::Params(call), true);
+    for (const ZorbColumnDataItemsPtr& block : CallInside::Blocks(call)) collect(*block, false);
+
+    std::size_t room = placeholders.Longest(given);
+    for (const auto& [item, kind] : filled) {
+        if (!placeholders.Fill(item->Value, kind, room)) {
+            Raise("Text too long after substitution - \"" + item->Name + "\".");
+        }
+        room -= std::min(room, item->Value.size());
     }
 }
 
@@ -107,13 +120,12 @@ void clsZorbFunctionDef::Compile(ZorbFunctionCall& call, std::string_view databa
     if (call.FunctionName() != functionName_) {
         Raise("function name not match - \"" + call.FunctionName() + "\" and \"" + functionName_ + "\".");
     }
-    const Substitutions substitutions = CheckValues(call, paramDefs_);
+    const Placeholders placeholders = CheckValues(call, paramDefs_);
     const ZorbFunctionCall& body = BodyFor(database);
     call.FunctionName(body.FunctionName());
     MergeParams(call, body);
     MergeDataParams(call, body);
-    Substitute(CallInside::Params(call), substitutions);
-    for (const ZorbColumnDataItemsPtr& block : CallInside::Blocks(call)) Substitute(*block, substitutions);
+    FillValues(call, placeholders);
 }
 
 }  // namespace halvtiv

@@ -7,7 +7,9 @@
 
 #include <halvtiv/data_types.hpp>
 
+#include "ado/database_names.hpp"
 #include "foundation/guarded.hpp"
+#include "foundation/this_utils.hpp"
 #include "foundation/xml_utils.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
@@ -37,16 +39,30 @@ pugi::xml_node UsualBody(const pugi::xml_node& root) {
     return first;
 }
 
-/// Names between blanks and commas, lower-cased.
-std::vector<std::string> NamesIn(std::string_view list) {
-    constexpr std::string_view kBetween = " ,";
-    std::vector<std::string> names;
-    for (std::size_t begin = list.find_first_not_of(kBetween); begin != std::string_view::npos;) {
-        const std::size_t end = std::min(list.find_first_of(kBetween, begin), list.size());
-        names.push_back(platform::ToLower(list.substr(begin, end - begin)));
-        begin = list.find_first_not_of(kBetween, end);
+void RequireDatabase(std::string_view name) {
+    std::string known;
+    for (const std::string_view database : ado::kDatabaseNames) {
+        if (platform::EqualIgnoringCase(database, name)) return;
+        known.append(known.empty() ? "" : ", ").append(database);
     }
-    return names;
+    Raise("Invalid provider of function body - \"" + std::string(name) + "\" (known are " + known + ").");
+}
+
+/// The databases in a list of names between blanks and commas, lower-cased. "Invalid provider of function
+/// body
+/// - "NAME" (known are NAMES)."
+std::vector<std::string> DatabasesIn(std::string_view list) {
+    constexpr std::string_view kBetween = " ,";
+    std::vector<std::string> databases;
+    std::size_t begin = 0;
+    do {
+        begin = std::min(list.find_first_not_of(kBetween, begin), list.size());
+        const std::string_view name = list.substr(begin, list.find_first_of(kBetween, begin) - begin);
+        RequireDatabase(name);
+        databases.push_back(platform::ToLower(name));
+        begin = list.find_first_not_of(kBetween, begin + name.size());
+    } while (begin != std::string_view::npos);
+    return databases;
 }
 
 std::string MarkupOf(const pugi::xml_node& node) {
@@ -118,8 +134,13 @@ void clsZorbFunctionDef::Read(std::string_view xml) {
             if (type == QORV_STOCKDT_UNKNOWN || type == QORV_STOCKDT_BINARY) {
                 Raise("Invalid data type defined for parameter - \"" + std::string(name) + "\".");
             }
-            paramDefs_.Add(name, Trimmed(GetXmlAttributeOrText(param, "value")), type,
-                           Trimmed(GetXmlAttributeOrText(param, "extra")));
+            const std::string_view extra = Trimmed(GetXmlAttributeOrText(param, "extra"));
+            // The element's text, which stands for an extra that is not written, may be a description.
+            if (param.attribute("extra") && !DoublesQuotes(extra)) {
+                Raise("Invalid extra defined for parameter - \"" + std::string(name) + "\" (\"" +
+                      std::string(extra) + "\" is not \"quote\").");
+            }
+            paramDefs_.Add(name, Trimmed(GetXmlAttributeOrText(param, "value")), type, extra);
         }
     }
 
@@ -130,7 +151,7 @@ void clsZorbFunctionDef::Read(std::string_view xml) {
     for (const pugi::xml_node other : root.children("function")) {
         if (!IsBody(other) || !other.attribute("provider")) continue;
         OtherBody& read = otherBodies_.emplace_back();
-        read.databases = NamesIn(GetXmlAttribute(other, "provider"));
+        read.databases = DatabasesIn(GetXmlAttribute(other, "provider"));
         ReadBody(read.call, MarkupOf(other));
     }
 }

@@ -37,7 +37,9 @@ std::vector<pugi::xml_node> SelectItems(const pugi::xml_document& document, std:
         return selected;
     }
     const std::string expression = "/*/" + std::string(tag) + "[@name!='']";
-    for (const pugi::xpath_node& node : SelectXmlNodes(document, expression)) selected.push_back(node.node());
+    for (const pugi::xpath_node& node : SelectXmlNodes(document, CompileXPath(expression))) {
+        selected.push_back(node.node());
+    }
     return selected;
 }
 

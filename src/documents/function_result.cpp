@@ -49,25 +49,48 @@ void AppendSingleRow(ResultEntry& entry, const Cells&... cells) {
 
 struct ZorbFunctionResult::Impl {
     std::unique_ptr<ResultContent> content = NewTextContent();
-    std::shared_ptr<pugi::xml_document> document;  // once it is the truth
+    std::shared_ptr<pugi::xml_document> document;  // while it is the truth
+    std::shared_ptr<pugi::xml_document> released;  // the last one that was the truth
+    int searches = 0;                              // of a document that nobody else holds
     clsZorbErrObject errors{kProductName, kClass};
 
     void Become(std::unique_ptr<ResultContent> other) {
         content = std::move(other);
         document.reset();
+        released.reset();
     }
 
     void BecomeTree() {
+        searches = 0;
         if (document) return;
         std::shared_ptr<pugi::xml_document> tree = TreeOf(*content);
         content = NewTreeContent(tree);
         document = std::move(tree);
     }
 
-    /// The content, in a form that can look this key up: one with a quote is an expression.
-    ResultContent& ContentFor(std::string_view guid) {
-        if (guid.find('\'') != std::string_view::npos) BecomeTree();
+    /// The content, to look something up. A tree is searched each time, for its holder may change it; one
+    /// that nobody holds any more goes back to text after some searches.
+    ResultContent& Searched() {
+        constexpr long kOwnPointers = 2;  // the content has one, too
+        constexpr int kPatience = 16;     // making the text takes as long as some searches
+        if (document && document.use_count() == kOwnPointers && ++searches == kPatience) BecomeText();
         return *content;
+    }
+
+    /// Stays a tree where that is no XML, or holds what no text keeps, such as white space alone.
+    void BecomeText() {
+        std::string text, again;
+        try {
+            content->CopyTo(text);
+        } catch (const ErrorInfo&) {
+            return;
+        }
+        std::unique_ptr<ResultContent> parsed = ParseTextContent(text);
+        if (!parsed) return;
+        parsed->CopyTo(again);
+        if (again != text) return;
+        content = std::move(parsed);
+        released = std::move(document);  // its nodes may still be looked at
     }
 
     void AppendRecords(std::string_view guid, const ado::RecordsetPtr& recordset,
@@ -91,6 +114,16 @@ struct ZorbFunctionResult::Impl {
             content->AppendEntry(std::move(entry));
             throw;
         }
+        content->AppendEntry(std::move(entry));
+    }
+
+    void ReplaceByError(std::string_view guid, std::int32_t number, std::string_view description,
+                        std::string_view source, KeyMeans means) {
+        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_ERROR);
+        AppendSingleRow(entry, ZorbColumnDataItem{"number", std::to_string(number), QORV_COLUMN_DATA, {}},
+                        ZorbColumnDataItem{"description", std::string(description), QORV_COLUMN_DATA, {}},
+                        ZorbColumnDataItem{"source", std::string(source), QORV_COLUMN_DATA, {}});
+        Searched().RemoveEntries(guid, means);
         content->AppendEntry(std::move(entry));
     }
 
@@ -148,7 +181,7 @@ void ZorbFunctionResult::Reset() {
 
 std::int32_t ZorbFunctionResult::GetResultType(std::string_view guid) {
     return Guarded(impl_->errors, static_cast<std::int32_t>(QORV_OUTPUT_UNKNOWN), [&] {
-        const std::optional<std::string> type = impl_->ContentFor(guid).EntryType(guid);
+        const std::optional<std::string> type = impl_->Searched().EntryType(guid);
         return type ? ResultTypeFromName(*type) : static_cast<std::int32_t>(QORV_OUTPUT_UNKNOWN);
     });
 }
@@ -170,7 +203,7 @@ void ZorbFunctionResult::RaiseResultError(std::string_view guid) {
 
 std::int32_t ZorbFunctionResult::GetResultDataCount(std::string_view guid) {
     return Guarded(impl_->errors, -1, [&] {
-        const std::optional<std::string> index = impl_->ContentFor(guid).LastRowIndex(guid);
+        const std::optional<std::string> index = impl_->Searched().LastRowIndex(guid);
         if (!index) Raise("Specified data not found - " + std::string(guid) + ".");
         return platform::TextToInt32(*index);
     });
@@ -178,7 +211,7 @@ std::int32_t ZorbFunctionResult::GetResultDataCount(std::string_view guid) {
 
 ZorbColumnDataItemsPtr ZorbFunctionResult::GetResultDataItem(std::string_view guid, std::int32_t index) {
     return Guarded(impl_->errors, ZorbColumnDataItemsPtr(), [&] {
-        const std::optional<std::string> row = impl_->ContentFor(guid).RowXml(guid, index);
+        const std::optional<std::string> row = impl_->Searched().RowXml(guid, index);
         if (!row) return ZorbColumnDataItemsPtr();
         auto items = std::make_shared<ZorbColumnDataItems>();
         items->Parse(*row, "col");
@@ -188,12 +221,12 @@ ZorbColumnDataItemsPtr ZorbFunctionResult::GetResultDataItem(std::string_view gu
 
 std::string ZorbFunctionResult::GetResultDataItemXml(std::string_view guid, std::int32_t index) {
     return Guarded(impl_->errors, std::string(),
-                   [&] { return impl_->ContentFor(guid).RowXml(guid, index).value_or(std::string()); });
+                   [&] { return impl_->Searched().RowXml(guid, index).value_or(std::string()); });
 }
 
 std::string ZorbFunctionResult::GetResultDataXml(std::string_view guid) {
     return Guarded(impl_->errors, std::string(), [&] {
-        std::optional<std::string> entry = impl_->ContentFor(guid).EntryXml(guid);
+        std::optional<std::string> entry = impl_->Searched().EntryXml(guid);
         if (!entry) Raise("Specified data not found.");
         return std::move(*entry);
     });
@@ -202,21 +235,21 @@ std::string ZorbFunctionResult::GetResultDataXml(std::string_view guid) {
 bool ZorbFunctionResult::ChangeResultDataGUID(std::string_view oldGuid, std::string_view newGuid) {
     return Succeeds(impl_->errors, [&] {
         RequireXmlText(newGuid);
-        if (!impl_->ContentFor(oldGuid).RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
+        if (!impl_->Searched().RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
     });
 }
 
 bool ZorbFunctionResult::AddFunctionResult_Error(std::string_view guid, std::int32_t number,
                                                  std::string_view description, std::string_view source) {
     return Succeeds(impl_->errors, [&] {
-        ResultEntry entry = NewEntry(guid, QORV_OUTPUT_ERROR);
-        AppendSingleRow(entry, ZorbColumnDataItem{"number", std::to_string(number), QORV_COLUMN_DATA, {}},
-                        ZorbColumnDataItem{"description", std::string(description), QORV_COLUMN_DATA, {}},
-                        ZorbColumnDataItem{"source", std::string(source), QORV_COLUMN_DATA, {}});
-        ResultContent& content = impl_->ContentFor(guid);
-        content.RemoveEntries(guid);
-        content.AppendEntry(std::move(entry));
+        impl_->ReplaceByError(guid, number, description, source, KeyMeans::ExpressionOrText);
     });
+}
+
+bool ResultHandOver::AddError(ZorbFunctionResult& result, std::string_view guid, std::int32_t number,
+                              std::string_view description, std::string_view source) {
+    return Succeeds(result.impl_->errors,
+                    [&] { result.impl_->ReplaceByError(guid, number, description, source, KeyMeans::Text); });
 }
 
 bool ZorbFunctionResult::AddFunctionResult_Info(std::string_view guid, std::int32_t returnValue) {

@@ -25,6 +25,9 @@ struct ResultEntry {
     void AppendTo(platform::TextBuffer& xml) const;
 };
 
+/// What a key is: part of an expression where it has a quote (`KeyExpression`), or always a plain text.
+enum class KeyMeans { ExpressionOrText, Text };
+
 /// What a result's document holds, in one of two forms: as text, or as a tree that somebody may hold and
 /// change.
 ///
@@ -47,7 +50,7 @@ public:
 
     /// False when there is no such entry.
     virtual bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) = 0;
-    virtual void RemoveEntries(std::string_view guid) = 0;
+    virtual void RemoveEntries(std::string_view guid, KeyMeans means) = 0;
     virtual void AppendEntry(ResultEntry entry) = 0;
     /// Appends all of them or, when it fails, none.
     virtual void AppendEntries(std::vector<ResultEntry> entries) = 0;

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <halvtiv/function_result.hpp>
 
 namespace halvtiv {
 
-/// For the engine, which throws a result away once it is saved.
+/// What the engine does otherwise than clients: it discards a result once it is saved.
 struct ResultHandOver {
     /// `ZorbFunctionResult::Save` that gives the text over instead of copying it: the result is empty
     /// afterwards.
@@ -14,6 +16,10 @@ struct ResultHandOver {
     /// `result.MergeResult(other)` that gives the entries over instead of copying them: the other result,
     /// which must be another one, has none afterwards.
     static bool Merge(ZorbFunctionResult& result, ZorbFunctionResult& other);
+    /// `ZorbFunctionResult::AddFunctionResult_Error` that compares the key as it stands: whatever a request's
+    /// key is, a failure has its entry.
+    static bool AddError(ZorbFunctionResult& result, std::string_view guid, std::int32_t number,
+                         std::string_view description, std::string_view source);
 };
 
 }  // namespace halvtiv

@@ -1,10 +1,14 @@
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <list>
+#include <map>
 #include <memory>
-#include <unordered_map>
+#include <new>
 #include <utility>
 
 #include "documents/item_xml.hpp"
+#include "documents/key_expression.hpp"
 #include "documents/markup_writer.hpp"
 #include "documents/result_content.hpp"
 #include "documents/row_index.hpp"
@@ -33,9 +37,11 @@ void AppendEndTag(TextBuffer& xml, std::string_view name) {
 
 /// A child of the root: an entry, or markup of another kind that is kept as it is.
 struct Child {
+    std::uint64_t number = 0;  // grows in document order
     bool isEntry = true;
     ResultEntry entry;  // of another kind: only the content counts
     mutable std::unique_ptr<RowIndex> rows;
+    std::list<Child>::iterator self;
 
     const RowIndex& Rows() const {
         if (!rows) rows = std::make_unique<RowIndex>(entry.content);
@@ -45,6 +51,8 @@ struct Child {
         return Rows().Find(entry.content, index);
     }
 };
+
+using Children = std::list<Child>;
 
 class ResultReader;
 
@@ -71,19 +79,23 @@ public:
     }
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
-        for (const Child* child : EntriesOf(guid)) {
-            if (!child->Rows().Empty()) return child->Rows().LastIndex(child->entry.content);
-        }
-        return std::nullopt;
+        std::optional<std::string> index;
+        VisitEntries(guid, [&index](const Child& child) {
+            if (!child.Rows().Empty()) index = child.Rows().LastIndex(child.entry.content);
+            return index.has_value();
+        });
+        return index;
     }
 
     std::optional<std::string> RowXml(std::string_view guid, std::int32_t index) const override {
         char number[platform::kNumberTextSize];
         const std::string_view wanted = platform::IntegerText(index, number);
-        for (const Child* child : EntriesOf(guid)) {
-            if (const auto row = child->Row(wanted)) return std::string(*row);
-        }
-        return std::nullopt;
+        std::optional<std::string> xml;
+        VisitEntries(guid, [&](const Child& child) {
+            if (const auto row = child.Row(wanted)) xml = *row;
+            return xml.has_value();
+        });
+        return xml;
     }
 
     std::optional<std::string> EntryXml(std::string_view guid) const override {
@@ -97,23 +109,45 @@ public:
     bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
         Child* const child = FirstEntryOf(oldGuid);
         if (child == nullptr) return false;
-        byKey_.clear();
-        for (auto& [name, value] : child->entry.attributes) {
-            if (name == "guid") value = newGuid;
+        std::string renamed(newGuid);
+        selection_.reset();
+        std::string* const key = KeyOf(*child);
+        if (key == nullptr) {  // found by another attribute
+            ForgetIndex();
+            child->entry.attributes.emplace_back("guid", std::move(renamed));
+            return true;
         }
+        auto place = byKey_.extract({*key, child->number});
+        *key = std::move(renamed);
+        if (place.empty()) return true;
+        place.key().first = *key;
+        byKey_.insert(std::move(place));
         return true;
     }
 
-    void RemoveEntries(std::string_view guid) override {
-        if (FirstEntryOf(guid) == nullptr) return;
-        byKey_.clear();
-        children_.remove_if([guid](const Child& child) { return IsEntry(child, guid); });
+    void RemoveEntries(std::string_view guid, KeyMeans means) override {
+        std::vector<Child*> removed;
+        const auto collect = [&removed](Child& child) {
+            removed.push_back(&child);
+            return false;
+        };
+        if (means == KeyMeans::Text) {
+            VisitEntriesOfText(guid, collect);
+        } else {
+            VisitEntries(guid, collect);
+        }
+        if (removed.empty()) return;
+        selection_.reset();
+        for (Child* const child : removed) {
+            if (const std::string* const key = KeyOf(*child)) byKey_.erase({*key, child->number});
+            children_.erase(child->self);
+        }
     }
 
     void AppendEntry(ResultEntry entry) override {
-        Child& child = children_.emplace_back();
+        Child& child = AddChild();
         child.entry = std::move(entry);
-        if (byKey_.empty()) return;
+        if (!isIndexed_) return;
         try {
             AddToIndex(child);
         } catch (...) {
@@ -137,7 +171,7 @@ public:
     std::vector<ResultEntry> TakeEntries() override {
         std::vector<ResultEntry> entries;
         entries.reserve(children_.size());
-        byKey_.clear();
+        Forget();
         for (Child& child : children_) {
             if (child.isEntry) entries.push_back(std::move(child.entry));
         }
@@ -147,15 +181,16 @@ public:
 
     void AppendEntries(std::vector<ResultEntry> entries) override {
         if (entries.empty()) return;
-        std::list<Child> added;
-        for (ResultEntry& entry : entries) added.emplace_back().entry = std::move(entry);
+        Children added;
+        for (ResultEntry& entry : entries) Number(added, added.emplace_back()).entry = std::move(entry);
         const auto first = added.begin();
         children_.splice(children_.end(), added);
-        if (byKey_.empty()) return;
+        selection_.reset();
+        if (!isIndexed_) return;
         try {
             for (auto child = first; child != children_.end(); ++child) AddToIndex(*child);
         } catch (...) {
-            byKey_.clear();  // it is made again when somebody looks something up
+            ForgetIndex();  // it is made again by the next look-up
         }
     }
 
@@ -176,7 +211,7 @@ public:
                 child.rows.reset();
                 child.entry.content.MoveTo(xml);
             });
-        byKey_.clear();
+        Forget();
         children_.clear();
         rootAttributes_.clear();
         rootName_ = kRootName;
@@ -196,42 +231,107 @@ private:
     static constexpr std::size_t kUsualTags = 512;  // bytes
 
     /// The key of an entry; null when it has none: no look-up finds it then, not even one for "".
-    static const std::string* KeyOf(const Child& child) {
+    static std::string* KeyOf(Child& child) {
         if (!child.isEntry) return nullptr;
-        for (const auto& [name, value] : child.entry.attributes) {
+        for (auto& [name, value] : child.entry.attributes) {
             if (name == "guid") return &value;
         }
         return nullptr;
     }
 
-    static bool IsEntry(const Child& child, std::string_view guid) {
-        const std::string* key = KeyOf(child);
-        return key != nullptr && *key == guid;
+    Child& Number(Children& children, Child& child) const {
+        child.number = nextNumber_++;
+        child.self = std::prev(children.end());
+        return child;
     }
 
-    /// All entries under a key, in document order. Many are found through an index that lasts until a change.
-    std::vector<Child*> EntriesOf(std::string_view guid) const {
+    /// Appends an empty child.
+    Child& AddChild() {
+        selection_.reset();
+        return Number(children_, children_.emplace_back());
+    }
+
+    /// Visits the entries under a key, in document order, until `visit` answers true.
+    template <typename Visit>
+    void VisitEntries(std::string_view guid, Visit&& visit) const {
+        if (!KeyExpression::Is(guid)) return VisitEntriesOfText(guid, visit);
+        for (Child* const child : SelectionOf(guid)) {
+            if (visit(*child)) return;
+        }
+    }
+
+    /// The same for a key that is compared as it stands. Many entries are found through an index.
+    template <typename Visit>
+    void VisitEntriesOfText(std::string_view guid, Visit&& visit) const {
         constexpr std::size_t kFew = 8;
-        if (children_.size() > kFew) {
-            if (byKey_.empty()) FillIndex();
-            const auto found = byKey_.find(std::string(guid));
-            return found == byKey_.end() ? std::vector<Child*>() : found->second;
+        if (children_.size() <= kFew) {
+            for (Child& child : children_) {
+                const std::string* const key = KeyOf(child);
+                if (key != nullptr && *key == guid && visit(child)) return;
+            }
+            return;
         }
-        std::vector<Child*> entries;
-        for (Child& child : children_) {
-            if (IsEntry(child, guid)) entries.push_back(&child);
+        FillIndex();
+        for (auto at = byKey_.lower_bound({guid, 0}); at != byKey_.end() && at->first.first == guid; ++at) {
+            if (visit(*at->second)) return;
         }
-        return entries;
     }
 
     Child* FirstEntryOf(std::string_view guid) const {
-        const std::vector<Child*> entries = EntriesOf(guid);
-        return entries.empty() ? nullptr : entries.front();
+        Child* first = nullptr;
+        VisitEntries(guid, [&first](Child& child) {
+            first = &child;
+            return true;
+        });
+        return first;
+    }
+
+    /// The entries that a key with a quote selects. They are kept until the result changes.
+    const std::vector<Child*>& SelectionOf(std::string_view guid) const {
+        if (selection_ && selection_->guid == guid) return selection_->entries;
+        const KeyExpression expression(guid);
+        const auto document = expression.ReadsContent() ? TreeOf(*this) : TreeOfAttributes();
+        const std::vector<pugi::xml_node> selected = expression.Select(*document);
+        Selection selection{std::string(guid), {}};
+        // The entries and the "data" elements are the same, in the same order.
+        auto next = selected.begin();
+        auto child = children_.begin();
+        for (const pugi::xml_node& element : document->document_element().children("data")) {
+            if (next == selected.end()) break;
+            if (element.type() != pugi::node_element) continue;
+            while (!child->isEntry) ++child;
+            if (element == *next) {
+                selection.entries.push_back(&*child);
+                ++next;
+            }
+            ++child;
+        }
+        selection_ = std::move(selection);
+        return selection_->entries;
+    }
+
+    /// A tree of the entries without what they hold.
+    std::shared_ptr<pugi::xml_document> TreeOfAttributes() const {
+        auto document = std::make_shared<pugi::xml_document>();
+        pugi::xml_node root = document->append_child(kRootName);
+        bool isComplete = static_cast<bool>(root);
+        for (const Child& child : children_) {
+            if (!child.isEntry) continue;
+            pugi::xml_node element = root.append_child("data");
+            isComplete = isComplete && element;
+            for (const auto& [name, value] : child.entry.attributes) {
+                isComplete = isComplete && element.append_attribute(name.c_str()).set_value(value.c_str());
+            }
+        }
+        if (!isComplete) throw std::bad_alloc();
+        return document;
     }
 
     void FillIndex() const {
+        if (isIndexed_) return;
         try {
             for (Child& child : children_) AddToIndex(child);
+            isIndexed_ = true;
         } catch (...) {
             byKey_.clear();  // half an index finds half the entries
             throw;
@@ -239,7 +339,17 @@ private:
     }
 
     void AddToIndex(Child& child) const {
-        if (const std::string* key = KeyOf(child)) byKey_[*key].push_back(&child);
+        if (const std::string* const key = KeyOf(child)) byKey_.try_emplace({*key, child.number}, &child);
+    }
+
+    void ForgetIndex() const {
+        byKey_.clear();
+        isIndexed_ = false;
+    }
+
+    void Forget() {
+        ForgetIndex();
+        selection_.reset();
     }
 
     std::vector<std::pair<std::string, std::string>>::const_iterator FindRootAttribute(
@@ -293,8 +403,16 @@ private:
 
     std::string rootName_ = kRootName;
     std::vector<std::pair<std::string, std::string>> rootAttributes_;
-    mutable std::list<Child> children_;  // never moved: there may be millions
-    mutable std::unordered_map<std::string, std::vector<Child*>> byKey_;
+    mutable Children children_;  // never moved: there may be millions
+    mutable std::uint64_t nextNumber_ = 0;
+    // By key, then in document order. The keys are views of the entries' attributes.
+    mutable std::map<std::pair<std::string_view, std::uint64_t>, Child*> byKey_;
+    mutable bool isIndexed_ = false;
+    struct Selection {
+        std::string guid;
+        std::vector<Child*> entries;
+    };
+    mutable std::optional<Selection> selection_;  // the last one
 };
 
 /// Turns what the reader tells into children of a result, their markup written by our own writer.
@@ -335,7 +453,7 @@ public:
 private:
     Child& NewChild(bool isEntry) {
         inEntry_ = isEntry;
-        Child& child = content_.children_.emplace_back();
+        Child& child = content_.AddChild();
         child.isEntry = isEntry;
         return child;
     }

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "documents/item_xml.hpp"
+#include "documents/key_expression.hpp"
 #include "documents/result_content.hpp"
 #include "foundation/xml_utils.hpp"
 #include "platform/run_time_error.hpp"
@@ -76,7 +76,14 @@ public:
         return true;
     }
 
-    void RemoveEntries(std::string_view guid) override { RemoveXmlNodes(*document_, Expression(guid, "")); }
+    void RemoveEntries(std::string_view guid, KeyMeans means) override {
+        std::vector<pugi::xml_node> removed;
+        VisitEntries(guid, means, [&removed](const pugi::xml_node& entry) {
+            removed.push_back(entry);
+            return false;
+        });
+        for (const pugi::xml_node& entry : removed) entry.parent().remove_child(entry);
+    }
 
     void AppendEntry(ResultEntry entry) override {
         TextBuffer xml;
@@ -135,50 +142,49 @@ public:
     }
 
 private:
-    static std::string Expression(std::string_view guid, std::string_view rest) {
-        return "/*/data[@guid='" + std::string(guid) + "']" + std::string(rest);
+    /// Visits the entries under a key, in document order, until `visit` answers true.
+    template <typename Visit>
+    void VisitEntries(std::string_view guid, KeyMeans means, Visit&& visit) const {
+        if (means == KeyMeans::ExpressionOrText && KeyExpression::Is(guid)) {
+            for (const pugi::xml_node& entry : KeyExpression(guid).Select(*document_)) {
+                if (visit(entry)) return;
+            }
+            return;
+        }
+        for (const pugi::xml_node& root : document_->children()) {
+            for (const pugi::xml_node& entry : root.children("data")) {
+                const pugi::xml_attribute key = entry.attribute("guid");
+                if (key && key.value() == guid && visit(entry)) return;
+            }
+        }
     }
-
-    pugi::xml_node Select(std::string_view guid, std::string_view rest) const {
-        return SelectXmlNodes(*document_, Expression(guid, rest)).first().node();
-    }
-
-    // A key without a quote is compared as it stands. An expression would collect every row of an entry
-    // first, and the rows are asked for one by one.
-
-    static bool IsPlain(std::string_view guid) { return guid.find('\'') == std::string_view::npos; }
 
     static bool IsRow(const pugi::xml_node& node) {
         return node.type() == pugi::node_element && std::string_view(node.name()) == "row";
     }
 
-    /// The first thing that find(entry) answers for an entry under a plain key.
+    /// The first node that `find` gives for an entry under the key.
     template <typename Find>
     pugi::xml_node FirstOf(std::string_view guid, Find&& find) const {
-        for (const pugi::xml_node root : document_->children()) {
-            for (const pugi::xml_node entry : root.children("data")) {
-                const pugi::xml_attribute key = entry.attribute("guid");
-                if (!key || guid != key.value()) continue;
-                if (const pugi::xml_node found = find(entry)) return found;
-            }
-        }
-        return {};
+        pugi::xml_node found;
+        VisitEntries(guid, KeyMeans::ExpressionOrText, [&](const pugi::xml_node& entry) {
+            found = find(entry);
+            return static_cast<bool>(found);
+        });
+        return found;
     }
 
     pugi::xml_node FindEntry(std::string_view guid) const {
-        if (!IsPlain(guid)) return Select(guid, "");
         return FirstOf(guid, [](const pugi::xml_node& entry) { return entry; });
     }
 
     pugi::xml_node FindRow(std::string_view guid, const std::string& index) const {
-        if (!IsPlain(guid)) return Select(guid, "/row[@index='" + index + "']");
         return FirstOf(guid, [&index](const pugi::xml_node& entry) {
             return entry.find_child_by_attribute("row", "index", index.c_str());
         });
     }
 
     pugi::xml_node LastRow(std::string_view guid) const {
-        if (!IsPlain(guid)) return Select(guid, "/row[last()]");
         return FirstOf(guid, [](const pugi::xml_node& entry) {
             pugi::xml_node row = entry.last_child();
             while (row && !IsRow(row)) row = row.previous_sibling();

@@ -1,6 +1,7 @@
 #include "engine/dispatcher.hpp"
 
 #include "documents/call_inside.hpp"
+#include "documents/result_hand_over.hpp"
 #include "engine/built_in_functions.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/text.hpp"
@@ -22,9 +23,9 @@ bool HasConnection(EngineState& engine, RunsIn place) {
 
 void ReportError(const EngineState& engine, const ZorbFunctionCall& call, ZorbFunctionResult& result) {
     const std::string source = engine.errors.Source().value_or(std::string());
-    result.AddFunctionResult_Error(CallInside::Guid(call), engine.errors.Number(),
-                                   platform::RepairXmlText(engine.errors.Description()),
-                                   platform::RepairXmlText(source));
+    ResultHandOver::AddError(result, CallInside::Guid(call), engine.errors.Number(),
+                             platform::RepairXmlText(engine.errors.Description()),
+                             platform::RepairXmlText(source));
 }
 
 bool ExecuteBuiltInFunction(EngineState& engine, ZorbFunctionCall& call, ZorbFunctionResult& result,

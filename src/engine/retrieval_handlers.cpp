@@ -1,9 +1,11 @@
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "documents/call_inside.hpp"
+#include "documents/placeholders.hpp"
 #include "engine/built_in_functions.hpp"
 #include "engine/handler_steps.hpp"
 #include "foundation/guarded.hpp"
@@ -19,41 +21,38 @@ namespace {
 class ReferencedColumns {
 public:
     /// items: name is the placeholder, value the parent's column; null for none. "Invalid referenced column
-    /// definition - name or value missing."
-    explicit ReferencedColumns(ZorbColumnDataItemsPtr items) : items_(std::move(items)) {
-        if (!items_) return;
-        for (const ZorbColumnDataItemPtr& item : *items_) {
+    /// definition - name or value missing.", "Invalid extra of referenced column - "NAME" (...)."
+    explicit ReferencedColumns(const ZorbColumnDataItems* items) {
+        if (items == nullptr) return;
+        for (const ZorbColumnDataItemPtr& item : *items) {
             if (item->Name.empty() || item->Value.empty()) {
                 RaiseEngineError("Invalid referenced column definition - name or value missing.");
             }
+            columns_.push_back({item->Value, DoublesQuotes(*item)});
+            placeholders_.Add(item->Name, {});
         }
     }
 
     void RequireIn(ado::Fields& fields) const {
-        if (!items_) return;
-        for (const ZorbColumnDataItemPtr& item : *items_) RequireColumn(fields, item->Value);
+        for (const Column& column : columns_) RequireColumn(fields, column.name);
     }
 
-    /// The query for one parent row: the placeholders of the template replaced, one after the other.
-    std::string Fill(std::string query, const std::vector<std::string>& values) const {
-        if (!items_) return query;
-        for (std::size_t index = 0; index < values.size(); ++index) {
-            const ZorbColumnDataItemPtr item = items_->Item(static_cast<std::int32_t>(index) + 1);
-            query = platform::ReplaceAll(query, "%" + item->Name + "%", values[index]);
+    /// Takes the values of the current row.
+    void Read(ado::Fields& fields) {
+        for (std::size_t index = 0; index < columns_.size(); ++index) {
+            const std::string text = fields.Item(columns_[index].name)->Value().Text();
+            const std::string_view trimmed = platform::TrimBlanks(text);
+            placeholders_.SetValue(
+                index, columns_[index].doublesQuotes ? EscapeSqlQuotes(trimmed) : std::string(trimmed));
+        }
+    }
+
+    /// The query for the row that was read.
+    std::string Fill(std::string query) const {
+        if (!placeholders_.Fill(query, FilledText::Sql, placeholders_.Longest(query.size()))) {
+            RaiseEngineError("Child query too long after substitution.");
         }
         return query;
-    }
-
-    /// What the placeholders stand for in the current row.
-    std::vector<std::string> ValuesOf(ado::Fields& fields) const {
-        std::vector<std::string> values;
-        if (!items_) return values;
-        for (const ZorbColumnDataItemPtr& item : *items_) {
-            const std::string text = fields.Item(item->Value)->Value().Text();
-            const std::string_view trimmed = platform::TrimBlanks(text);
-            values.push_back(item->ExtraValue == "quoted" ? EscapeSqlQuotes(trimmed) : std::string(trimmed));
-        }
-        return values;
     }
 
 private:
@@ -67,7 +66,22 @@ private:
         RaiseEngineError("Specified referenced column not found in parent data - " + column);
     }
 
-    ZorbColumnDataItemsPtr items_;
+    /// The element's text, which stands for an extra and for a value that are not written, is no misspelling.
+    static bool DoublesQuotes(const ZorbColumnDataItem& item) {
+        const std::optional<bool> doubles = halvtiv::DoublesQuotes(item.ExtraValue);
+        if (!doubles && item.ExtraValue != item.Value) {
+            RaiseEngineError("Invalid extra of referenced column - \"" + item.Name + "\" (\"" +
+                             item.ExtraValue + "\" is not \"quoted\").");
+        }
+        return doubles.value_or(false);
+    }
+
+    struct Column {
+        std::string name;
+        bool doublesQuotes;
+    };
+    std::vector<Column> columns_;
+    Placeholders placeholders_;
 };
 
 std::int32_t NextRowNumber(std::int32_t rowNumber) {
@@ -99,7 +113,7 @@ bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFun
         const std::int32_t count = call.GetParamArray("csql", templates);
         if (count < 0) call.RaiseLastError();  // a call without any has no error: the parent comes alone
         if (count == 0) RaiseEngineError("No child table specified for complex data.");
-        const ReferencedColumns referenced(CallInside::FindBlock(call, "refcols"));
+        ReferencedColumns referenced(CallInside::FindBlock(call, "refcols").get());
 
         // Read twice: into the result, then row by row for the children.
         ado::RecordsetPtr parent = OpenData(engine, sql, ado::adOpenDynamic);
@@ -110,10 +124,10 @@ bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFun
         if (!parent->IsBOF()) parent->MoveFirst();
         while (!parent->IsEOF()) {
             rowNumber = NextRowNumber(rowNumber);
-            const std::vector<std::string> values = referenced.ValuesOf(parent->Fields());
+            referenced.Read(parent->Fields());
             for (std::size_t child = 0; child < templates.size(); ++child) {
                 ado::RecordsetPtr rows =
-                    OpenData(engine, referenced.Fill(templates[child], values), ado::adOpenForwardOnly);
+                    OpenData(engine, referenced.Fill(templates[child]), ado::adOpenForwardOnly);
                 AddRows(result, guid + "." + std::to_string(rowNumber) + "." + std::to_string(child + 1),
                         rows, dataFolder);
                 rows->Close();

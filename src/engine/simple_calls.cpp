@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include <halvtiv/data_types.hpp>
 #include <halvtiv/function_call.hpp>
 #include <halvtiv/function_result.hpp>
 
@@ -40,11 +39,13 @@ bool RunSimple(EngineState& engine, std::string_view function, const ZorbColumnD
 
         std::string resultXml;
         if (!RunFunction(engine, requestXml, resultXml)) return false;
+        // The function's failure, which its error entry repeats, or that of saving the result. The entry is
+        // not asked: it may be what could not be made.
+        engine.errors.Raise();
         ZorbFunctionResult result;
         if (!result.Parse(resultXml)) result.RaiseLastError();
-        const std::string guid = call.FunctionGUID();
-        if (result.GetResultType(guid) == QORV_OUTPUT_ERROR) result.RaiseResultError(guid);
-        useAnswer(result, guid);
+        useAnswer(result, call.FunctionGUID());
+        result.RaiseLastError();  // none when there is just no row
         return true;
     });
 }
@@ -69,11 +70,7 @@ bool SimpleGet(EngineState& engine, std::string_view function, const ZorbColumnD
     const bool done = RunSimple(engine, function, params, std::nullopt,
                                 [&](ZorbFunctionResult& result, const std::string& guid) {
                                     const ZorbColumnDataItemsPtr row = result.GetResultDataItem(guid, 1);
-                                    if (row) {
-                                        text = itemForm ? RowText(*row) : result.GetResultDataXml(guid);
-                                    } else {
-                                        result.RaiseLastError();  // none when there is just no such row
-                                    }
+                                    if (row) text = itemForm ? RowText(*row) : result.GetResultDataXml(guid);
                                 });
     output = std::move(text);
     return done;
@@ -81,11 +78,14 @@ bool SimpleGet(EngineState& engine, std::string_view function, const ZorbColumnD
 
 bool SimpleExecute(EngineState& engine, std::string_view function, const ZorbColumnDataItems* params,
                    std::string* output, bool itemForm) {
-    return RunSimple(
+    std::string text;
+    const bool done = RunSimple(
         engine, function, params, std::nullopt, [&](ZorbFunctionResult& result, const std::string& guid) {
             if (output == nullptr) return;
-            *output = itemForm ? result.GetResultDataItemXml(guid, 1) : result.GetResultDataXml(guid);
+            text = itemForm ? result.GetResultDataItemXml(guid, 1) : result.GetResultDataXml(guid);
         });
+    if (done && output != nullptr) *output = std::move(text);
+    return done;
 }
 
 }  // namespace halvtiv

@@ -29,7 +29,8 @@ public:
                 }
                 Commit();
                 done_ = true;  // a result that cannot be saved is the engine's last error, no failed run
-                if (!ResultHandOver::Save(merged_, resultXml_)) merged_.RaiseLastError();
+                const bool isSaved = ResultHandOver::Save(merged_, resultXml_);
+                if (!isSaved && engine_.errors.Number() == 0) merged_.RaiseLastError();
             },
             [&] {
                 if (!done_) Abandon();
@@ -71,12 +72,14 @@ private:
         return true;
     }
 
-    /// A commit that fails does not make the run fail, but leaves why in the engine's last error.
+    /// A commit that fails does not make the run fail, but is the engine's last error, with words of its own:
+    /// the answer is the same as after a commit whose result cannot be saved.
     void Commit() {
         if (!connected_) return;  // nor were there calls
         Succeeds(engine_.errors, [&] {
             if (!engine_.core.CommitTrans()) engine_.core.RaiseLastError();
         });
+        if (engine_.errors.Number() != 0) engine_.errors.Preface("The commit failed: ");
     }
 
     /// Undoes everything; what is left is the result of the call that was running.

@@ -43,6 +43,7 @@ std::string clsZorbErrObject::Description() const {
     if (number_ == 0) return {};
     std::string description(label_);
     description += ':';
+    description += preface_;
     description += Words();
     return description;
 }
@@ -92,6 +93,7 @@ void clsZorbErrObject::Clear() noexcept {
     if (number_ == 0 && !source_) return;
     number_ = 0;
     outOfMemory_ = false;
+    preface_ = {};
     words_.clear();
     source_.reset();
     helpFile_.clear();

@@ -34,7 +34,7 @@ public:
     std::string Description() const;
     /// Nothing after `Clear`.
     const std::optional<std::string>& Source() const noexcept { return source_; }
-    /// The description without the owner's label.
+    /// The description without the owner's label and what prefaces it.
     std::string_view Words() const noexcept;
 
     /// Shows the error to the person at the machine and waits for it to be read; nothing without an error.
@@ -45,6 +45,8 @@ public:
     /// Records an error from its parts; without a source the default one is taken.
     void SetError2(std::int32_t number, std::string_view description, std::string_view helpContext,
                    std::string_view helpFile, const std::optional<std::string>& source = std::nullopt);
+    /// Puts words before those of the recorded error. They must outlive this object.
+    void Preface(std::string_view words) noexcept { preface_ = words; }
     /// "LABEL:WORDS(ERR#: NUMBER)"; "" when there is no error.
     std::string GetErrorMsg() const;
     /// Forgets the error; label and default source stay.
@@ -62,6 +64,7 @@ private:
 
     std::int32_t number_ = 0;
     bool outOfMemory_ = false;  // the words are fixed then: there is no memory to keep them
+    std::string_view preface_;
     std::string words_;
     std::optional<std::string> source_;
     std::string helpFile_;

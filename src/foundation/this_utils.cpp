@@ -157,6 +157,12 @@ std::string AddPathSeparator(std::string_view path) {
     return completed;
 }
 
+std::optional<bool> DoublesQuotes(std::string_view extra) {
+    if (extra.empty()) return false;
+    const std::string lower = platform::ToLower(extra);
+    return lower == "quote" || lower == "quoted" ? std::optional<bool>(true) : std::nullopt;
+}
+
 std::string EscapeSqlQuotes(std::string_view text) {
     return platform::ReplaceAll(text, "'", "''");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,11 @@ bool IsBlobField(std::int32_t fieldType);
 
 /// Whether a text is a value of a `QorvStockDataTypeEnum`. Raises 6 for an integer beyond 32 bits.
 bool IsValidDataValue(std::string_view text, std::int32_t dataType);
+
+/// Whether an "extra" asks for the quotes in a value to be doubled: "quote" and "quoted", in any letter case,
+/// do,
+/// "" does not. Nothing for any other word.
+std::optional<bool> DoublesQuotes(std::string_view extra);
 
 /// The text with every "'" doubled.
 std::string EscapeSqlQuotes(std::string_view text);

@@ -17,6 +17,15 @@ bool IsInside(pugi::xml_node node, const pugi::xml_node& ancestor) {
     return node && ancestor;
 }
 
+template <typename Evaluate>
+auto WithXPathErrors(Evaluate&& evaluate) {
+    try {
+        return evaluate();
+    } catch (const pugi::xpath_exception& error) {
+        throw ErrorInfo(kUnspecifiedError, error.what(), "XPath");
+    }
+}
+
 }  // namespace
 
 std::string_view GetXmlAttribute(const pugi::xml_node& element, const char* name,
@@ -39,18 +48,20 @@ std::string_view GetXmlAttributeOrText(const pugi::xml_node& element, const char
     return attribute ? std::string_view(attribute.value()) : GetXmlNodeText(element);
 }
 
-pugi::xpath_node_set SelectXmlNodes(const pugi::xml_node& node, std::string_view xpath) {
-    try {
-        pugi::xpath_node_set selected = node.select_nodes(std::string(xpath).c_str());
+pugi::xpath_query CompileXPath(std::string_view xpath) {
+    return WithXPathErrors([&] { return pugi::xpath_query(std::string(xpath).c_str()); });
+}
+
+pugi::xpath_node_set SelectXmlNodes(const pugi::xml_node& node, const pugi::xpath_query& query) {
+    return WithXPathErrors([&] {
+        pugi::xpath_node_set selected = query.evaluate_node_set(node);
         selected.sort();
         return selected;
-    } catch (const pugi::xpath_exception& error) {
-        throw ErrorInfo(kUnspecifiedError, error.what(), "XPath");
-    }
+    });
 }
 
 bool RemoveXmlNodes(pugi::xml_node node, std::string_view xpath) {
-    const pugi::xpath_node_set selected = SelectXmlNodes(node, platform::TrimBlanks(xpath));
+    const pugi::xpath_node_set selected = SelectXmlNodes(node, CompileXPath(platform::TrimBlanks(xpath)));
     // What lies inside a removed subtree goes with it and must not be touched again. In document order a
     // subtree's own nodes follow its root directly.
     std::vector<pugi::xpath_node> outermost;

@@ -18,8 +18,10 @@ std::string_view GetXmlNodeText(const pugi::xml_node& node);
 /// The attribute's value, else the element's first text; the default only for a null element.
 std::string_view GetXmlAttributeOrText(const pugi::xml_node& element, const char* name,
                                        std::string_view defaultValue = {});
-/// The nodes that an expression selects, in document order. Raises -2147467259 for one that does not parse.
-pugi::xpath_node_set SelectXmlNodes(const pugi::xml_node& node, std::string_view xpath);
+/// An expression, ready to be evaluated. Raises -2147467259 for one that does not parse.
+pugi::xpath_query CompileXPath(std::string_view xpath);
+/// The nodes that an expression selects, in document order. Raises -2147467259 for one that selects no nodes.
+pugi::xpath_node_set SelectXmlNodes(const pugi::xml_node& node, const pugi::xpath_query& query);
 /// Removes every node that the trimmed expression selects below `node`. Raises what the expression raises.
 bool RemoveXmlNodes(pugi::xml_node node, std::string_view xpath);
 /// The document that a node belongs to; null for a null node.
