@@ -39,9 +39,10 @@ public:
     ZorbFunctionResult(const ZorbFunctionResult&) = delete;
     ZorbFunctionResult& operator=(const ZorbFunctionResult&) = delete;
 
-    /// The live document: changes through it are changes of the result, as long as the pointer (or a copy) is
-    /// held. Hold it while a node of it is used. `Reset` and `Parse` make a new document and leave this one
-    /// to its holder. Costs a tree of the whole result: many times its text.
+    /// The live document: changes through it are changes of the result. Hold the pointer while you change
+    /// nodes: while nobody holds it, look-ups may answer from a copy, which `Save`, this member and every
+    /// change of the result drop. `Reset` and `Parse` make a new document and leave this one to its holder.
+    /// Costs a tree of the whole result: many times its text.
     std::shared_ptr<pugi::xml_document> ResultXMLDOMDoc();
 
     /// The root's "guid"; "" when it has none. Writing raises 5 for a text that XML cannot carry.

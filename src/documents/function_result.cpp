@@ -49,36 +49,47 @@ void AppendSingleRow(ResultEntry& entry, const Cells&... cells) {
 
 struct ZorbFunctionResult::Impl {
     std::unique_ptr<ResultContent> content = NewTextContent();
-    std::shared_ptr<pugi::xml_document> document;  // while it is the truth
-    std::shared_ptr<pugi::xml_document> released;  // the last one that was the truth
-    int searches = 0;                              // of a document that nobody else holds
+    std::shared_ptr<pugi::xml_document> document;  // under the content, once it has been handed out
+    std::unique_ptr<ResultContent> snapshot;       // of the document, for look-ups while nobody else holds it
+    int searches = 0;                              // of the document since the last snapshot was dropped
     clsZorbErrObject errors{kProductName, kClass};
 
     void Become(std::unique_ptr<ResultContent> other) {
+        DropSnapshot();
         content = std::move(other);
         document.reset();
-        released.reset();
     }
 
     void BecomeTree() {
-        searches = 0;
+        DropSnapshot();
         if (document) return;
         std::shared_ptr<pugi::xml_document> tree = TreeOf(*content);
         content = NewTreeContent(tree);
         document = std::move(tree);
     }
 
-    /// The content, to look something up. A tree is searched each time, for its holder may change it; one
-    /// that nobody holds any more goes back to text after some searches.
-    ResultContent& Searched() {
-        constexpr long kOwnPointers = 2;  // the content has one, too
-        constexpr int kPatience = 16;     // making the text takes as long as some searches
-        if (document && document.use_count() == kOwnPointers && ++searches == kPatience) BecomeText();
+    void DropSnapshot() noexcept {
+        snapshot.reset();
+        searches = 0;
+    }
+
+    /// The content, to be changed or written.
+    ResultContent& Content() noexcept {
+        DropSnapshot();
         return *content;
     }
 
-    /// Stays a tree where that is no XML, or holds what no text keeps, such as white space alone.
-    void BecomeText() {
+    /// The content, for a look-up. A tree is searched each time as long as its holder may change it.
+    const ResultContent& Searched() {
+        constexpr long kOwnPointers = 2;  // the content has one, too
+        constexpr int kPatience = 16;     // making the text takes as long as some searches
+        if (!document || document.use_count() > kOwnPointers) return Content();
+        if (++searches == kPatience) TakeSnapshot();
+        return snapshot ? *snapshot : *content;
+    }
+
+    /// Takes none where the tree is not XML, or holds what no text keeps, such as white space alone.
+    void TakeSnapshot() {
         std::string text, again;
         try {
             content->CopyTo(text);
@@ -88,9 +99,7 @@ struct ZorbFunctionResult::Impl {
         std::unique_ptr<ResultContent> parsed = ParseTextContent(text);
         if (!parsed) return;
         parsed->CopyTo(again);
-        if (again != text) return;
-        content = std::move(parsed);
-        released = std::move(document);  // its nodes may still be looked at
+        if (again == text) snapshot = std::move(parsed);
     }
 
     void AppendRecords(std::string_view guid, const ado::RecordsetPtr& recordset,
@@ -111,10 +120,10 @@ struct ZorbFunctionResult::Impl {
             }
         } catch (...) {  // what came before the failure stays
             entry.content.CutTo(complete);
-            content->AppendEntry(std::move(entry));
+            Content().AppendEntry(std::move(entry));
             throw;
         }
-        content->AppendEntry(std::move(entry));
+        Content().AppendEntry(std::move(entry));
     }
 
     void ReplaceByError(std::string_view guid, std::int32_t number, std::string_view description,
@@ -123,8 +132,8 @@ struct ZorbFunctionResult::Impl {
         AppendSingleRow(entry, ZorbColumnDataItem{"number", std::to_string(number), QORV_COLUMN_DATA, {}},
                         ZorbColumnDataItem{"description", std::string(description), QORV_COLUMN_DATA, {}},
                         ZorbColumnDataItem{"source", std::string(source), QORV_COLUMN_DATA, {}});
-        Searched().RemoveEntries(guid, means);
-        content->AppendEntry(std::move(entry));
+        Content().RemoveEntries(guid, means);
+        Content().AppendEntry(std::move(entry));
     }
 
     /// Appends an entry that names a file. write(entry, folder) makes the file; where it fails, the entry
@@ -141,10 +150,10 @@ struct ZorbFunctionResult::Impl {
         try {
             write(std::as_const(entry), folder);
         } catch (...) {
-            content->AppendEntry(std::move(entry));
+            Content().AppendEntry(std::move(entry));
             throw;
         }
-        content->AppendEntry(std::move(named));
+        Content().AppendEntry(std::move(named));
     }
 };
 
@@ -162,7 +171,7 @@ std::string ZorbFunctionResult::ResultGUID() const {
 
 void ZorbFunctionResult::ResultGUID(std::string_view sResultGUID) {
     RequireXmlText(sResultGUID);
-    impl_->content->SetRootAttribute("guid", sResultGUID);
+    impl_->Content().SetRootAttribute("guid", sResultGUID);
 }
 
 std::string ZorbFunctionResult::ResultName() const {
@@ -171,7 +180,7 @@ std::string ZorbFunctionResult::ResultName() const {
 
 void ZorbFunctionResult::ResultName(std::string_view sResultName) {
     RequireXmlText(sResultName);
-    impl_->content->SetRootAttribute("name", sResultName);
+    impl_->Content().SetRootAttribute("name", sResultName);
 }
 
 void ZorbFunctionResult::Reset() {
@@ -235,7 +244,7 @@ std::string ZorbFunctionResult::GetResultDataXml(std::string_view guid) {
 bool ZorbFunctionResult::ChangeResultDataGUID(std::string_view oldGuid, std::string_view newGuid) {
     return Succeeds(impl_->errors, [&] {
         RequireXmlText(newGuid);
-        if (!impl_->Searched().RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
+        if (!impl_->Content().RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
     });
 }
 
@@ -257,7 +266,7 @@ bool ZorbFunctionResult::AddFunctionResult_Info(std::string_view guid, std::int3
         ResultEntry entry = NewEntry(guid, QORV_OUTPUT_INFO);
         AppendSingleRow(entry,
                         ZorbColumnDataItem{"return", std::to_string(returnValue), QORV_COLUMN_DATA, {}});
-        impl_->content->AppendEntry(std::move(entry));
+        impl_->Content().AppendEntry(std::move(entry));
     });
 }
 
@@ -302,27 +311,27 @@ bool ZorbFunctionResult::AddFunctionResult_ExportFile(std::string_view guid, ado
 bool ZorbFunctionResult::Save(std::string& xml) {
     xml.clear();
     return Succeeds(
-        impl_->errors, [&] { impl_->content->CopyTo(xml); }, [&] { xml.clear(); });
+        impl_->errors, [&] { impl_->Content().CopyTo(xml); }, [&] { xml.clear(); });
 }
 
 bool ResultHandOver::Save(ZorbFunctionResult& result, std::string& xml) {
     xml.clear();
     return Succeeds(
-        result.impl_->errors, [&] { result.impl_->content->MoveTo(xml); }, [&] { xml.clear(); });
+        result.impl_->errors, [&] { result.impl_->Content().MoveTo(xml); }, [&] { xml.clear(); });
 }
 
 bool ZorbFunctionResult::SaveToFile(std::string_view path) {
-    return Succeeds(impl_->errors, [&] { SaveXmlFile(impl_->content->ToText(), path); });
+    return Succeeds(impl_->errors, [&] { SaveXmlFile(impl_->Content().ToText(), path); });
 }
 
 bool ZorbFunctionResult::MergeResult(ZorbFunctionResult& other) {
     return Succeeds(impl_->errors,
-                    [&] { impl_->content->AppendEntries(other.impl_->content->CopyEntries()); });
+                    [&] { impl_->Content().AppendEntries(other.impl_->Content().CopyEntries()); });
 }
 
 bool ResultHandOver::Merge(ZorbFunctionResult& result, ZorbFunctionResult& other) {
     return Succeeds(result.impl_->errors,
-                    [&] { result.impl_->content->AppendEntries(other.impl_->content->TakeEntries()); });
+                    [&] { result.impl_->Content().AppendEntries(other.impl_->Content().TakeEntries()); });
 }
 
 bool ZorbFunctionResult::Parse(std::string_view xml) {
