@@ -221,8 +221,10 @@ TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
         std::int64_t n = 0;
         for (; !rows->IsEOF(); rows->MoveNext()) {
             ++n;
-            ASSERT_EQ(state.Row().Text(0), std::to_string(n));
-            ASSERT_EQ(state.Row().Size(1), n * 10);
+            state.ReadRow([n](RowSource& row) {
+                ASSERT_EQ(row.Text(0), std::to_string(n));
+                ASSERT_EQ(row.Size(1), n * 10);
+            });
             ASSERT_EQ(rows->Fields().Item(2)->GetChunk(1'000'000).size(), static_cast<std::size_t>(n * 1000));
         }
         EXPECT_EQ(n, 300);
@@ -230,7 +232,7 @@ TEST_F(AdoTest, KeptRowsGoToAFileBeyondTheBound) {
     }
 
     const auto source = Query("select 'ab' t, x'0102' b");
-    auto& row = RecordsetState::Of(source).Row();
+    auto& row = RecordsetState::Of(source).ReadRow([](RowSource& current) -> RowSource& { return current; });
     constexpr std::size_t kMemoryBound = 50;  // the second row begins in memory and ends in the file
     RowSpool spool(RecordsetState::Of(source).Columns(), 2, nullptr, kMemoryBound);
     for (int i = 0; i < 3; ++i) spool.Append(row);

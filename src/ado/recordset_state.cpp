@@ -4,7 +4,9 @@
 #include <limits>
 #include <utility>
 
+#include "ado/connection_impl.hpp"
 #include "ado/errors.hpp"
+#include "ado/table_name.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
@@ -14,12 +16,37 @@ RecordsetState::RecordsetState(std::shared_ptr<Session> session, std::unique_ptr
     : session_(std::move(session)), batch_(std::move(batch)), cursorType_(cursorType), lockType_(lockType) {}
 
 RecordsetState::~RecordsetState() {
-    if (!batch_) return;
+    if (!batch_ || std::uncaught_exceptions() > exceptionsAround_) return;
     try {
         Close();
     } catch (...) {
         // Who wants to hear of it closes the recordset.
     }
+}
+
+std::shared_ptr<RecordsetState> RecordsetState::Open(std::string_view source, const ConnectionPtr& connection,
+                                                     std::int32_t cursorType, std::int32_t lockType,
+                                                     FirstStatement first) {
+    const auto session = connection ? ConnectionInside::SessionOf(*connection) : nullptr;
+    if (!session) RaiseAdoError(AdoError::InvalidConnection);
+    if (!session->IsAlive()) session->RaiseUnusable();
+    const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
+    auto batch = session->Prepare(CommandTextOf(source), purpose);
+    if (first == FirstStatement::ReturnsRows) batch->RequireRows();
+    auto state = std::make_shared<RecordsetState>(session, std::move(batch), cursorType, lockType);
+    state->RunNext();
+    return state;
+}
+
+RecordsetPtr RecordsetState::OpenRows(std::string_view source, const ConnectionPtr& connection,
+                                      std::int32_t cursorType, std::int32_t lockType) {
+    auto opened = std::make_shared<Recordset>();
+    opened->state_ = Open(source, connection, cursorType, lockType, FirstStatement::ReturnsRows);
+    return opened;
+}
+
+void RecordsetState::EndBatch(const RecordsetPtr& recordset) noexcept {
+    if (recordset && recordset->state_) recordset->state_->batch_.reset();
 }
 
 RecordsetState& RecordsetState::Of(const RecordsetPtr& recordset) {
@@ -65,7 +92,7 @@ void RecordsetState::PassOnce(std::vector<std::int32_t> columns) {
 
 void RecordsetState::Start() {
     started_ = true;
-    const bool hasRow = cursor_->Next();
+    const bool hasRow = EndBatchOnFailure([&] { return cursor_->Next(); });
     atEnd_ = hasNoRows_ = cursorEnded_ = !hasRow;
     onFirstRow_ = hasRow;
     ++rowSerial_;
@@ -73,7 +100,7 @@ void RecordsetState::Start() {
 
 bool RecordsetState::RunNext(std::int32_t* affectedRows) {
     if (!batch_) return false;
-    auto result = batch_->RunNext();
+    auto result = EndBatchOnFailure([&] { return batch_->RunNext(); });
     if (!result) {
         batch_.reset();
         return false;
@@ -116,7 +143,7 @@ bool RecordsetState::HasNoRows() {
 
 void RecordsetState::LeaveRow() {
     const bool wasNew = editor_ && editor_->IsNew();
-    if (editor_ && !deleted_ && editor_->HasChanges()) editor_->Write();
+    if (editor_ && !deleted_ && editor_->HasChanges()) EndBatchOnFailure([&] { editor_->Write(); });
     ++rowSerial_;
     onFirstRow_ = false;
     atEnd_ = true;  // holds when one of these fails
@@ -126,7 +153,8 @@ void RecordsetState::LeaveRow() {
         if (!added_) added_ = NewSpool();
         added_->Append(*editor_);
     } else if (isKept) {
-        kept_->Append(editor_ ? static_cast<RowSource&>(*editor_) : StoredRow());
+        auto& row = editor_ ? static_cast<RowSource&>(*editor_) : StoredRow();
+        EndBatchOnFailure([&] { kept_->Append(row); });
     }
     editor_.reset();
     deleted_ = false;
@@ -145,7 +173,7 @@ bool RecordsetState::Advance() {
     }
     if (cursorEnded_) return false;
     cursorEnded_ = true;  // holds when the next line fails
-    cursorEnded_ = !cursor_->Next();
+    cursorEnded_ = !EndBatchOnFailure([&] { return cursor_->Next(); });
     return !cursorEnded_;
 }
 
@@ -198,9 +226,11 @@ void RecordsetState::ReadAhead() {
     auto rows = NewSpool();
     if (needed_) rows->KeepOnly(*needed_);
     if (!cursorEnded_) {
-        do {
-            rows->Append(*cursor_);
-        } while (cursor_->Next());
+        EndBatchOnFailure([&] {
+            do {
+                rows->Append(*cursor_);
+            } while (cursor_->Next());
+        });
     }
     cursorEnded_ = true;
     ahead_ = std::move(rows);
@@ -237,7 +267,7 @@ void RecordsetState::AddNew() {
 void RecordsetState::Update() {
     RequireTarget();
     if (editor_ && !deleted_) {
-        editor_->Write();
+        EndBatchOnFailure([&] { editor_->Write(); });
         if (started_) hasNoRows_ = false;
         ++rowSerial_;
     } else if (AtEnd() || deleted_) {
@@ -248,7 +278,8 @@ void RecordsetState::Update() {
 void RecordsetState::Delete() {
     RequireTarget();
     if (editor_ && editor_->IsNew() && editor_->HasChanges()) RaiseAdoError(AdoError::NotSupported);
-    Edit().Delete();
+    auto& row = Edit();
+    EndBatchOnFailure([&] { row.Delete(); });
     deleted_ = true;
 }
 
@@ -266,12 +297,7 @@ void RecordsetState::FinishCursor() {
     atEnd_ = hasNoRows_ = cursorEnded_ = started_ = true;
     const auto cursor = std::exchange(cursor_, nullptr);
     if (!session_->IsAlive()) return;
-    try {
-        cursor->Finish();
-    } catch (...) {
-        batch_.reset();
-        throw;
-    }
+    EndBatchOnFailure([&] { cursor->Finish(); });
 }
 
 void RecordsetState::Close() {

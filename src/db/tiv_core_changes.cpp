@@ -11,7 +11,6 @@
 #include "db/variant_addition.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/run_time_error.hpp"
-#include "platform/text.hpp"
 
 namespace halvtiv {
 
@@ -20,16 +19,6 @@ namespace {
 constexpr std::int32_t kText = 0;  // what an item's value is, by its type
 constexpr std::int32_t kFile = 1;
 constexpr std::int32_t kNoColumn = -1;
-
-/// The column of that name; -1 when there is none.
-std::int32_t FindColumn(const ado::RecordsetState& rows, std::string_view name) {
-    std::int32_t column = 0;
-    for (const ado::ColumnInfo& info : rows.Columns()) {
-        if (platform::EqualIgnoringCase(info.name, name)) return column;
-        ++column;
-    }
-    return kNoColumn;
-}
 
 void AssignText(ado::RecordsetState& rows, std::int32_t column, std::string_view text) {
     rows.Edit().Assign(column, text.empty() ? ado::Variant() : ado::Variant(text));
@@ -56,9 +45,7 @@ void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view
 }  // namespace
 
 ado::RecordsetPtr clsZorbTivCore::OpenToChange(std::string_view sql) const {
-    auto recordset = std::make_shared<ado::Recordset>();
-    recordset->Open(sql, connection_, ado::adOpenDynamic, ado::adLockOptimistic);
-    return recordset;
+    return ado::RecordsetState::OpenRows(sql, connection_, ado::adOpenDynamic, ado::adLockOptimistic);
 }
 
 clsZorbTivCore::Assignments clsZorbTivCore::Match(const ado::RecordsetState& rows,
@@ -69,7 +56,7 @@ clsZorbTivCore::Assignments clsZorbTivCore::Match(const ado::RecordsetState& row
         const ZorbColumnDataItemPtr item = items.GetItemByName(info.name, 1);
         const bool counts = item && (item->DataType == kText || item->DataType == kFile);
         // Of columns with one name, the first is meant.
-        if (counts && FindColumn(rows, info.name) == column) matched.push_back({column, item});
+        if (counts && ado::FindColumn(rows.Columns(), info.name) == column) matched.push_back({column, item});
         ++column;
     }
     return matched;
@@ -124,7 +111,7 @@ std::int32_t clsZorbTivCore::UpdateRows(ado::RecordsetState& rows, const ZorbCol
     std::vector<std::int32_t> columns;
     for (const Assignment& assignment : assignments) columns.push_back(assignment.column);
     rows.PassOnce(std::move(columns));
-    const std::int32_t addTo = addColumn.empty() ? kNoColumn : FindColumn(rows, addColumn);
+    const std::int32_t addTo = addColumn.empty() ? kNoColumn : ado::FindColumn(rows.Columns(), addColumn);
     return ForEachRow(rows, [&] {
         AssignAll(rows, assignments, addTo);
         rows.Update();
