@@ -7,6 +7,8 @@
 #include <sstream>
 #include <thread>
 
+#include <gmock/gmock.h>
+
 #include "databases.hpp"
 
 namespace halvtiv::test {
@@ -219,9 +221,9 @@ TEST_P(EveryDatabasesEngine, AFailureEndsItsBatch) {
         if (rows) leave(rows);
         EXPECT_TRUE(isKept());
     }
-    for (const Use& change : {Use([](RecordsetPtr& rows) { rows->Update(); }),
-                              Use([](RecordsetPtr& rows) { rows->MoveNext(); }),
-                              Use([](RecordsetPtr& rows) { rows->MoveFirst(); })}) {
+    for (const Use& change :
+         {Use([](RecordsetPtr& rows) { rows->Update(); }), Use([](RecordsetPtr& rows) { rows->MoveNext(); }),
+          Use([](RecordsetPtr& rows) { rows->MoveFirst(); })}) {
         auto rows = Change("select n from t order by n" + rest);
         rows->MoveNext();
         rows->Fields().Item(0)->Value(Variant(1));
@@ -264,15 +266,16 @@ TEST_P(EveryDatabasesEngine, AFailureEndsItsBatch) {
           Call("updatedata", {{"sql", failing + rest}}, duplicate),
           Call("updatedataex", {{"sql", all}}, wrong), Call("deletedata", {{"sql", all}}),
           Call("updatedatacoladd", {{"sql", "select n from t where n = 3" + rest}, {"col", "n"}}, wrong)}) {
-        EXPECT_EQ(outcome.substr(0, 1), "-") << outcome;
+        EXPECT_NE(outcome.find(" Zorb"), std::string::npos) << outcome;
         EXPECT_TRUE(isKept()) << outcome;
     }
     exporter->kept.reset();
     EXPECT_TRUE(isKept());
 
-    std::string xml = "<t><function name='public.executesql'><param name='sql'>insert into t values (5000)</param>"
-                      "</function><function name='public.getdata'><param name='sql'><![CDATA[" +
-                      failing + "; commit]]></param></function></t>";
+    std::string xml =
+        "<t><function name='public.executesql'><param name='sql'>insert into t values (5000)</param>"
+        "</function><function name='public.getdata'><param name='sql'><![CDATA[" +
+        failing + "; commit]]></param></function></t>";
     EXPECT_FALSE(engine.RunTransaction(xml, xml));
     EXPECT_EQ(Rows("select n from t where n = 5000"), "");
 }
@@ -302,12 +305,14 @@ TEST_P(EveryDatabasesEngine, AFunctionThatReadsRefusesAStatementWithoutRows) {
                 << function;
         }
         EXPECT_NE(Call("getcomplexdata", {{"sql", "select 1 n"}, {"csql", sql}}), "");
-        std::string xml = "<t><function name='public.getdata'><param name='sql' value=\"" + sql +
-                          "\"/></function></t>";
+        std::string xml =
+            "<t><function name='public.getdata'><param name='sql' value=\"" + sql + "\"/></function></t>";
         EXPECT_FALSE(engine.RunTransaction(xml, xml));
         EXPECT_EQ(Rows("select n from t"), "1");
     }
-    EXPECT_EQ(Call("updatedata", {{"sql", "delete from t returning n"}}, items).substr(0, 11), "-2146825037");
+    // Some drivers do not know that it returns rows.
+    EXPECT_THAT(Call("updatedata", {{"sql", "delete from t returning n"}}, items),
+                testing::AnyOf(testing::StartsWith("-2146825037"), testing::StartsWith("-2146824584")));
     EXPECT_EQ(Rows("select n from t"), "1");
     EXPECT_EQ(Query("insert into t values (7)")->State(), adStateClosed) << "the layer itself runs it";
     EXPECT_EQ(Rows("select n from t order by n"), "1|7");
@@ -322,12 +327,13 @@ TEST_P(EveryDatabasesEngine, ColumnsAreFoundInAnyLetterCase) {
               "1");
     ZorbFunctionCall call;
     call.FunctionName("public.getcomplexdata");
+    call.FunctionGUID("K");
     call.AddParam("sql", "select * from t");
     call.AddParam("csql", "select '%x%' c");
     call.AddSubParam(call.AddDataParam("refcols"), "x", "ΟΔΟΣ");
     std::string xml;
     ASSERT_TRUE(call.Save(xml) && engine.RunFunction(xml, xml));
-    EXPECT_EQ(Entries(xml).at(1), ".1.1 data[c=text|c=b]");
+    EXPECT_EQ(Entries(xml).at(1), "K.1.1 data[c=text|c=b]");
     EXPECT_EQ(Rows("select \"GRÖẞE\" from t"), "5");
 }
 

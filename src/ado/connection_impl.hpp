@@ -43,7 +43,9 @@ struct ConnectionInside {
         connection.impl_->cancel = std::move(cancel);
     }
     /// Null where it is not open.
-    static std::shared_ptr<Session> SessionOf(const Connection& connection) { return connection.impl_->session; }
+    static std::shared_ptr<Session> SessionOf(const Connection& connection) {
+        return connection.impl_->session;
+    }
     /// The database's name; "" where it is not open.
     static std::string_view DatabaseName(const Connection& connection) {
         return connection.impl_->session ? connection.impl_->session->DatabaseName() : std::string_view();

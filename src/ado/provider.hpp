@@ -202,8 +202,8 @@ public:
     /// Runs the next statement; nothing after the last. The cursor of the one before is released first. Not
     /// called again once it has raised: a failure ends the batch.
     virtual std::optional<StatementResult> RunNext() = 0;
-    /// Before the first `RunNext`: a first statement that returns no rows is refused. It does not run, or it is
-    /// undone where the database cannot tell before.
+    /// Before the first `RunNext`: a first statement that returns no rows is refused. It does not run, or it
+    /// is undone where the database cannot tell before.
     void RequireRows() noexcept { requiresRows_ = true; }
 
 protected:

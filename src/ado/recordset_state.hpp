@@ -25,9 +25,9 @@ enum class FirstStatement { Any, ReturnsRows };
 /// It holds one batch and the cursor of the statement that runs now. It lives as long as the recordset and
 /// the fields that were taken from it; when it goes, what is left of the batch runs and errors are ignored.
 ///
-/// A failure ends the batch: where a statement of it, or a change of its rows, has failed or was cancelled, nothing
-/// of the batch runs any more. It also ends when an exception of the caller destroys the state, because the
-/// caller then fails as a whole.
+/// A failure ends the batch: where a statement of it, or a change of its rows, has failed or was cancelled,
+/// nothing of the batch runs any more. It also ends when an exception of the caller destroys the state,
+/// because the caller then fails as a whole.
 ///
 /// A recordset for changes is not run before its rows are asked for. Before its first change all rows that
 /// are left are read, so that none comes round again in its new place; and `MoveFirst` reads them to the end,
@@ -64,8 +64,8 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end. What has
     /// been assigned to the row is written first.
     void MoveNext();
-    /// Calls read with the current row, which is good until the row changes. Raises -2146825267 at the end and
-    /// on a deleted row. The only way to the row, so that a failure to read it ends the batch.
+    /// Calls read with the current row, which is good until the row changes. Raises -2146825267 at the end
+    /// and on a deleted row. The only way to the row, so that a failure to read it ends the batch.
     template <typename Read>
     decltype(auto) ReadRow(Read&& read) {
         if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
@@ -148,7 +148,7 @@ private:
     void GoToFirstOfAll();
 
     std::shared_ptr<Session> session_;
-    std::unique_ptr<Batch> batch_;    // null once it has ended
+    std::unique_ptr<Batch> batch_;  // null once it has ended
     int exceptionsAround_ = std::uncaught_exceptions();
     std::unique_ptr<Cursor> cursor_;  // null while closed
     std::int32_t cursorType_;

@@ -150,9 +150,8 @@ bool clsZorbTivCore::GetFieldChunks(ado::RecordsetState& rows, std::int32_t colu
                                     std::string_view filePath) {
     return Succeeds(errors_, [&] {
         Require(IsLong(rows, column), kWrongWay);
-        rows.ReadRow([&](ado::RowSource& row) {
-            ado::CopyValueToFile(row, column, filePath, copyProgress_);
-        });
+        rows.ReadRow(
+            [&](ado::RowSource& row) { ado::CopyValueToFile(row, column, filePath, copyProgress_); });
     });
 }
 

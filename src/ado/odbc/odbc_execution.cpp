@@ -15,6 +15,19 @@ bool AsksForRows(std::string_view text) {
     return first.IsWord("select") || first.IsWord("with") || first.IsWord("values");
 }
 
+namespace {
+
+// MariaDB announces the columns of RETURNING only when the statement has run.
+bool HasReturning(std::string_view text) {
+    SqlScanner words(text);
+    for (auto word = words.Next(); word.kind != SqlToken::Kind::End; word = words.Next()) {
+        if (word.IsWord("returning")) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 OdbcExecution::OdbcExecution(std::shared_ptr<OdbcSession> session, std::string text)
     : session_(std::move(session)), text_(std::move(text)), statement_(session_->NewStatement()) {
     session_->Add(*this);
@@ -103,15 +116,16 @@ void OdbcExecution::Prepare() {
 }
 
 std::optional<bool> OdbcExecution::PrepareAndTell() {
+    const auto& traits = session_->Traits();
+    const bool isMariaDb = traits.dialect == OdbcDialect::MariaDb;
+    if (isMariaDb && MayGiveSeveralResults(text_))
+        return std::nullopt;  // its server prepares not all of these
     Prepare();
     SQLSMALLINT count = 0;
     session_->Check(SQLNumResultCols(statement_.Get(), &count), statement_.Get());
     if (count > 0) return true;
-    const auto& traits = session_->Traits();
-    const bool isHidden = traits.dialect == OdbcDialect::MariaDb
-                              ? MayHideItsRows(text_) || MayGiveSeveralResults(text_)
-                              : !traits.splitsScripts;
-    if (!isHidden) return false;
+    const bool isKnown = isMariaDb ? !MayHideItsRows(text_) && !HasReturning(text_) : traits.splitsScripts;
+    if (isKnown) return false;
     statement_ = session_->NewStatement();
     isPrepared_ = false;
     return std::nullopt;

@@ -28,8 +28,8 @@ public:
 
     /// Runs the text at the first call, and goes on to its next result at the others; nothing after the last.
     std::optional<StatementResult> RunNext();
-    /// Before the first `RunNext`: prepares the text. Answers whether it returns rows; nothing where the driver
-    /// does not know before it has run.
+    /// Before the first `RunNext`: prepares the text. Answers whether it returns rows; nothing where the
+    /// driver does not know before it has run.
     std::optional<bool> PrepareAndTell();
     /// Instead of the first `RunNext`: a query that is not run before its rows are asked for, with a target
     /// if it can have one. Nothing where the text is no query.
@@ -67,7 +67,7 @@ private:
     std::string text_;
     OdbcHandle statement_;
     Stage stage_ = Stage::New;
-    bool isPrepared_ = false;  // the driver has taken the text
+    bool isPrepared_ = false;       // the driver has taken the text
     OdbcCursor* cursor_ = nullptr;  // over the result at which the driver stands
     std::deque<std::variant<StatementResult, std::exception_ptr>> setAside_;
 };

@@ -72,9 +72,10 @@ std::optional<StatementResult> PostgresqlBatch::RunNext() {
     const auto statement = NextPostgresqlStatement(text_, begin);
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    auto result = IsPrepared(statement)
-                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)), purpose)
-                      : RunOther(statement, purpose);
+    auto result =
+        IsPrepared(statement)
+            ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)), purpose)
+            : RunOther(statement, purpose);
     position_ = statement.next;
     return result;
 }
