@@ -142,6 +142,7 @@ TEST_P(EveryDatabasesEngine, ACommandEndsAtItsTimeOutAndWhenItIsCancelled) {
         other.join();
     };
     cancelled([&] { return Call("getdata", {{"sql", Traits().endless}}); });
+    if (Traits().name == "SQLite") return;  // has a test of its own
     // A row's change is stopped as well, and the row stays as it was.
     Run("create table t (n integer primary key, v integer)");
     Run("insert into t values (1, 1)");
