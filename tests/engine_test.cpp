@@ -289,7 +289,7 @@ TEST_F(EngineTest, AFailedFunctionIsAnEntryOfItsResult) {
         {"getdata", "select * from nope", "-2147217865", "clsZorbTivCore:no such table: nope source=SQLite]"},
         {"getdata", "selec 1", "-2147217900", "clsZorbTivCore:"},
         {"executesql", "insert into t values (1)", "-2147217873", "clsZorbTivCore:"},
-        {"getdata", "delete from t where 0", "-2146824584", "ZorbFunctionResult:"},
+        {"getdata", "delete from t where 0", "-2146824584", "clsZorbTivCore:"},
         {"getdata", abs, "-2147217900", "ZorbFunctionResult:integer overflow"},
         {"getdata", "select 1; select * from nope", "-2147217865", "no such table: nope"}};
     engine_.SetDatabaseConnectionString(connectionString_);  // whose first statement reads no table

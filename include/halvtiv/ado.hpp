@@ -177,10 +177,10 @@ public:
     std::int32_t CommandTimeout() const;
     void CommandTimeout(std::int32_t seconds);
 
-    /// Runs a command text: one statement or a batch. Returns the first statement's result: open over its
-    /// rows, forward-only, or closed where it returns none. The batch's other statements run as the
-    /// recordset is asked for them, at the latest when it is closed or released. recordsAffected receives
-    /// the rows that the first statement changed, -1 for a query. options is not used.
+    /// Runs one statement or a batch. Returns the first one's result: open over its rows, forward-only, or
+    /// closed where there are none. `for (auto r = Execute(sql); r; r = r->NextRecordset()) {}` runs however
+    /// many there are and raises their errors; `Close` or release runs the rest. recordsAffected receives the
+    /// rows that the first statement changed, -1 for a query. options is not used.
     RecordsetPtr Execute(std::string_view commandText, std::int32_t* recordsAffected = nullptr,
                          std::int32_t options = -1);
 
@@ -269,19 +269,19 @@ private:
 
 /// The rows of one result of a command, one of them current.
 ///
-/// A recordset is open over the rows of a statement, or closed: never opened, after `Close`, or because its
-/// statement returned no rows. Several may be open on one connection at once.
+/// Open over the rows of a statement, or closed: never opened, after `Close`, or because its statement has
+/// none. Several may be open on one connection at once. A failed or cancelled statement, at whatever row, and
+/// a failed `Update` or `Delete` end the batch: nothing more of it runs, not at `Close` or release either.
 ///
-/// With a lock type above adLockReadOnly its rows can be changed, as long as each of them is a row of one
-/// table: not with DISTINCT, grouping, aggregates, UNION, a view, and in a join only where the table's key is
-/// selected, too. Such a recordset runs its query when its rows are first asked for: `AddNew` alone reads
-/// nothing. Changes are written one by one, each durable as any statement is, so many of them belong into a
-/// transaction.
+/// Above adLockReadOnly its rows can be changed, where each is one table's row: not with DISTINCT, grouping,
+/// aggregates, UNION, a view, and in a join only where the table's key is selected, too. The query then runs
+/// when its rows are first asked for: `AddNew` alone reads nothing. Changes are written one by one, each
+/// durable as any statement is, so many of them belong into a transaction.
 class HALVTIV_API Recordset {
 public:
     /// Makes a recordset that is closed.
     Recordset();
-    /// Runs what is left of the batch, ignoring errors: call `Close` to hear of them.
+    /// Runs what is left of the batch, ignoring errors; nothing when an exception of the caller releases it.
     ~Recordset();
     Recordset(const Recordset&) = delete;
     Recordset& operator=(const Recordset&) = delete;
@@ -292,8 +292,8 @@ public:
     /// when this recordset is open.
     void Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
               std::int32_t lockType, std::int32_t options = -1);
-    /// Runs what is left of the batch, whose error is raised after closing, and closes; rows of a query that
-    /// nobody reads are not fetched. Raises -2146824584 when it is closed with nothing left to run.
+    /// Runs what is left of the batch, whose error is raised after closing, and closes; unread rows are not
+    /// fetched. Raises -2146824584 when closed with nothing left, as after one statement without rows.
     void Close();
     /// `adStateClosed` or `adStateOpen`.
     std::int32_t State();

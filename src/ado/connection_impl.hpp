@@ -45,6 +45,13 @@ struct ConnectionInside {
     static void UseCancelSwitch(Connection& connection, std::shared_ptr<CancelSwitch> cancel) {
         connection.impl_->cancel = std::move(cancel);
     }
+    /// Null where it is not open.
+    static std::shared_ptr<Session> SessionOf(const Connection& connection) {
+        return connection.impl_->session;
+    }
+    static const std::shared_ptr<CancelSwitch>& CancelSwitchOf(const Connection& connection) {
+        return connection.impl_->cancel;
+    }
     /// The database's name; "" where it is not open.
     static std::string_view DatabaseName(const Connection& connection) {
         return connection.impl_->session ? connection.impl_->session->DatabaseName() : std::string_view();

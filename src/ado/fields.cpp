@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include <halvtiv/ado.hpp>
 
@@ -15,21 +16,22 @@ const ColumnInfo& ColumnOf(const RecordsetState& state, std::int32_t index) {
     return state.Columns()[static_cast<std::size_t>(index)];
 }
 
-/// A member's call on the current row.
-class RowCall {
-public:
-    explicit RowCall(RecordsetState& state) : call_(state.BeginCall()) {
-        state.RequireOpen();
-        row_ = &state.Row();
-    }
-    RowSource* operator->() const noexcept { return row_; }
-
-private:
-    CancelSwitch::Call call_;
-    RowSource* row_;
-};
+/// Reads the current row as one call on the connection.
+template <typename Read>
+decltype(auto) ReadOpen(RecordsetState& state, Read&& read) {
+    const auto call = state.BeginCall();
+    state.RequireOpen();
+    return state.ReadRow(std::forward<Read>(read));
+}
 
 }  // namespace
+
+std::int32_t FindColumn(std::span<const ColumnInfo> columns, std::string_view name) {
+    const auto found = std::find_if(columns.begin(), columns.end(), [&](const ColumnInfo& column) {
+        return platform::EqualIgnoringCase(column.name, name);
+    });
+    return found == columns.end() ? -1 : static_cast<std::int32_t>(found - columns.begin());
+}
 
 std::int32_t Fields::Count() {
     return static_cast<std::int32_t>(owner_->Columns().size());
@@ -40,12 +42,7 @@ FieldPtr Fields::Item(std::int32_t index) {
 }
 
 FieldPtr Fields::Item(std::string_view name) {
-    const auto columns = owner_->Columns();
-    const auto found = std::find_if(columns.begin(), columns.end(), [&](const ColumnInfo& column) {
-        return platform::EqualIgnoringCase(column.name, name);
-    });
-    if (found == columns.end()) RaiseAdoError(AdoError::ItemNotFound);
-    return owner_->FieldAt(static_cast<std::int32_t>(found - columns.begin()));
+    return owner_->FieldAt(FindColumn(owner_->Columns(), name));
 }
 
 std::string Field::Name() {
@@ -66,13 +63,12 @@ std::int64_t Field::DefinedSize() {
 }
 
 std::int64_t Field::ActualSize() {
-    return RowCall(*owner_)->Size(index_);
+    return ReadOpen(*owner_, [&](RowSource& row) { return row.Size(index_); });
 }
 
 Variant Field::Value() {
-    const RowCall row(*owner_);
-    if (row->IsNull(index_)) return {};
-    return ValueOfCellText(row->Text(index_), Type());
+    if (IsNull()) return {};
+    return ValueOfCellText(Text(), Type());
 }
 
 void Field::Value(const Variant& value) {
@@ -87,25 +83,28 @@ void Field::AppendChunk(const Bytes& data) {
 }
 
 bool Field::IsNull() {
-    return RowCall(*owner_)->IsNull(index_);
+    return ReadOpen(*owner_, [&](RowSource& row) { return row.IsNull(index_); });
 }
 
 std::string_view Field::Text() {
-    return RowCall(*owner_)->Text(index_);
+    return ReadOpen(*owner_, [&](RowSource& row) { return row.Text(index_); });
 }
 
 Bytes Field::GetChunk(std::int64_t length) {
-    const RowCall row(*owner_);
+    const auto call = owner_->BeginCall();
+    const auto size = ActualSize();
     if (length < 0) platform::RaiseRunTimeError(platform::RunTimeError::InvalidArgument);
     if (chunkRow_ != owner_->RowSerial()) {
         chunkRow_ = owner_->RowSerial();
         chunkPosition_ = 0;
     }
-    const auto left = std::max<std::int64_t>(row->Size(index_) - chunkPosition_, 0);
+    const auto left = std::max<std::int64_t>(size - chunkPosition_, 0);
     Bytes piece(static_cast<std::size_t>(std::min(length, left)));
     std::size_t filled = 0;
     while (filled < piece.size()) {
-        const auto count = row->Read(index_, chunkPosition_, std::span(piece).subspan(filled));
+        const auto count = owner_->ReadRow([&](RowSource& row) {
+            return row.Read(index_, chunkPosition_, std::span(piece).subspan(filled));
+        });
         if (count == 0) break;
         filled += count;
         chunkPosition_ += static_cast<std::int64_t>(count);

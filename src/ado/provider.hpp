@@ -30,6 +30,9 @@ struct ColumnInfo {
     std::int64_t definedSize = 0;  ///< bytes, or characters for text
 };
 
+/// The position of the first column of that name, in any letter case; -1 when there is none.
+std::int32_t FindColumn(std::span<const ColumnInfo> columns, std::string_view name);
+
 /// How a cell stands in the database, whatever its column's type.
 enum class CellKind : std::uint8_t { Null, Integer, Double, Text, Blob };
 
@@ -184,21 +187,33 @@ struct StatementResult {
     std::int64_t affectedRows = -1;  ///< rows changed; -1 for a query or when unknown
 };
 
-/// The statements of one command text, each run once and in order.
-class Batch {
-public:
-    virtual ~Batch() = default;
-    /// Runs the next statement; nothing after the last. The cursor of the one before is released first. A
-    /// statement that fails ends the batch.
-    virtual std::optional<StatementResult> RunNext() = 0;
-};
-
 /// What the rows of a result are wanted for.
 enum class Purpose {
     Read,
     /// The first query is not run before its rows are asked for, and its cursor has a `Target` if it can have
     /// one.
     Change
+};
+
+/// The statements of one command text, each run once and in order.
+class Batch {
+public:
+    virtual ~Batch() = default;
+    /// Runs the next statement; nothing after the last. The cursor of the one before is released first. Not
+    /// called again once it has raised: a failure ends the batch.
+    virtual std::optional<StatementResult> RunNext() = 0;
+    /// Before the first `RunNext`: a first statement that returns no rows is refused. It does not run, or it
+    /// is undone where the database cannot tell before.
+    void RequireRows() noexcept { requiresRows_ = true; }
+
+protected:
+    bool RequiresRows() const noexcept { return requiresRows_; }
+    /// Before the first statement runs. Where rows are required, raises -2146824584 when it returns none, and
+    /// -2146825037 when the rows to be changed are the result of a statement that changes rows itself.
+    void CheckFirst(Purpose purpose, bool returnsRows, bool changesRows);
+
+private:
+    bool requiresRows_ = false;
 };
 
 /// One open connection. Used by one thread at a time.

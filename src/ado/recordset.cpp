@@ -1,9 +1,7 @@
 #include <halvtiv/ado.hpp>
 
-#include "ado/connection_impl.hpp"
 #include "ado/errors.hpp"
 #include "ado/recordset_state.hpp"
-#include "ado/table_name.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -34,17 +32,8 @@ Recordset::~Recordset() = default;
 void Recordset::Open(std::string_view source, const ConnectionPtr& activeConnection, std::int32_t cursorType,
                      std::int32_t lockType, std::int32_t /*options*/) {
     if (State() == adStateOpen) RaiseAdoError(AdoError::ObjectOpen);
-    if (!activeConnection || !activeConnection->impl_->session) RaiseAdoError(AdoError::InvalidConnection);
-    const auto& session = activeConnection->impl_->session;
-    const auto call = activeConnection->impl_->BeginCall();
-    if (!session->IsAlive()) session->RaiseUnusable();
     state_.reset();  // runs what an earlier batch has left
-    const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
-    auto state = std::make_shared<RecordsetState>(session, activeConnection->impl_->cancel,
-                                                  session->Prepare(CommandTextOf(source), purpose),
-                                                  cursorType, lockType);
-    state->RunNext();
-    state_ = std::move(state);
+    state_ = RecordsetState::Open(source, activeConnection, cursorType, lockType);
 }
 
 void Recordset::Close() {

@@ -4,7 +4,9 @@
 #include <limits>
 #include <utility>
 
+#include "ado/connection_impl.hpp"
 #include "ado/errors.hpp"
+#include "ado/table_name.hpp"
 #include "platform/run_time_error.hpp"
 
 namespace halvtiv::ado {
@@ -18,13 +20,40 @@ RecordsetState::RecordsetState(std::shared_ptr<Session> session, std::shared_ptr
       cancel_(std::move(cancel)) {}
 
 RecordsetState::~RecordsetState() {
-    if (!batch_) return;
+    if (!batch_ || std::uncaught_exceptions() > exceptionsAround_) return;
     const auto call = BeginCall();
     try {
         Close();
     } catch (...) {
         // Who wants to hear of it closes the recordset.
     }
+}
+
+std::shared_ptr<RecordsetState> RecordsetState::Open(std::string_view source, const ConnectionPtr& connection,
+                                                     std::int32_t cursorType, std::int32_t lockType,
+                                                     FirstStatement first) {
+    const auto session = connection ? ConnectionInside::SessionOf(*connection) : nullptr;
+    if (!session) RaiseAdoError(AdoError::InvalidConnection);
+    const auto& cancel = ConnectionInside::CancelSwitchOf(*connection);
+    const CancelSwitch::Call call(*cancel);
+    if (!session->IsAlive()) session->RaiseUnusable();
+    const auto purpose = lockType <= adLockReadOnly ? Purpose::Read : Purpose::Change;
+    auto batch = session->Prepare(CommandTextOf(source), purpose);
+    if (first == FirstStatement::ReturnsRows) batch->RequireRows();
+    auto state = std::make_shared<RecordsetState>(session, cancel, std::move(batch), cursorType, lockType);
+    state->RunNext();
+    return state;
+}
+
+RecordsetPtr RecordsetState::OpenRows(std::string_view source, const ConnectionPtr& connection,
+                                      std::int32_t cursorType, std::int32_t lockType) {
+    auto opened = std::make_shared<Recordset>();
+    opened->state_ = Open(source, connection, cursorType, lockType, FirstStatement::ReturnsRows);
+    return opened;
+}
+
+void RecordsetState::EndBatch(const RecordsetPtr& recordset) noexcept {
+    if (recordset && recordset->state_) recordset->state_->batch_.reset();
 }
 
 RecordsetState& RecordsetState::Of(const RecordsetPtr& recordset) {
@@ -70,7 +99,7 @@ void RecordsetState::PassOnce(std::vector<std::int32_t> columns) {
 
 void RecordsetState::Start() {
     started_ = true;
-    const bool hasRow = cursor_->Next();
+    const bool hasRow = EndBatchOnFailure([&] { return cursor_->Next(); });
     atEnd_ = hasNoRows_ = cursorEnded_ = !hasRow;
     onFirstRow_ = hasRow;
     ++rowSerial_;
@@ -78,7 +107,7 @@ void RecordsetState::Start() {
 
 bool RecordsetState::RunNext(std::int32_t* affectedRows) {
     if (!batch_) return false;
-    auto result = batch_->RunNext();
+    auto result = EndBatchOnFailure([&] { return batch_->RunNext(); });
     if (!result) {
         batch_.reset();
         return false;
@@ -121,7 +150,7 @@ bool RecordsetState::HasNoRows() {
 
 void RecordsetState::LeaveRow() {
     const bool wasNew = editor_ && editor_->IsNew();
-    if (editor_ && !deleted_ && editor_->HasChanges()) editor_->Write();
+    if (editor_ && !deleted_ && editor_->HasChanges()) EndBatchOnFailure([&] { editor_->Write(); });
     ++rowSerial_;
     onFirstRow_ = false;
     atEnd_ = true;  // holds when one of these fails
@@ -131,7 +160,8 @@ void RecordsetState::LeaveRow() {
         if (!added_) added_ = NewSpool();
         added_->Append(*editor_);
     } else if (isKept) {
-        kept_->Append(editor_ ? static_cast<RowSource&>(*editor_) : StoredRow());
+        auto& row = editor_ ? static_cast<RowSource&>(*editor_) : StoredRow();
+        EndBatchOnFailure([&] { kept_->Append(row); });
     }
     editor_.reset();
     deleted_ = false;
@@ -150,7 +180,7 @@ bool RecordsetState::Advance() {
     }
     if (cursorEnded_) return false;
     cursorEnded_ = true;  // holds when the next line fails
-    cursorEnded_ = !cursor_->Next();
+    cursorEnded_ = !EndBatchOnFailure([&] { return cursor_->Next(); });
     return !cursorEnded_;
 }
 
@@ -203,9 +233,11 @@ void RecordsetState::ReadAhead() {
     auto rows = NewSpool();
     if (needed_) rows->KeepOnly(*needed_);
     if (!cursorEnded_) {
-        do {
-            rows->Append(*cursor_);
-        } while (cursor_->Next());
+        EndBatchOnFailure([&] {
+            do {
+                rows->Append(*cursor_);
+            } while (cursor_->Next());
+        });
     }
     cursorEnded_ = true;
     ahead_ = std::move(rows);
@@ -242,7 +274,7 @@ void RecordsetState::AddNew() {
 void RecordsetState::Update() {
     RequireTarget();
     if (editor_ && !deleted_) {
-        editor_->Write();
+        EndBatchOnFailure([&] { editor_->Write(); });
         if (started_) hasNoRows_ = false;
         ++rowSerial_;
     } else if (AtEnd() || deleted_) {
@@ -253,7 +285,8 @@ void RecordsetState::Update() {
 void RecordsetState::Delete() {
     RequireTarget();
     if (editor_ && editor_->IsNew() && editor_->HasChanges()) RaiseAdoError(AdoError::NotSupported);
-    Edit().Delete();
+    auto& row = Edit();
+    EndBatchOnFailure([&] { row.Delete(); });
     deleted_ = true;
 }
 
@@ -271,12 +304,7 @@ void RecordsetState::FinishCursor() {
     atEnd_ = hasNoRows_ = cursorEnded_ = started_ = true;
     const auto cursor = std::exchange(cursor_, nullptr);
     if (!session_->IsAlive()) return;
-    try {
-        cursor->Finish();
-    } catch (...) {
-        batch_.reset();
-        throw;
-    }
+    EndBatchOnFailure([&] { cursor->Finish(); });
 }
 
 void RecordsetState::Close() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <span>
@@ -16,10 +17,17 @@
 
 namespace halvtiv::ado {
 
+/// What the first statement of a recordset must be.
+enum class FirstStatement { Any, ReturnsRows };
+
 /// What a recordset stands on; also the way by which results read rows as text, without a variant between.
 ///
 /// It holds one batch and the cursor of the statement that runs now. It lives as long as the recordset and
 /// the fields that were taken from it; when it goes, what is left of the batch runs and errors are ignored.
+///
+/// A failure ends the batch: where a statement of it, or a change of its rows, has failed or was cancelled,
+/// nothing of the batch runs any more. It also ends when an exception of the caller destroys the state,
+/// because the caller then fails as a whole.
 ///
 /// A recordset for changes is not run before its rows are asked for. Before its first change all rows that
 /// are left are read, so that none comes round again in its new place; and `MoveFirst` reads them to the end,
@@ -32,6 +40,16 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     RecordsetState(const RecordsetState&) = delete;
     RecordsetState& operator=(const RecordsetState&) = delete;
 
+    /// What `Recordset::Open` does, for a connection that may be null.
+    static std::shared_ptr<RecordsetState> Open(std::string_view source, const ConnectionPtr& connection,
+                                                std::int32_t cursorType, std::int32_t lockType,
+                                                FirstStatement first = FirstStatement::Any);
+    /// A new recordset over rows. Raises -2146824584 for a first statement that returns none, without running
+    /// it; with a lock type for changes, -2146825037 for one that itself changes rows.
+    static RecordsetPtr OpenRows(std::string_view source, const ConnectionPtr& connection,
+                                 std::int32_t cursorType, std::int32_t lockType);
+    /// Lets nothing more of a recordset's batch run, whoever else holds the recordset. It may be null.
+    static void EndBatch(const RecordsetPtr& recordset) noexcept;
     /// The state of an open recordset. Raises 91 for null, -2146824584 for a closed one and -2146824579 for
     /// one whose connection has been closed.
     static RecordsetState& Of(const RecordsetPtr& recordset);
@@ -46,10 +64,13 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     /// Goes to the next row; `AtEnd` tells whether there was one. Raises -2146825267 at the end. What has
     /// been assigned to the row is written first.
     void MoveNext();
-    /// The current row; good until the row changes. Raises -2146825267 at the end and on a deleted row.
-    RowSource& Row() {
+    /// Calls read with the current row, which is good until the row changes. Raises -2146825267 at the end
+    /// and on a deleted row. The only way to the row, so that a failure to read it ends the batch.
+    template <typename Read>
+    decltype(auto) ReadRow(Read&& read) {
         if (AtEnd() || deleted_) RaiseAdoError(AdoError::NoCurrentRecord);
-        return editor_ ? *editor_ : StoredRow();
+        RowSource& row = editor_ ? *editor_ : StoredRow();
+        return EndBatchOnFailure([&]() -> decltype(auto) { return read(row); });
     }
 
     // Changing. Each raises -2146825037 where the rows cannot be changed.
@@ -100,6 +121,16 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
     std::int64_t RowSerial() const noexcept { return rowSerial_; }
 
 private:
+    /// Nothing more of the batch runs after a failure of this action, which works on the database.
+    template <typename Action>
+    decltype(auto) EndBatchOnFailure(Action&& action) {
+        try {
+            return action();
+        } catch (...) {
+            batch_.reset();
+            throw;
+        }
+    }
     /// Runs the query up to its first row.
     void Start();
     void FinishCursor();
@@ -120,7 +151,8 @@ private:
     void GoToFirstOfAll();
 
     std::shared_ptr<Session> session_;
-    std::unique_ptr<Batch> batch_;    // null once it has ended
+    std::unique_ptr<Batch> batch_;  // null once it has ended
+    int exceptionsAround_ = std::uncaught_exceptions();
     std::unique_ptr<Cursor> cursor_;  // null while closed
     std::int32_t cursorType_;
     std::int32_t lockType_;

@@ -5,6 +5,7 @@
 
 #include "ado/connection_impl.hpp"
 #include "ado/errors.hpp"
+#include "ado/recordset_state.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
@@ -65,9 +66,7 @@ ado::ConnectionPtr clsZorbTivCore::SetDatabaseConnectionString(std::string_view 
 bool clsZorbTivCore::GetData(std::string_view sql, ado::RecordsetPtr& recordset, std::int32_t cursorType) {
     recordset = nullptr;
     return Succeeds(errors_, [&] {
-        auto opened = std::make_shared<ado::Recordset>();
-        opened->Open(sql, connection_, cursorType, ado::adLockReadOnly);
-        recordset = std::move(opened);
+        recordset = ado::RecordsetState::OpenRows(sql, connection_, cursorType, ado::adLockReadOnly);
     });
 }
 

@@ -20,12 +20,9 @@ constexpr std::string_view kNotBinaryOrLong = "Not a valid field (neither binary
 constexpr std::string_view kWrongWay = "Not a valid field.";
 
 std::int32_t RequireColumn(const ado::RecordsetState& rows, std::string_view name) {
-    std::int32_t column = 0;
-    for (const ado::ColumnInfo& info : rows.Columns()) {
-        if (platform::EqualIgnoringCase(info.name, platform::TrimBlanks(name))) return column;
-        ++column;
-    }
-    throw OwnError("clsZorbTivCore", std::string(kNoSuchField));
+    const std::int32_t column = ado::FindColumn(rows.Columns(), platform::TrimBlanks(name));
+    if (column < 0) throw OwnError("clsZorbTivCore", std::string(kNoSuchField));
+    return column;
 }
 
 const ado::ColumnInfo& InfoOf(const ado::RecordsetState& rows, std::int32_t column) {
@@ -49,8 +46,8 @@ void AssignNull(ado::RecordsetState& rows, std::int32_t column) {
 std::int32_t clsZorbTivCore::GetBinaryData(std::string_view sql, std::string_view fieldName,
                                            std::string_view filePath) {
     return Guarded(errors_, -1, [&] {
-        const auto recordset = std::make_shared<ado::Recordset>();
-        recordset->Open(sql, connection_, ado::adOpenForwardOnly, ado::adLockReadOnly);
+        const ado::RecordsetPtr recordset =
+            ado::RecordsetState::OpenRows(sql, connection_, ado::adOpenForwardOnly, ado::adLockReadOnly);
         auto& rows = ado::RecordsetState::Of(recordset);
         Require(!rows.AtEnd(), "No data retrieved from database.");
         if (!ReadFieldToFile(rows, RequireColumn(rows, fieldName), filePath)) errors_.Raise();
@@ -148,7 +145,8 @@ bool clsZorbTivCore::GetFieldChunks(ado::RecordsetState& rows, std::int32_t colu
                                     std::string_view filePath) {
     return Succeeds(errors_, [&] {
         Require(IsLong(rows, column), kWrongWay);
-        ado::CopyValueToFile(rows.Row(), column, filePath, copyProgress_);
+        rows.ReadRow(
+            [&](ado::RowSource& row) { ado::CopyValueToFile(row, column, filePath, copyProgress_); });
     });
 }
 
@@ -156,7 +154,7 @@ bool clsZorbTivCore::GetFieldValue(ado::RecordsetState& rows, std::int32_t colum
                                    std::string_view filePath) {
     return Succeeds(errors_, [&] {
         Require(!IsLong(rows, column), kWrongWay);
-        ado::CopyValueToFile(rows.Row(), column, filePath);
+        rows.ReadRow([&](ado::RowSource& row) { ado::CopyValueToFile(row, column, filePath); });
     });
 }
 

@@ -14,7 +14,6 @@
 #include "foundation/guarded.hpp"
 #include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
-#include "platform/text.hpp"
 
 namespace halvtiv {
 
@@ -23,16 +22,6 @@ namespace {
 constexpr std::int32_t kText = 0;  // what an item's value is, by its type
 constexpr std::int32_t kFile = 1;
 constexpr std::int32_t kNoColumn = -1;
-
-/// The column of that name; -1 when there is none.
-std::int32_t FindColumn(const ado::RecordsetState& rows, std::string_view name) {
-    std::int32_t column = 0;
-    for (const ado::ColumnInfo& info : rows.Columns()) {
-        if (platform::EqualIgnoringCase(info.name, name)) return column;
-        ++column;
-    }
-    return kNoColumn;
-}
 
 void AssignText(ado::RecordsetState& rows, std::int32_t column, std::string_view text) {
     rows.Edit().Assign(column, text.empty() ? ado::Variant() : ado::Variant(text));
@@ -58,9 +47,10 @@ std::optional<ado::Variant> NumberOfOtherType(const ado::CellValue& cell, const 
 void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view text) {
     const ado::Variant current = rows.FieldAt(column)->Value();
     const auto type = rows.Columns()[static_cast<std::size_t>(column)].type;
+    const auto cell = rows.ReadRow([column](ado::RowSource& row) { return row.Value(column); });
     if (current.IsNull()) {
         AssignText(rows, column, text);
-    } else if (const auto number = NumberOfOtherType(rows.Row().Value(column), current, type)) {
+    } else if (const auto number = NumberOfOtherType(cell, current, type)) {
         rows.Edit().AssignNumber(column, AddText(*number, text));
     } else {
         rows.Edit().AssignSum(column, AddText(current, text));
@@ -79,9 +69,7 @@ void AddToValue(ado::RecordsetState& rows, std::int32_t column, std::string_view
 }  // namespace
 
 ado::RecordsetPtr clsZorbTivCore::OpenToChange(std::string_view sql) const {
-    auto recordset = std::make_shared<ado::Recordset>();
-    recordset->Open(sql, connection_, ado::adOpenDynamic, ado::adLockOptimistic);
-    return recordset;
+    return ado::RecordsetState::OpenRows(sql, connection_, ado::adOpenDynamic, ado::adLockOptimistic);
 }
 
 clsZorbTivCore::Assignments clsZorbTivCore::Match(const ado::RecordsetState& rows,
@@ -92,7 +80,7 @@ clsZorbTivCore::Assignments clsZorbTivCore::Match(const ado::RecordsetState& row
         const ZorbColumnDataItemPtr item = items.GetItemByName(info.name, 1);
         const bool counts = item && (item->DataType == kText || item->DataType == kFile);
         // Of columns with one name, the first is meant.
-        if (counts && FindColumn(rows, info.name) == column) matched.push_back({column, item});
+        if (counts && ado::FindColumn(rows.Columns(), info.name) == column) matched.push_back({column, item});
         ++column;
     }
     return matched;
@@ -151,7 +139,7 @@ void clsZorbTivCore::UpdateRows(ado::RecordsetState& rows, const ZorbColumnDataI
     std::vector<std::int32_t> columns;
     for (const Assignment& assignment : assignments) columns.push_back(assignment.column);
     rows.PassOnce(std::move(columns));
-    const std::int32_t addTo = addColumn.empty() ? kNoColumn : FindColumn(rows, addColumn);
+    const std::int32_t addTo = addColumn.empty() ? kNoColumn : ado::FindColumn(rows.Columns(), addColumn);
     ForEachRow(rows, count, [&] {
         AssignAll(rows, assignments, addTo);
         rows.Update();

@@ -27,7 +27,7 @@ void WriteDataFile(std::string_view fileName, const ResultEntry& entry, ado::Rec
     xml.Append(">");
     rows.AppendHeader(xml);
     for (std::int64_t index = 1; !recordset.AtEnd(); ++index) {
-        rows.AppendRow(xml, recordset.Row(), index);
+        recordset.ReadRow([&](ado::RowSource& row) { rows.AppendRow(xml, row, index); });
         if (xml.Size() >= kPiece) MoveToFile(xml, file);
         recordset.MoveNext();
     }

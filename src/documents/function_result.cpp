@@ -114,7 +114,7 @@ struct ZorbFunctionResult::Impl {
             rows.AppendHeader(entry.content);
             complete = entry.content.Size();
             for (std::int64_t index = 1; !state.AtEnd(); ++index) {
-                rows.AppendRow(entry.content, state.Row(), index);
+                state.ReadRow([&](ado::RowSource& row) { rows.AppendRow(entry.content, row, index); });
                 complete = entry.content.Size();
                 state.MoveNext();
             }

@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "ado/recordset_state.hpp"
 #include "documents/call_inside.hpp"
 #include "engine/built_in_functions.hpp"
 #include "engine/handler_steps.hpp"
@@ -58,6 +59,7 @@ bool BuiltIn_GetDataToExportFile(EngineState& engine, ZorbFunctionCall& call, Zo
         std::int32_t count = -1;
         if (!engine.core.GetDataAndCount(sql, countSql, recordset, count)) engine.core.RaiseLastError();
         recordset = FirstTable(std::move(recordset));
+        const ado::RecordsetPtr exported = recordset;  // whatever the exporter does with the other
 
         const IZorbDataExporterPtr exporter = engine.exporters.GetDataExporterByTypeString(exportType);
         if (!exporter) {
@@ -66,6 +68,7 @@ bool BuiltIn_GetDataToExportFile(EngineState& engine, ZorbFunctionCall& call, Zo
         Configure(engine, *exporter, clearData, count);
         if (!result.AddFunctionResult_ExportFile(CallInside::Guid(call), recordset, exporter, fileName,
                                                  tableName, dataFolder)) {
+            ado::RecordsetState::EndBatch(exported);  // an exporter may keep the recordset
             result.RaiseLastError();
         }
         // What is left of the batch runs, unless the exporter has seen to it.

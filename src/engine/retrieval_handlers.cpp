@@ -58,10 +58,9 @@ public:
 private:
     // Looks one position beyond the last column, where the data layer raises its own error.
     static void RequireColumn(ado::Fields& fields, const std::string& column) {
-        const std::string wanted = platform::ToUpper(column);
         const std::int32_t count = fields.Count();
         for (std::int32_t index = 0; index <= count; ++index) {
-            if (platform::ToUpper(fields.Item(index)->Name()) == wanted) return;
+            if (platform::EqualIgnoringCase(fields.Item(index)->Name(), column)) return;
         }
         RaiseEngineError("Specified referenced column not found in parent data - " + column);
     }

@@ -141,7 +141,7 @@ bool EqualIgnoringCase(std::string_view left, std::string_view right) {
     const std::size_t common = std::min(left.size(), right.size());
     for (std::size_t at = 0; at < common; ++at) {
         if (!IsAscii(left[at]) || !IsAscii(right[at])) {
-            return ToLower(left.substr(at)) == ToLower(right.substr(at));
+            return ToLower(ToUpper(left.substr(at))) == ToLower(ToUpper(right.substr(at)));
         }
         if (AsciiLower(left[at]) != AsciiLower(right[at])) return false;
     }

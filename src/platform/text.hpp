@@ -8,7 +8,8 @@ namespace halvtiv::platform {
 // Case is Unicode's simple case mapping, one character for one; bytes that are not UTF-8 stay as they are.
 std::string ToLower(std::string_view text);
 std::string ToUpper(std::string_view text);
-/// Whether the lower-cased texts are equal.
+/// Whether the texts are equal in one letter case: a Greek final sigma is the same letter as the other
+/// sigmas, which only the upper case tells, and the Kelvin sign is a k, which only the lower case tells.
 bool EqualIgnoringCase(std::string_view left, std::string_view right);
 
 /// The text without leading and trailing U+0020; no other white space counts.

@@ -29,10 +29,11 @@ constexpr const char* kDefinitions = R"(
 
 // The data-access layer runs any SQL; a database in memory lasts as long as its connection.
 void MakeTable(const ado::ConnectionPtr& connection) {
-    const ado::RecordsetPtr batch = connection->Execute(
+    ado::RecordsetPtr result = connection->Execute(
         "create table city (name varchar(40) primary key, millions double);"
         "insert into city values ('Montréal', 4.3), ('北京', 21.9), ('Αθήνα', 3.6), ('Køge', 0.06)");
-    batch->Close();  // what nobody has asked for yet runs now, and its errors are raised here
+    // Runs every statement, however many there are, and raises their errors.
+    while (result) result = result->NextRecordset();
 }
 
 void ShowCities(ZorbDbAccessEngine& engine, const std::string& millions) {

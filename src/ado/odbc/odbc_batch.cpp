@@ -57,30 +57,55 @@ std::optional<std::string> OdbcBatch::TakeText() {
 }
 
 std::optional<StatementResult> OdbcBatch::RunNext() {
-    try {
-        if (execution_) {
-            if (auto result = execution_->RunNext()) return result;
-            execution_.reset();
-        }
-        auto text = TakeText();
-        if (!text) return std::nullopt;
-        const bool isReadOnly = session_->Traits().dialect == OdbcDialect::Access;
-        if (isReadOnly && !IsQuery(*text)) {
-            throw MakeProviderError(AdoError::NotSupported, kAccessIsReadOnly,
-                                    session_->Traits().databaseName);
-        }
-        execution_ = std::make_shared<OdbcExecution>(session_, *std::move(text));
-        if (std::exchange(purpose_, Purpose::Read) == Purpose::Change && !isReadOnly) {
-            if (auto rows = execution_->PrepareForChange()) {
-                StatementResult result;
-                result.rows = std::move(rows);
-                return result;
-            }
-        }
-        return execution_->RunNext();
-    } catch (...) {
+    if (execution_) {
+        if (auto result = execution_->RunNext()) return result;
         execution_.reset();
-        position_ = text_.size();
+    }
+    auto text = TakeText();
+    if (!text) return std::nullopt;
+    const bool isReadOnly = session_->Traits().dialect == OdbcDialect::Access;
+    if (isReadOnly && !IsQuery(*text)) {
+        throw MakeProviderError(AdoError::NotSupported, kAccessIsReadOnly, session_->Traits().databaseName);
+    }
+    const bool asksForRows = AsksForRows(*text);
+    execution_ = std::make_shared<OdbcExecution>(session_, *std::move(text));
+    const auto purpose = std::exchange(purpose_, Purpose::Read);
+    if (!isReadOnly && RequiresRows()) {
+        const auto returnsRows = execution_->PrepareAndTell();
+        if (!returnsRows) return RunOrUndo(purpose);
+        CheckFirst(purpose, *returnsRows, !asksForRows);
+    }
+    if (purpose == Purpose::Change && !isReadOnly) {
+        if (auto rows = execution_->PrepareForChange()) {
+            StatementResult result;
+            result.rows = std::move(rows);
+            return result;
+        }
+    }
+    return execution_->RunNext();
+}
+
+std::optional<StatementResult> OdbcBatch::RunOrUndo(Purpose purpose) {
+    constexpr std::int32_t kLevel = 0;  // below those that a connection counts
+    const bool isSavepoint = session_->InTransaction();
+    if (isSavepoint) {
+        session_->SetSavepoint(kLevel);
+    } else {
+        session_->Begin();
+    }
+    try {
+        auto result = execution_->RunNext();
+        CheckFirst(purpose, result && result->rows, true);
+        execution_->SetAside();
+        if (isSavepoint) {
+            session_->ReleaseSavepoint(kLevel);
+        } else {
+            session_->Commit();
+        }
+        return result;
+    } catch (...) {
+        if (isSavepoint && session_->InTransaction()) session_->RollbackToSavepoint(kLevel);
+        if (!isSavepoint) session_->Rollback();
         throw;
     }
 }

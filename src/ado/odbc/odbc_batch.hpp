@@ -19,6 +19,9 @@ public:
 private:
     /// The text of the next execution; nothing at the end.
     std::optional<std::string> TakeText();
+    /// Runs the first statement, of which only its result tells whether it returns rows, and undoes it where
+    /// it is refused.
+    std::optional<StatementResult> RunOrUndo(Purpose purpose);
 
     std::shared_ptr<OdbcSession> session_;
     std::string text_;

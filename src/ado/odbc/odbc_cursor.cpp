@@ -80,6 +80,10 @@ OdbcCursor::OdbcCursor(std::shared_ptr<OdbcExecution> execution, std::vector<Odb
 }
 
 OdbcCursor::~OdbcCursor() {
+    Leave();
+}
+
+void OdbcCursor::Leave() noexcept {
     rows_.reset();
     if (execution_) execution_->Detach(this);
 }
@@ -87,10 +91,9 @@ OdbcCursor::~OdbcCursor() {
 void OdbcCursor::Finish() {
     ended_ = true;
     onRow_ = false;
-    failure_ = nullptr;
-    rows_.reset();
     spool_.reset();
-    if (execution_) execution_->Detach(this);
+    Leave();
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
 }
 
 void OdbcCursor::Drop() noexcept {
@@ -100,7 +103,7 @@ void OdbcCursor::Drop() noexcept {
 
 bool OdbcCursor::Next() {
     if (spool_) return onRow_ = spool_->Next();
-    if (failure_) std::rethrow_exception(failure_);
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
     onRow_ = NextOfDriver();
     return onRow_;
 }
@@ -108,15 +111,17 @@ bool OdbcCursor::Next() {
 bool OdbcCursor::NextOfDriver() {
     if (ended_) return false;
     ended_ = true;  // holds when this fails
-    if (!rows_) {
-        execution_->Start();
-        rows_ = std::make_unique<OdbcRows>(execution_->Owner(), execution_->Handle(), columns_);
+    try {
+        if (!rows_) {
+            execution_->Start();
+            rows_ = std::make_unique<OdbcRows>(execution_->Owner(), execution_->Handle(), columns_);
+        }
+        ended_ = !rows_->Next();
+    } catch (...) {
+        Leave();
+        throw;
     }
-    ended_ = !rows_->Next();
-    if (ended_) {
-        rows_.reset();
-        execution_->Detach(this);
-    }
+    if (ended_) Leave();
     return !ended_;
 }
 
@@ -129,7 +134,7 @@ void OdbcCursor::SetAside() {
     } catch (...) {
         failure_ = std::current_exception();
         ended_ = true;
-        rows_.reset();
+        Leave();
         throw;
     }
     spool->Rewind();

@@ -37,6 +37,8 @@ public:
 
 private:
     bool NextOfDriver();
+    /// Lets go of the driver's rows and of what is bound to the statement for them.
+    void Leave() noexcept;
     OdbcRows& Rows() const;
     bool HasOwnText(std::int32_t column) const;
     std::int32_t TypeOf(std::int32_t column) const { return infos_[static_cast<std::size_t>(column)].type; }

@@ -9,11 +9,21 @@
 #include "ado/sql_scanner.hpp"
 
 namespace halvtiv::ado {
-namespace {
 
 bool AsksForRows(std::string_view text) {
     const auto first = SqlScanner(text).Next();
     return first.IsWord("select") || first.IsWord("with") || first.IsWord("values");
+}
+
+namespace {
+
+// MariaDB announces the columns of RETURNING only when the statement has run.
+bool HasReturning(std::string_view text) {
+    SqlScanner words(text);
+    for (auto word = words.Next(); word.kind != SqlToken::Kind::End; word = words.Next()) {
+        if (word.IsWord("returning")) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -27,9 +37,13 @@ OdbcExecution::~OdbcExecution() {
     session_->Remove(*this);
 }
 
-void OdbcExecution::Drop() noexcept {
-    if (cursor_) cursor_->Drop();
+void OdbcExecution::Free() noexcept {
+    if (auto* const cursor = std::exchange(cursor_, nullptr)) cursor->Drop();
     statement_.Free();
+}
+
+void OdbcExecution::Drop() noexcept {
+    Free();
     stage_ = Stage::Done;
 }
 
@@ -53,7 +67,9 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
     }
     stage_ = Stage::Done;  // holds when this fails
     if (isFirst) {
-        status = session_->ExecuteText(statement_.Get(), text_);
+        status = isPrepared_
+                     ? session_->Wait(statement_.Get(), [this] { return SQLExecute(statement_.Get()); })
+                     : session_->ExecuteText(statement_.Get(), text_);
         if (status == SQL_NO_DATA) status = SQL_SUCCESS;  // a change that has hit no row
     } else {
         status = SQL_NO_DATA;
@@ -61,7 +77,7 @@ std::optional<StatementResult> OdbcExecution::NextOfDriver() {
             status = session_->Wait(statement_.Get(), [this] { return SQLMoreResults(statement_.Get()); });
         }
         if (status == SQL_NO_DATA) {
-            statement_.Free();
+            Free();
             return std::nullopt;
         }
     }
@@ -92,19 +108,35 @@ StatementResult OdbcExecution::CurrentResult() {
     return result;
 }
 
-std::unique_ptr<Cursor> OdbcExecution::PrepareForChange() {
+void OdbcExecution::Prepare() {
     session_->RefuseHarm(text_);
     session_->MakeRoom(this);
-    const auto prepare = [this](const OdbcHandle& statement, const std::string& text) {
-        return SQL_SUCCEEDED(session_->PrepareText(statement.Get(), text));
-    };
-    if (!prepare(statement_, text_)) {
-        stage_ = Stage::Done;
-        session_->Raise(SQL_HANDLE_STMT, statement_.Get());
-    }
+    if (std::exchange(isPrepared_, true)) return;
+    session_->Check(session_->PrepareText(statement_.Get(), text_), statement_.Get());
+}
+
+std::optional<bool> OdbcExecution::PrepareAndTell() {
+    const auto& traits = session_->Traits();
+    const bool isMariaDb = traits.dialect == OdbcDialect::MariaDb;
+    if (isMariaDb && MayGiveSeveralResults(text_))
+        return std::nullopt;  // its server prepares not all of these
+    Prepare();
+    SQLSMALLINT count = 0;
+    session_->Check(SQLNumResultCols(statement_.Get(), &count), statement_.Get());
+    if (count > 0) return true;
+    const bool isKnown = isMariaDb ? !MayHideItsRows(text_) && !HasReturning(text_) : traits.splitsScripts;
+    if (isKnown) return false;
+    statement_ = session_->NewStatement();
+    isPrepared_ = false;
+    return std::nullopt;
+}
+
+std::unique_ptr<Cursor> OdbcExecution::PrepareForChange() {
+    Prepare();
     auto columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
     if (columns.empty()) {
         statement_ = session_->NewStatement();
+        isPrepared_ = false;
         return nullptr;
     }
     stage_ = Stage::Prepared;
@@ -113,7 +145,7 @@ std::unique_ptr<Cursor> OdbcExecution::PrepareForChange() {
     if (plan.target && plan.text != text_) {
         auto planned = session_->NewStatement();
         // A query that does not take the other select list runs as it is.
-        if (prepare(planned, plan.text)) {
+        if (SQL_SUCCEEDED(session_->PrepareText(planned.Get(), plan.text))) {
             statement_ = std::move(planned);
             columns = DescribeOdbcColumns(statement_.Get(), session_->Traits());
         } else {

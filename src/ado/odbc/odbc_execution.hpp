@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "ado/odbc/odbc_session.hpp"
@@ -13,6 +14,9 @@
 namespace halvtiv::ado {
 
 class OdbcCursor;
+
+/// Whether a statement is a query by its first word.
+bool AsksForRows(std::string_view text);
 
 /// One text on its way through one statement handle, with the results that it gives one after another.
 class OdbcExecution : public std::enable_shared_from_this<OdbcExecution> {
@@ -24,6 +28,9 @@ public:
 
     /// Runs the text at the first call, and goes on to its next result at the others; nothing after the last.
     std::optional<StatementResult> RunNext();
+    /// Before the first `RunNext`: prepares the text. Answers whether it returns rows; nothing where the
+    /// driver does not know before it has run.
+    std::optional<bool> PrepareAndTell();
     /// Instead of the first `RunNext`: a query that is not run before its rows are asked for, with a target
     /// if it can have one. Nothing where the text is no query.
     std::unique_ptr<Cursor> PrepareForChange();
@@ -50,12 +57,17 @@ private:
     /// The result at which the driver stands.
     StatementResult CurrentResult();
     bool HasMoreResults() const;
+    /// Prepares the text, unless that is done.
+    void Prepare();
+    /// Frees the handle, and before it what the cursor has bound to it.
+    void Free() noexcept;
     std::optional<StatementResult> NextOfDriver();
 
     std::shared_ptr<OdbcSession> session_;
     std::string text_;
     OdbcHandle statement_;
     Stage stage_ = Stage::New;
+    bool isPrepared_ = false;       // the driver has taken the text
     OdbcCursor* cursor_ = nullptr;  // over the result at which the driver stands
     std::deque<std::variant<StatementResult, std::exception_ptr>> setAside_;
 };

@@ -47,7 +47,12 @@ OdbcRows::OdbcRows(OdbcSession& session, SQLHSTMT statement, std::span<const Odb
     if (session_.Traits().bindsColumns && (!(hasUnbound || mayNotFit) || canReachBack)) {
         wanted = std::clamp<SQLULEN>(kBlockMemory / rowSize, 1, kMostRows);
     }
-    Bind(wanted);
+    try {
+        Bind(wanted);
+    } catch (...) {
+        Unbind();
+        throw;
+    }
 }
 
 void OdbcRows::Bind(SQLULEN rowsWanted) {
@@ -72,8 +77,12 @@ void OdbcRows::Bind(SQLULEN rowsWanted) {
     }
 }
 
-// The statement may go on with another result.
 OdbcRows::~OdbcRows() {
+    Unbind();
+}
+
+// The statement may go on with another result.
+void OdbcRows::Unbind() noexcept {
     if (!session_.IsUsable()) return;
     SQLFreeStmt(statement_, SQL_UNBIND);
     if (blockSize_ == 1) return;

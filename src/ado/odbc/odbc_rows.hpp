@@ -48,6 +48,7 @@ private:
     };
 
     void Bind(SQLULEN rowsWanted);
+    void Unbind() noexcept;
     /// Whether the cell in bound memory is whole.
     bool IsWhole(std::int32_t column) const;
     std::string_view BoundBytes(std::int32_t column) const;

@@ -67,19 +67,23 @@ std::optional<StatementResult> PostgresqlBatch::RunNext() {
     const auto begin = std::exchange(position_, text_.size());  // holds when the statement fails
     if (begin == 0) {
         // What the server keeps under the whole text is one statement.
-        if (auto kept = session_->FindKept(text_, purpose_)) return RunQuery(std::move(kept));
+        if (auto kept = session_->FindKept(text_, purpose_)) return RunQuery(std::move(kept), purpose_);
     }
     const auto statement = NextPostgresqlStatement(text_, begin);
     if (statement.text.empty()) return std::nullopt;
     const auto purpose = std::exchange(purpose_, Purpose::Read);
-    auto result = IsPrepared(statement)
-                      ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)))
-                      : RunOther(statement);
+    auto result =
+        IsPrepared(statement)
+            ? RunQuery(session_->Acquire(statement.text, PurposeOf(statement.verb, purpose)), purpose)
+            : RunOther(statement, purpose);
     position_ = statement.next;
     return result;
 }
 
-StatementResult PostgresqlBatch::RunQuery(std::shared_ptr<PostgresqlStatement> statement) {
+StatementResult PostgresqlBatch::RunQuery(std::shared_ptr<PostgresqlStatement> statement, Purpose purpose) {
+    // A query without columns has rows all the same, and only one that reads is certain to be such a query.
+    const bool isQuery = statement->purpose == purpose || statement->onlyReads;
+    CheckFirst(purpose, !statement->columns.empty() || statement->onlyReads, !isQuery);
     if (statement->purpose == Purpose::Change && !statement->columns.empty()) {
         return {std::make_unique<PostgresqlCursor>(session_, std::move(statement)), -1};
     }
@@ -87,9 +91,10 @@ StatementResult PostgresqlBatch::RunQuery(std::shared_ptr<PostgresqlStatement> s
     return ResultOf(std::move(statement), std::move(first));
 }
 
-StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text) {
+StatementResult PostgresqlBatch::RunOther(const PostgresqlStatementText& text, Purpose purpose) {
     auto& link = session_->FreeLine();
     if (text.verb == "copy") throw MakeProviderError(AdoError::SqlError, kNoCopy, kPostgresqlName);
+    if (RequiresRows()) CheckFirst(purpose, session_->ReturnsRows(text.text), true);
     const bool changesMeaning = !IsOneOf(text.verb, kHarmlessVerbs) && !IsOneOf(text.verb, kChangingVerbs);
     if (changesMeaning) session_->ForgetStatements();
     auto statement = std::make_shared<PostgresqlStatement>();

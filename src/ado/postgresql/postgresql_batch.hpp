@@ -21,8 +21,8 @@ public:
     std::optional<StatementResult> RunNext() override;
 
 private:
-    StatementResult RunQuery(std::shared_ptr<PostgresqlStatement> statement);
-    StatementResult RunOther(const PostgresqlStatementText& statement);
+    StatementResult RunQuery(std::shared_ptr<PostgresqlStatement> statement, Purpose purpose);
+    StatementResult RunOther(const PostgresqlStatementText& statement, Purpose purpose);
     StatementResult ResultOf(std::shared_ptr<PostgresqlStatement> statement, PostgresqlResult first);
 
     std::shared_ptr<PostgresqlSession> session_;

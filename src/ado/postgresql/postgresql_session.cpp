@@ -130,6 +130,12 @@ std::shared_ptr<PostgresqlStatement> PostgresqlSession::Acquire(std::string_view
     return statement;
 }
 
+bool PostgresqlSession::ReturnsRows(std::string_view text) {
+    const std::string unnamed;
+    Link().Prepare(unnamed, std::string(text));
+    return PQnfields(Link().Describe(unnamed).get()) > 0;
+}
+
 std::string PostgresqlSession::PrepareNamed(const std::string& text) {
     auto name = "halvtiv_" + std::to_string(++lastName_);
     Link().Prepare(name, text);

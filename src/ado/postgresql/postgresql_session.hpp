@@ -62,6 +62,8 @@ public:
     std::shared_ptr<PostgresqlStatement> Acquire(std::string_view text, Purpose purpose);
     /// The same where the server keeps it already; null otherwise.
     std::shared_ptr<PostgresqlStatement> FindKept(std::string_view text, Purpose purpose);
+    /// Whether a statement returns rows, asked of the server without running it.
+    bool ReturnsRows(std::string_view text);
     /// Runs it up to its first result. A statement that the database's changes have outdated is prepared
     /// anew, which replaces it.
     PostgresqlResult Start(std::shared_ptr<PostgresqlStatement>& statement);

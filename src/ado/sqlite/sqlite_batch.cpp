@@ -32,6 +32,7 @@ std::optional<StatementResult> SqliteBatch::RunAt(std::size_t position) {
         }
         const bool hasRows = sqlite3_column_count(statement->Handle()) > 0;
         const auto next = position + statement->Consumed();
+        CheckFirst(purpose, hasRows, !sqlite3_stmt_readonly(statement->Handle()));
         StatementResult result;
         if (purpose == Purpose::Change && hasRows && sqlite3_stmt_readonly(statement->Handle())) {
             position_ = next;
