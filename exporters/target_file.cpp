@@ -82,9 +82,9 @@ TargetFile::TargetFile(std::string_view fileName) : name_(NativePath(fileName)) 
         target_ = EndOfLinks(target_);
         if (name_.empty() || !fs::is_directory(FolderOf(target_), error)) RaiseFileError(ENOTDIR, name_);
     }
-    const fs::path temporary = TemporaryBeside(target_);
-    TryOpen(temporary, "wbx", name_);
-    written_ = temporary;
+    // Nothing may fail once the temporary file is there: an object that is not complete removes nothing.
+    written_ = TemporaryBeside(target_);
+    TryOpen(written_, "wbx", name_);
     if (exists) fs::permissions(written_, earlier.permissions(), error);
 }
 

@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <thread>
 
 #include "db/tiv_core.hpp"
@@ -18,26 +16,6 @@ namespace {
 using test::Request;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// The most that a file of this process may hold, while this object lives.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, signal_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    void (*signal_)(int);
-    rlimit before_{};
-};
 
 /// A process that does one thing and ends; `Wait` tells whether it did it.
 class Process {
@@ -135,58 +113,6 @@ TEST_F(DurabilityTest, ALockThatAnotherProcessKeepsIsAnError) {
     EXPECT_TRUE(holder.Wait());
     EXPECT_EQ(Run("adddata", {{"sql", "t"}}, {{"a", "5"}}), kDone);
     for (const int descriptor : {ready[0], ready[1], end[0], end[1]}) ::close(descriptor);
-}
-
-TEST_F(DurabilityTest, AFullDiskLeavesWhatWasThere) {
-    ASSERT_TRUE(Connect(engine_));
-    Sql("create table t (id integer primary key, a text, b blob)");
-    Sql("with n (i) as (select 1 union all select i + 1 from n where i < 50) insert into t select i, 'a', "
-        "x'00' from n");
-    const std::string big = BigFile(9 << 20);
-    const std::string before =
-        Run("getdata", {{"sql", "select count(*), sum(length(a)), sum(length(b)) from t"}});
-    const auto fillUp = [&] {
-        return std::vector<std::string>{
-            Run("adddata", {{"sql", "t"}}, {{"b", big, 1}}),
-            Run("adddata", {{"sql", "t"}}, {{"a", std::string(1 << 20, 'x')}}),
-            Run("setbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", big}}),
-            Sql("update t set b = zeroblob(99999)")};
-    };
-    const auto expectNothingChanged = [&](const std::vector<std::string>& outcomes) {
-        for (const auto& outcome : outcomes) {
-            EXPECT_THAT(outcome, HasSubstr("number=-2147467259"));
-            EXPECT_THAT(outcome, testing::AnyOf(HasSubstr("disk I/O error"), HasSubstr("disk is full")))
-                << outcome;
-        }
-        EXPECT_EQ(Run("getdata", {{"sql", "select count(*), sum(length(a)), sum(length(b)) from t"}}),
-                  before);
-        EXPECT_THAT(Sql("pragma integrity_check"), HasSubstr("=ok]"));
-    };
-    std::vector<std::string> outcomes;
-    {
-        const FileSizeLimit limit(300000);
-        outcomes = fillUp();
-    }
-    expectNothingChanged(outcomes);
-    Sql("pragma max_page_count = 60");
-    expectNothingChanged(fillUp());
-    Sql("pragma max_page_count = 1000000");
-
-    // On the way out: no part of it stands there as if it were the whole.
-    EXPECT_EQ(
-        Run("setbinarydata", {{"sql", "select * from t where id = 1"}, {"colname", "b"}, {"filename", big}}),
-        kDone);
-    const std::string out = folder_.PathOf("out");
-    std::string failed;
-    {
-        const FileSizeLimit limit(5 << 20);
-        failed = Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", out}});
-    }
-    EXPECT_THAT(failed, HasSubstr("K error[number="));
-    EXPECT_EQ(test::ReadFile(out), "");
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("big", "data.db", "out"));
-    EXPECT_EQ(Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", out}}), kDone);
-    EXPECT_EQ(std::filesystem::file_size(out), std::uintmax_t{9} << 20);
 }
 
 TEST_F(DurabilityTest, ACommitThatFailsLeavesNothingOpen) {
