@@ -240,18 +240,19 @@ TEST_F(ChangesTest, RowsBeforeAFailureStayWhateverTheDatabaseUndoes) {
     Run("create table t (a integer primary key, b integer unique on conflict rollback);"
         "insert into t values (1, 1), (2, 2), (3, 9);"
         "create table child (a integer references t deferrable initially deferred);"
-        "insert into child values (2)");
+        "insert into child values (2); create table kept (a); insert into kept values (1)");
     const std::string violation = std::string("-2147217873 ") + kCore;
-    EXPECT_EQ(Call("updatedata", {{"sql", "select * from t where a < 3 order by a"}}, {{"b", "7"}}),
+    EXPECT_EQ(Call("updatedata", {{"sql", "select * from t where a < 3 order by a; delete from kept"}},
+                   {{"b", "7"}}),
               violation + "UNIQUE constraint failed: t.b");
     EXPECT_EQ(Rows("select b from t order by a"), "7|2|9");
     for (const char* function : {"updatedataex", "updatedatacoladd"}) {
         EXPECT_EQ(Call(function, {{"sql", "select * from t where a = 0"}, {"col", "a"}}, {{"b", "9"}}),
                   violation + "The field you input that required unique has already been existed.");
     }
-    EXPECT_EQ(Call("deletedata", {{"sql", "select * from t order by a"}}),
+    EXPECT_EQ(Call("deletedata", {{"sql", "select * from t order by a; delete from kept"}}),
               violation + "FOREIGN KEY constraint failed");
-    EXPECT_EQ(Rows("select a from t order by a"), "2|3");
+    EXPECT_EQ(Rows("select a from t union all select a from kept"), "2|3|1");
 }
 
 TEST_F(ChangesTest, WhatNobodyBindsAndWhatIsNoNameIsRefused) {

@@ -330,13 +330,17 @@ TEST_P(EveryDatabasesEngine, ColumnsAreFoundInAnyLetterCase) {
     EXPECT_EQ(Rows("select \"GRÖẞE\" from t"), "5");
 }
 
-TEST_P(EveryDatabase, ABindMarkerThatNobodyBindsIsRefused) {
+TEST_P(EveryDatabasesEngine, ABindMarkerThatNobodyBindsIsRefused) {
     Run("create table t (a integer)");
     Run("insert into t values (1)");
     const std::string marker = Traits().name == "PostgreSQL" ? "$1" : "?";
     for (const std::string sql : {"update t set a = ", "select a from t where a = "}) {
         EXPECT_THAT(test::ErrorOf([&] { Run(sql + marker); }).Description, testing::HasSubstr(marker)) << sql;
     }
+    EXPECT_THAT(Call("getdata", {{"sql", "select a from t where a = " + marker}}),
+                testing::HasSubstr(marker));
+    EXPECT_THAT(Call("updatedata", {{"sql", "select * from t where a <> " + marker}}, {{"a", "2"}}),
+                testing::HasSubstr(marker));
     EXPECT_EQ(Scalar("select a from t where '?' <> '$1'"), "1");
 }
 

@@ -305,6 +305,9 @@ TEST_F(EngineTest, AFailedFunctionIsAnEntryOfItsResult) {
     EXPECT_THAT(Run("<f name='public.getdata' guid=\"O'Brien\"><param name='sql' value='selec 1'/></f>"),
                 ElementsAre(StartsWith("O'Brien error[number=-2147217900 ")))
         << "a key that no entry can be looked up by";
+    EXPECT_THAT(
+        Run("<f name='public.executesql' guid=\"it's\"><param name='sql' value='select 1 as a'/></f>"),
+        ElementsAre("it's data[a=integer|a=1]"));
     EXPECT_THAT(Run("<f name='public.getdata'><param name='sql' value='select 1 as a'/></f>"),
                 ElementsAre(" data[a=integer|a=1]"));
 }

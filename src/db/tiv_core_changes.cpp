@@ -14,6 +14,7 @@
 #include "foundation/guarded.hpp"
 #include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
+#include "platform/text.hpp"
 
 namespace halvtiv {
 

@@ -105,12 +105,11 @@ void FillValues(const ZorbFunctionCall& call, const Placeholders& placeholders) 
     collect(CallInside::Params(call), true);
     for (const ZorbColumnDataItemsPtr& block : CallInside::Blocks(call)) collect(*block, false);
 
-    std::size_t room = placeholders.Longest(given);
+    std::size_t room = placeholders.Room(given);
     for (const auto& [item, kind] : filled) {
         if (!placeholders.Fill(item->Value, kind, room)) {
             Raise("Text too long after substitution - \"" + item->Name + "\".");
         }
-        room -= std::min(room, item->Value.size());
     }
 }
 

@@ -244,7 +244,16 @@ std::string ZorbFunctionResult::GetResultDataXml(std::string_view guid) {
 bool ZorbFunctionResult::ChangeResultDataGUID(std::string_view oldGuid, std::string_view newGuid) {
     return Succeeds(impl_->errors, [&] {
         RequireXmlText(newGuid);
-        if (!impl_->Content().RenameEntry(oldGuid, newGuid)) Raise("Specified data not found.");
+        if (!impl_->Content().RenameEntry(oldGuid, newGuid, KeyMeans::ExpressionOrText))
+            Raise("Specified data not found.");
+    });
+}
+
+bool ResultHandOver::ChangeKey(ZorbFunctionResult& result, std::string_view oldGuid,
+                               std::string_view newGuid) {
+    return Succeeds(result.impl_->errors, [&] {
+        if (!result.impl_->Content().RenameEntry(oldGuid, newGuid, KeyMeans::Text))
+            Raise("Specified data not found.");
     });
 }
 

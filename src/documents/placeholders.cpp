@@ -86,21 +86,27 @@ void Placeholders::Add(std::string_view name, std::string value) {
     values_.push_back({kMark + std::string(name) + kMark, std::move(value)});
 }
 
-std::size_t Placeholders::Longest(std::size_t given) const {
-    constexpr std::size_t kAlwaysAllowed = std::size_t{16} << 20;
+std::size_t Placeholders::Room(std::size_t given) const {
+    constexpr std::size_t kAlwaysAllowed = std::size_t{64} << 20;
     constexpr std::size_t kMostGrowth = 8;
     for (const Value& value : values_) given += value.text.size();
     return std::max(kAlwaysAllowed, kMostGrowth * given);
 }
 
-bool Placeholders::Fill(std::string& text, FilledText kind, std::size_t limit) const {
+Placeholders::Outcome Placeholders::Take(std::size_t& room, std::size_t bytes) {
+    if (bytes > room) return Outcome::NoRoom;
+    room -= bytes;
+    return Outcome::Done;
+}
+
+bool Placeholders::Fill(std::string& text, FilledText kind, std::size_t& room) const {
     Draft draft;
-    Outcome outcome = FillInOnePass(text, limit, draft);
+    Outcome outcome = FillInOnePass(text, room, draft);
     if (outcome == Outcome::NotInOnePass) {
         draft = {std::move(text), {}};
-        outcome = FillOneByOne(limit, draft);
+        outcome = FillOneByOne(room, draft);
     }
-    if (outcome == Outcome::TooLong) return false;
+    if (outcome == Outcome::NoRoom) return false;
     text = kind == FilledText::Sql ? PartMinusSigns(std::move(draft.text), std::move(draft.starts))
                                    : std::move(draft.text);
     return true;
@@ -108,7 +114,7 @@ bool Placeholders::Fill(std::string& text, FilledText kind, std::size_t limit) c
 
 // The usual text: each "%" belongs to a placeholder, and no two of them share one. Values without any bring
 // in no other, so that the order of the names makes no difference.
-Placeholders::Outcome Placeholders::FillInOnePass(std::string_view text, std::size_t limit,
+Placeholders::Outcome Placeholders::FillInOnePass(std::string_view text, std::size_t& room,
                                                   Draft& draft) const {
     if (hasAwkwardName_) return Outcome::NotInOnePass;
     std::size_t from = 0;
@@ -122,24 +128,24 @@ Placeholders::Outcome Placeholders::FillInOnePass(std::string_view text, std::si
         const std::string& value = values_[found->second].text;
         if (value.find(kMark) != std::string::npos) return Outcome::NotInOnePass;
         draft.text.append(between);
-        if (draft.text.size() + value.size() > limit) return Outcome::TooLong;
+        if (draft.text.size() + value.size() > room) return Outcome::NoRoom;
         if (value.starts_with('-')) draft.starts.push_back(draft.text.size());
         draft.text.append(value);
         from = close + 1;
     }
     draft.text.append(text.substr(from));
-    return draft.text.size() > limit ? Outcome::TooLong : Outcome::Done;
+    return Take(room, draft.text.size());
 }
 
-Placeholders::Outcome Placeholders::FillOneByOne(std::size_t limit, Draft& draft) const {
+Placeholders::Outcome Placeholders::FillOneByOne(std::size_t& room, Draft& draft) const {
     for (const auto& [placeholder, value] : values_) {
         const std::size_t count = CountOf(draft.text, placeholder);
         if (count == 0) continue;
-        if (draft.text.size() - count * placeholder.size() + count * value.size() > limit)
-            return Outcome::TooLong;
+        const std::size_t size = draft.text.size() - count * placeholder.size() + count * value.size();
+        if (Take(room, size) == Outcome::NoRoom) return Outcome::NoRoom;
         draft.text = Replace(draft.text, placeholder, value, draft.starts);
     }
-    return draft.text.size() > limit ? Outcome::TooLong : Outcome::Done;
+    return Outcome::Done;
 }
 
 }  // namespace halvtiv

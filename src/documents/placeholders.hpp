@@ -24,12 +24,12 @@ public:
     /// Another value for the name at a position from 0.
     void SetValue(std::size_t position, std::string value) { values_[position].text = std::move(value); }
 
-    /// The longest that texts of `given` bytes may become together: values that hold placeholders may double
-    /// a text again and again.
-    std::size_t Longest(std::size_t given) const;
-    /// Fills a text; false, with the text in any state, when it would become longer than `limit` bytes on the
-    /// way.
-    bool Fill(std::string& text, FilledText kind, std::size_t limit) const;
+    /// The most bytes that may be written for texts of `given` bytes together: values that hold placeholders
+    /// may double a text again and again.
+    std::size_t Room(std::size_t given) const;
+    /// Fills a text and takes what it writes on the way from `room`; false, with the text in any state, when
+    /// that is not enough.
+    bool Fill(std::string& text, FilledText kind, std::size_t& room) const;
 
 private:
     struct Value {
@@ -41,10 +41,11 @@ private:
         std::string text;
         std::vector<std::size_t> starts;
     };
-    enum class Outcome { Done, TooLong, NotInOnePass };
+    enum class Outcome { Done, NoRoom, NotInOnePass };
 
-    Outcome FillInOnePass(std::string_view text, std::size_t limit, Draft& draft) const;
-    Outcome FillOneByOne(std::size_t limit, Draft& draft) const;
+    static Outcome Take(std::size_t& room, std::size_t bytes);
+    Outcome FillInOnePass(std::string_view text, std::size_t& room, Draft& draft) const;
+    Outcome FillOneByOne(std::size_t& room, Draft& draft) const;
 
     std::vector<Value> values_;
     std::map<std::string, std::size_t, std::less<>> positions_;  // of the first of each name

@@ -49,7 +49,7 @@ public:
     virtual std::optional<std::string> EntryXml(std::string_view guid) const = 0;
 
     /// False when there is no such entry.
-    virtual bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) = 0;
+    virtual bool RenameEntry(std::string_view oldGuid, std::string_view newGuid, KeyMeans means) = 0;
     virtual void RemoveEntries(std::string_view guid, KeyMeans means) = 0;
     virtual void AppendEntry(ResultEntry entry) = 0;
     /// Appends all of them or, when it fails, none.

@@ -20,6 +20,8 @@ struct ResultHandOver {
     /// key is, a failure has its entry.
     static bool AddError(ZorbFunctionResult& result, std::string_view guid, std::int32_t number,
                          std::string_view description, std::string_view source);
+    /// `ZorbFunctionResult::ChangeResultDataGUID` that compares the key as it stands.
+    static bool ChangeKey(ZorbFunctionResult& result, std::string_view oldGuid, std::string_view newGuid);
 };
 
 }  // namespace halvtiv

@@ -80,7 +80,7 @@ public:
 
     std::optional<std::string> LastRowIndex(std::string_view guid) const override {
         std::optional<std::string> index;
-        VisitEntries(guid, [&index](const Child& child) {
+        VisitEntries(guid, KeyMeans::ExpressionOrText, [&index](const Child& child) {
             if (!child.Rows().Empty()) index = child.Rows().LastIndex(child.entry.content);
             return index.has_value();
         });
@@ -91,7 +91,7 @@ public:
         char number[platform::kNumberTextSize];
         const std::string_view wanted = platform::IntegerText(index, number);
         std::optional<std::string> xml;
-        VisitEntries(guid, [&](const Child& child) {
+        VisitEntries(guid, KeyMeans::ExpressionOrText, [&](const Child& child) {
             if (const auto row = child.Row(wanted)) xml = *row;
             return xml.has_value();
         });
@@ -106,8 +106,8 @@ public:
         return xml.ToString();
     }
 
-    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        Child* const child = FirstEntryOf(oldGuid);
+    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid, KeyMeans means) override {
+        Child* const child = FirstEntryOf(oldGuid, means);
         if (child == nullptr) return false;
         std::string renamed(newGuid);
         selection_.reset();
@@ -131,11 +131,7 @@ public:
             removed.push_back(&child);
             return false;
         };
-        if (means == KeyMeans::Text) {
-            VisitEntriesOfText(guid, collect);
-        } else {
-            VisitEntries(guid, collect);
-        }
+        VisitEntries(guid, means, collect);
         if (removed.empty()) return;
         selection_.reset();
         for (Child* const child : removed) {
@@ -253,8 +249,8 @@ private:
 
     /// Visits the entries under a key, in document order, until `visit` answers true.
     template <typename Visit>
-    void VisitEntries(std::string_view guid, Visit&& visit) const {
-        if (!KeyExpression::Is(guid)) return VisitEntriesOfText(guid, visit);
+    void VisitEntries(std::string_view guid, KeyMeans means, Visit&& visit) const {
+        if (means == KeyMeans::Text || !KeyExpression::Is(guid)) return VisitEntriesOfText(guid, visit);
         for (Child* const child : SelectionOf(guid)) {
             if (visit(*child)) return;
         }
@@ -277,9 +273,9 @@ private:
         }
     }
 
-    Child* FirstEntryOf(std::string_view guid) const {
+    Child* FirstEntryOf(std::string_view guid, KeyMeans means = KeyMeans::ExpressionOrText) const {
         Child* first = nullptr;
-        VisitEntries(guid, [&first](Child& child) {
+        VisitEntries(guid, means, [&first](Child& child) {
             first = &child;
             return true;
         });

@@ -69,8 +69,8 @@ public:
         return MarkupOf(entry).ToString();
     }
 
-    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid) override {
-        pugi::xml_node entry = FindEntry(oldGuid);
+    bool RenameEntry(std::string_view oldGuid, std::string_view newGuid, KeyMeans means) override {
+        pugi::xml_node entry = FindEntry(oldGuid, means);
         if (!entry) return false;
         SetAttribute(entry, "guid", newGuid);
         return true;
@@ -165,27 +165,27 @@ private:
 
     /// The first node that `find` gives for an entry under the key.
     template <typename Find>
-    pugi::xml_node FirstOf(std::string_view guid, Find&& find) const {
+    pugi::xml_node FirstOf(std::string_view guid, KeyMeans means, Find&& find) const {
         pugi::xml_node found;
-        VisitEntries(guid, KeyMeans::ExpressionOrText, [&](const pugi::xml_node& entry) {
+        VisitEntries(guid, means, [&](const pugi::xml_node& entry) {
             found = find(entry);
             return static_cast<bool>(found);
         });
         return found;
     }
 
-    pugi::xml_node FindEntry(std::string_view guid) const {
-        return FirstOf(guid, [](const pugi::xml_node& entry) { return entry; });
+    pugi::xml_node FindEntry(std::string_view guid, KeyMeans means = KeyMeans::ExpressionOrText) const {
+        return FirstOf(guid, means, [](const pugi::xml_node& entry) { return entry; });
     }
 
     pugi::xml_node FindRow(std::string_view guid, const std::string& index) const {
-        return FirstOf(guid, [&index](const pugi::xml_node& entry) {
+        return FirstOf(guid, KeyMeans::ExpressionOrText, [&index](const pugi::xml_node& entry) {
             return entry.find_child_by_attribute("row", "index", index.c_str());
         });
     }
 
     pugi::xml_node LastRow(std::string_view guid) const {
-        return FirstOf(guid, [](const pugi::xml_node& entry) {
+        return FirstOf(guid, KeyMeans::ExpressionOrText, [](const pugi::xml_node& entry) {
             pugi::xml_node row = entry.last_child();
             while (row && !IsRow(row)) row = row.previous_sibling();
             return row;

@@ -70,6 +70,7 @@ bool BuiltIn_GetDataToExportFile(EngineState& engine, ZorbFunctionCall& call, Zo
                                                  tableName, dataFolder)) {
             ado::RecordsetState::EndBatch(exported);  // an exporter may keep the recordset
             result.RaiseLastError();
+            RaiseEngineError("Export failed.");  // the exporter's error has number 0, which is none
         }
         // What is left of the batch runs, unless the exporter has seen to it.
         if (recordset && recordset->State() == ado::adStateOpen) recordset->Close();

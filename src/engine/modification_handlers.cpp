@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "documents/call_inside.hpp"
+#include "documents/result_hand_over.hpp"
 #include "engine/built_in_functions.hpp"
 #include "engine/handler_steps.hpp"
 #include "foundation/guarded.hpp"
@@ -113,7 +114,8 @@ bool BuiltIn_ExecuteSQL(EngineState& engine, ZorbFunctionCall& call, ZorbFunctio
             recordset = SkipClosed(recordset->NextRecordset());
         }
         // The last one carries the call's own key.
-        if (!result.ChangeResultDataGUID(guid + "." + std::to_string(number), guid)) result.RaiseLastError();
+        if (!ResultHandOver::ChangeKey(result, guid + "." + std::to_string(number), guid))
+            result.RaiseLastError();
     });
 }
 

@@ -49,7 +49,8 @@ public:
 
     /// The query for the row that was read.
     std::string Fill(std::string query) const {
-        if (!placeholders_.Fill(query, FilledText::Sql, placeholders_.Longest(query.size()))) {
+        std::size_t room = placeholders_.Room(query.size());
+        if (!placeholders_.Fill(query, FilledText::Sql, room)) {
             RaiseEngineError("Child query too long after substitution.");
         }
         return query;

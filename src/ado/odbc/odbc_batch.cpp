@@ -104,8 +104,11 @@ std::optional<StatementResult> OdbcBatch::RunOrUndo(Purpose purpose) {
         }
         return result;
     } catch (...) {
-        if (isSavepoint && session_->InTransaction()) session_->RollbackToSavepoint(kLevel);
-        if (!isSavepoint) session_->Rollback();
+        try {
+            if (isSavepoint && session_->InTransaction()) session_->RollbackToSavepoint(kLevel);
+            if (!isSavepoint) session_->Rollback();
+        } catch (const ErrorInfo&) {  // NOLINT(bugprone-empty-catch): the first error is the one that counts
+        }
         throw;
     }
 }

@@ -113,6 +113,7 @@ void OdbcExecution::Prepare() {
     session_->MakeRoom(this);
     if (std::exchange(isPrepared_, true)) return;
     session_->Check(session_->PrepareText(statement_.Get(), text_), statement_.Get());
+    if (text_.find('?') != std::string::npos) session_->RefuseMarkers(statement_.Get());
 }
 
 std::optional<bool> OdbcExecution::PrepareAndTell() {

@@ -132,12 +132,13 @@ SQLRETURN OdbcSession::PrepareText(SQLHSTMT statement, std::string_view text) {
 void OdbcSession::RefuseMarkers(std::string_view text) {
     if (text.find('?') == std::string_view::npos) return;
     const auto probe = NewStatement();
+    if (SQL_SUCCEEDED(PrepareText(probe.Get(), text))) RefuseMarkers(probe.Get());
+}
+
+void OdbcSession::RefuseMarkers(SQLHSTMT prepared) {
     SQLSMALLINT markers = 0;
-    const bool isCounted =
-        SQL_SUCCEEDED(PrepareText(probe.Get(), text)) && SQL_SUCCEEDED(SQLNumParams(probe.Get(), &markers));
-    if (isCounted && markers > 0) {
-        throw MakeProviderError(AdoError::SqlError, UnboundMarker("?"), traits_.databaseName);
-    }
+    if (!SQL_SUCCEEDED(SQLNumParams(prepared, &markers)) || markers == 0) return;
+    throw MakeProviderError(AdoError::SqlError, UnboundMarker("?"), traits_.databaseName);
 }
 
 SQLRETURN OdbcSession::ExecuteText(SQLHSTMT statement, std::string_view text) {

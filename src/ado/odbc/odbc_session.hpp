@@ -61,6 +61,8 @@ public:
     /// A statement handle with the command time-out. Raises when the session cannot be used.
     OdbcHandle NewStatement();
     SQLRETURN PrepareText(SQLHSTMT statement, std::string_view text);
+    /// Raises for a prepared statement with bind markers, which nothing binds.
+    void RefuseMarkers(SQLHSTMT prepared);
     /// Refuses a text with bind markers before it runs.
     SQLRETURN ExecuteText(SQLHSTMT statement, std::string_view text);
     /// Makes a call that waits for the database, so that it can be cancelled.

@@ -332,8 +332,9 @@ void PostgresqlLink::RaiseFailure(const PGresult* failed) {
     if (const auto hint = FieldOf(failed, PG_DIAG_MESSAGE_HINT); !hint.empty()) words += "\nHint: " + hint;
     DrainOrDrop();
     auto kind = KindOfSqlState(lastState_);
-    if (lastState_ == "08P01" && PQstatus(connection_.get()) == CONNECTION_OK) {
-        // The parameters that are bound here are always as many as their markers.
+    // Other protocol violations, a pooler's for example, keep their words.
+    const bool isUnbound = lastState_ == "08P01" && words.find("bind message") != std::string::npos;
+    if (isUnbound && PQstatus(connection_.get()) == CONNECTION_OK) {
         words = UnboundMarker("$1");
         kind = AdoError::SqlError;
     }
