@@ -177,13 +177,20 @@ TEST_F(DurabilityTest, AFullDiskLeavesWhatWasThere) {
         Run("setbinarydata", {{"sql", "select * from t where id = 1"}, {"colname", "b"}, {"filename", big}}),
         kDone);
     const std::string out = folder_.PathOf("out");
+    test::WriteFile(out, "old");
+    test::WriteFile(folder_.PathOf("b.000001"), "old");
     std::string failed;
     {
         const FileSizeLimit limit(5 << 20);
         failed = Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", out}});
+        EXPECT_THAT(
+            Run("getdata", {{"sql", "select b from t where id = 1"}, {"datafolder", folder_.PathOf("")}}),
+            HasSubstr("b=b.000001(error)"));
     }
     EXPECT_THAT(failed, HasSubstr("K error[number="));
-    EXPECT_EQ(test::ReadFile(out), "");
+    EXPECT_EQ(test::ReadFile(out), "old");
+    EXPECT_EQ(test::ReadFile(folder_.PathOf("b.000001")), "old");
+    std::filesystem::remove(folder_.PathOf("b.000001"));
     EXPECT_THAT(folder_.FilesIn(), ElementsAre("big", "data.db", "out"));
     EXPECT_EQ(Run("getbinarydata", {{"sql", "t"}, {"colname", "b"}, {"filename", out}}), kDone);
     EXPECT_EQ(std::filesystem::file_size(out), std::uintmax_t{9} << 20);

@@ -42,6 +42,10 @@ std::int32_t Recordset::State() {
     return state_ && state_->IsOpen() ? adStateOpen : adStateClosed;
 }
 
+void Recordset::RequireOtherFile(std::string_view path) const {
+    if (state_) state_->RequireOtherFile(path);
+}
+
 bool Recordset::IsBOF() {
     return Require(state_).HasNoRows();
 }
