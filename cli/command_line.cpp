@@ -7,6 +7,7 @@
 
 #include "command_error.hpp"
 #include "help_text.hpp"
+#include "platform/keywords.hpp"
 
 namespace halvtiv::cli {
 namespace {
@@ -114,12 +115,17 @@ void AddEndOptions(CLI::App& app, const std::string& what, ConnectionOptions& en
         ->group("Databases");
 }
 
+void AddStrict(CLI::App& app, Options& options) {
+    app.add_flag("--strict", options.strict, "Refuse values for columns that are not there");
+}
+
 void AddRun(CLI::App& app, Options& options, Commands& commands) {
     CLI::App& run = *app.add_subcommand("run", std::string(kRunDescription));
     commands.run = &run;
     SetHelp(run, kRunUsage, kRunFooter);
     run.allow_extras();
     run.add_option("REQUEST", commands.words, "The request's file, or - for standard input")->type_name("");
+    AddStrict(run, options);
     AddSharedOptions(run, options);
 }
 
@@ -136,6 +142,7 @@ void AddCall(CLI::App& app, Options& options, Commands& commands) {
                           "COLUMN=VALUE");
     commands.setFile =
         addSet("--set-file", "A file whose content is the value (may be given several times)", "COLUMN=PATH");
+    AddStrict(call, options);
     AddSharedOptions(call, options);
 }
 
@@ -201,7 +208,7 @@ void RaiseUsage(const std::string& message) {
 }
 
 void RaiseNotUnderstood(const std::string& word) {
-    RaiseUsage("Not understood: " + word.substr(0, word.find_first_of("=;")));
+    RaiseUsage("Not understood: " + platform::Shown(word.substr(0, word.find_first_of("=;"))));
 }
 
 }  // namespace halvtiv::cli

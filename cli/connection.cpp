@@ -5,7 +5,9 @@
 #include <halvtiv/error_info.hpp>
 
 #include "command_error.hpp"
+#include "command_line.hpp"
 #include "platform/files.hpp"
+#include "platform/keywords.hpp"
 #include "platform/text.hpp"
 
 namespace halvtiv::cli {
@@ -78,8 +80,8 @@ std::string TakeValue(std::string_view& rest) {
     return value;
 }
 
-/// What the string says for a key, as the data-access layer reads it: the last pair of a key counts, empty
-/// pairs do not.
+/// What the string says for a key, as the data-access layer reads it: blanks and underscores in keys do not
+/// count, the last pair of a key counts, empty pairs do not.
 std::string ValueOf(std::string_view rest, std::string_view wanted) {
     std::string found;
     while (!rest.empty()) {
@@ -90,7 +92,7 @@ std::string ValueOf(std::string_view rest, std::string_view wanted) {
         rest.remove_prefix(keyEnd + 1);
         if (!isPair) continue;
         std::string value = TakeValue(rest);
-        if (platform::EqualIgnoringCase(key, wanted)) found = std::move(value);
+        if (platform::NormalKeyword(key) == wanted) found = std::move(value);
     }
     return found;
 }
@@ -137,10 +139,6 @@ std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionO
             throw CommandError(ExitStatus::NotRun, names.missing);
         }
         if (names.takesPaths && IsPath(connectionString)) file = connectionString;
-        // By these keys drivers find their files.
-        for (const char* key : {"data source", "database", "dbq"}) {
-            RefuseAsOutput(output, ValueOf(connectionString, key));
-        }
     }
     if (file) RefuseAsOutput(output, *file);
     ado::ConnectionPtr connection;
@@ -155,6 +153,13 @@ std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionO
         connection = engine.SetDatabaseConnectionString(WithPassword(connectionString, password));
     }
     if (!connection) throw CommandError(ExitStatus::NotRun, engine.GetLastError());
+    if (output) {
+        try {
+            connection->RequireOtherFile(*output);
+        } catch (const ErrorInfo&) {
+            RaiseUsage("-o names a file that is read.");
+        }
+    }
     return makesFile ? file : std::nullopt;
 }
 

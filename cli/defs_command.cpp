@@ -11,6 +11,7 @@
 #include "display_width.hpp"
 #include "output.hpp"
 #include "platform/files.hpp"
+#include "platform/keywords.hpp"
 #include "platform/text.hpp"
 #include "platform/text_buffer.hpp"
 #include "platform/xml_reader.hpp"
@@ -143,7 +144,7 @@ LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& pat
     LoadReport report;
     try {
         if (!platform::DecodeXmlFileBytes(platform::ReadWholeFile(path), report.xml)) {
-            report.text = path + ": The file is not in the encoding that it declares.";
+            report.text = platform::Shown(path) + ": The file is not in the encoding that it declares.";
             return report;
         }
     } catch (const ErrorInfo& error) {
@@ -154,7 +155,7 @@ LoadReport LoadDefinitionFile(ZorbDbAccessEngine& engine, const std::string& pat
     report.loaded = platform::StreamExists(path) ? engine.LoadFunctionDefsXml(report.xml, report.text)
                                                  : engine.LoadFunctionDefs(path, report.text);
     if (!report.loaded) {
-        report.text = path + ": " + engine.GetLastError();
+        report.text = platform::Shown(path) + ": " + engine.GetLastError();
         return report;
     }
     report.failed = FailureCount(report.text);

@@ -9,6 +9,7 @@
 
 #include "command_error.hpp"
 #include "defs_command.hpp"
+#include "platform/keywords.hpp"
 #include "platform/text.hpp"
 #include "platform/xml_reader.hpp"
 
@@ -58,7 +59,7 @@ std::string ExportTypeFor(const std::string& file) {
     }
     throw CommandError(
         ExitStatus::NotRun,
-        "Cannot tell a format from the name " + file +
+        "Cannot tell a format from the name " + platform::Shown(file) +
             ": it is to end in .csv, .tsv, .tab, .xlsx, .jsonl, .ndjson, .sqlite, .sqlite3 or .db.");
 }
 

@@ -120,8 +120,7 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
 
 /// Whether `--output` names that file, which may be missing yet.
 bool IsOutput(const std::optional<std::string>& output, const std::string& file) {
-    if (!output || file.empty()) return false;
-    return platform::NativePath(*output) == platform::NativePath(file) || platform::IsSameFile(*output, file);
+    return output && platform::WritesFile(*output, file);
 }
 
 /// Raises where the output would replace a file that the command reads; the database is looked at when it is

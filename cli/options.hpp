@@ -49,6 +49,7 @@ struct Options {
     std::vector<std::string> definitionFiles;  ///< of `--defs`
     std::optional<std::string> output;
     std::optional<Format> format;
+    bool strict = false;  ///< run, call: refuse data items that name no column
 
     std::string request;   ///< run, export: a path, "-" for standard input
     std::string function;  ///< call, and export without a request

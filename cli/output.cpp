@@ -4,6 +4,7 @@
 
 #include "command_error.hpp"
 #include "platform/files.hpp"
+#include "platform/keywords.hpp"
 #include "platform/streams.hpp"
 
 namespace halvtiv::cli {
@@ -17,12 +18,14 @@ Output::Output(const std::optional<std::string>& path) {
     pending_.reserve(kBlockSize);
     if (!path) return;
     if (platform::FolderExists(*path)) {
-        throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": it is a folder.");
+        throw CommandError(ExitStatus::NotRun,
+                           "Cannot write " + platform::Shown(*path) + ": it is a folder.");
     }
     try {
-        file_ = std::make_unique<platform::OutputFile>(*path);
+        file_ = std::make_unique<OutputFile>(*path);
     } catch (const ErrorInfo& error) {
-        throw CommandError(ExitStatus::NotRun, "Cannot write " + *path + ": " + error.Description);
+        throw CommandError(ExitStatus::NotRun,
+                           "Cannot write " + platform::Shown(*path) + ": " + error.Description);
     }
 }
 

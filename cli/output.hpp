@@ -1,11 +1,10 @@
 #pragma once
 
+#include <halvtiv/output_file.hpp>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "platform/output_file.hpp"
 
 namespace halvtiv::cli {
 
@@ -30,7 +29,7 @@ private:
     void Flush();
 
     std::string pending_;
-    std::unique_ptr<platform::OutputFile> file_;  ///< null: standard output
+    std::unique_ptr<OutputFile> file_;  ///< null: standard output
 };
 
 }  // namespace halvtiv::cli

@@ -11,6 +11,7 @@
 #include "output.hpp"
 #include "platform/files.hpp"
 #include "platform/interrupt.hpp"
+#include "platform/keywords.hpp"
 #include "platform/streams.hpp"
 #include "platform/xml_reader.hpp"
 #include "progress.hpp"
@@ -60,7 +61,7 @@ bool LoadDefinitions(ZorbDbAccessEngine& engine, const std::vector<std::string>&
         const LoadReport report = LoadDefinitionFile(engine, file);
         if (!report.loaded) throw CommandError(ExitStatus::NotRun, report.text);
         if (report.failed > 0) {
-            std::cerr << file << ": " << report.text;
+            std::cerr << platform::Shown(file) << ": " << report.text;
             complete = false;
         }
         if (exported != nullptr) exported->TakeDefinitions(engine, report.xml);
@@ -78,6 +79,37 @@ bool FirstCallCompiles(ZorbDbAccessEngine& engine, const std::string& transactio
     if (!first || !first->Save(callXml)) return true;
     engine.DisConnect();
     return engine.RunFunction(callXml, ignored);
+}
+
+/// The texts of the function calls in a request.
+std::vector<std::string> CallsIn(const std::string& requestXml, const RequestShape& shape) {
+    if (!shape.isTransaction) return {requestXml};
+    std::vector<std::string> calls;
+    ZorbTransactionCall transaction;
+    transaction.Parse(requestXml);
+    for (std::int32_t index = 1; index <= transaction.FunctionCount(); ++index) {
+        const ZorbFunctionCallPtr call = transaction.GetFunction(index);
+        if (std::string xml; call && call->Save(xml)) calls.push_back(std::move(xml));
+    }
+    return calls;
+}
+
+/// Says which data items the engine is going to pass over; raises `CommandError` (not run) for them where
+/// `--strict` is given. A call whose table an earlier call makes is left alone.
+void ReportUnusedItems(ZorbDbAccessEngine& engine, const Options& options, const std::string& requestXml,
+                       const RequestShape& shape) {
+    std::string report;
+    for (const std::string& call : CallsIn(requestXml, shape)) {
+        std::vector<UnusedItem> items;
+        if (!engine.FindUnusedItems(call, items)) continue;
+        for (const UnusedItem& item : items) {
+            report += "The item \"" + item.Name + "\" names no column that is written";
+            report += item.Nearest.empty() ? ".\n" : "; did you mean \"" + item.Nearest + "\"?\n";
+        }
+    }
+    if (report.empty()) return;
+    if (options.strict) throw CommandError(ExitStatus::NotRun, report);
+    std::cerr << report;
 }
 
 /// What the engine made of a request.
@@ -115,6 +147,7 @@ ExitStatus Run(const Options& options, const std::string& requestXml, ExportedFu
     bool isGood = LoadDefinitions(engine, options.definitionFiles, exported);
     // What cannot be read is left to the engine, which says why, without opening a database for it.
     if (shape.isXml) Connect(engine, options.connection, options.output);
+    if (shape.isXml) ReportUnusedItems(engine, options, requestXml, shape);
     if (exported != nullptr) exported->RequireExportable(engine.GetDatabaseConnection()->DatabaseName());
 
     const auto [isDone, resultXml, reason, isInterrupted] = RunRequest(engine, requestXml, shape);

@@ -11,6 +11,7 @@ pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)  # letter case,
 
 if(HALVTIV_BUILD_EXPORTERS)
     pkg_check_modules(xlsxwriter REQUIRED IMPORTED_TARGET xlsxwriter)  # spreadsheets
+    find_package(ZLIB REQUIRED)  # reads finished spreadsheets once more
 endif()
 if(HALVTIV_BUILD_CLI)
     find_package(CLI11 REQUIRED)

@@ -6,7 +6,7 @@
 #include <halvtiv_exporters/exporters.hpp>
 
 #include "exporter_base.hpp"
-#include "target_file.hpp"
+#include "file_writer.hpp"
 #include "utf8.hpp"
 
 namespace halvtiv::exporters {
@@ -24,7 +24,8 @@ bool HasTabExtension(const std::string& fileName) {
 /// Writes fields with their separators and lines.
 class CsvFile {
 public:
-    CsvFile(const std::string& fileName, char separator) : file_(fileName), separator_(separator) {}
+    CsvFile(const ExportTask& task, char separator)
+        : file_(task.fileName, task.rows), separator_(separator) {}
 
     void Field(std::string_view text, bool isNull) {
         if (text.size() > kCopied) {
@@ -134,7 +135,7 @@ public:
 
 protected:
     std::int64_t Write(ExportTask& task) override {
-        CsvFile file(task.fileName, withTabs_ || HasTabExtension(task.fileName) ? '\t' : ',');
+        CsvFile file(task, withTabs_ || HasTabExtension(task.fileName) ? '\t' : ',');
         for (const SourceColumn& column : task.columns) file.Field(column.name, false);
         file.EndLine(false);
         const bool isSingle = task.columns.size() == 1;
@@ -143,7 +144,7 @@ protected:
             for (const SourceColumn& column : task.columns) {
                 if (column.kind == ColumnKind::Bytes) {
                     isNull = column.field->IsNull();
-                    file.Field(isNull ? std::string() : BinaryCell(column, row, task.dataFolder), isNull);
+                    file.Field(isNull ? std::string() : BinaryCell(task, column, row), isNull);
                     continue;
                 }
                 const std::string_view text = column.field->Text();

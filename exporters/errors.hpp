@@ -26,8 +26,8 @@ enum class ErrorNumber : std::int32_t {
 
 [[noreturn]] void Raise(ErrorNumber number, std::string description);
 
-/// Raises what an `errno` value says of a file.
-[[noreturn]] void RaiseFileError(int error, std::string_view path);
+/// Raises 75 for a path where no such file can be.
+[[noreturn]] void RaisePathAccess(std::string_view path);
 
 /// The exception being handled, whatever its type.
 ErrorInfo CurrentError();

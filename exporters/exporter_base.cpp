@@ -5,10 +5,31 @@
 #include <utility>
 
 #include <halvtiv/data_types.hpp>
+#include <halvtiv/output_file.hpp>
 
 #include "errors.hpp"
 
 namespace halvtiv::exporters {
+
+std::string BinaryCell(const ExportTask& task, const SourceColumn& column, std::int64_t row) {
+    constexpr std::size_t kDigits = 6;
+    constexpr std::int64_t kPiece = std::int64_t{64} * 1024;
+    if (task.dataFolder.empty()) return "(skipped)";
+    std::string number = std::to_string(row);
+    if (number.size() < kDigits) number.insert(0, kDigits - number.size(), '0');
+    std::string name = column.name + "." + number;
+    if (name.find_first_of(std::string_view("/\\\0", 3)) != std::string::npos) RaisePathAccess(name);
+    const std::string path = task.dataFolder + name;
+    task.rows.RequireOtherFile(path);
+    OutputFile file(path);
+    for (;;) {
+        const ado::Bytes piece = column.field->GetChunk(kPiece);
+        if (piece.empty()) break;
+        file.Write({reinterpret_cast<const char*>(piece.data()), piece.size()});
+    }
+    file.Commit();
+    return name;
+}
 
 std::string ExporterBase::GetLastError() {
     if (!lastError_) return {};

@@ -32,6 +32,11 @@ struct ExportTask {
     std::int64_t expectedRows;  ///< -1 when unknown
 };
 
+/// What stands for a binary value that is not null, of row `row` from 1: the name of the file in the data
+/// folder to which it is written, "(skipped)" where there is no folder. Raises 75 for a name that leads out
+/// of the folder or to a file of the database that the rows come from.
+std::string BinaryCell(const ExportTask& task, const SourceColumn& column, std::int64_t row);
+
 /// What all exporters share: they differ in how a task is written.
 class ExporterBase : public IZorbDataExporter {
 public:

@@ -4,7 +4,7 @@
 #include <halvtiv_exporters/exporters.hpp>
 
 #include "exporter_base.hpp"
-#include "target_file.hpp"
+#include "file_writer.hpp"
 #include "utf8.hpp"
 
 namespace halvtiv::exporters {
@@ -129,7 +129,7 @@ public:
 
 protected:
     std::int64_t Write(ExportTask& task) override {
-        FileWriter file(task.fileName);
+        FileWriter file(task.fileName, task.rows);
         const std::vector<std::string> names = DistinctNames(task.columns, NameCase::Counts);
         const std::int64_t rows = ForEachRow(task, [&](std::int64_t /*row*/) {
             for (std::size_t index = 0; index < names.size(); ++index) {

@@ -1,11 +1,8 @@
 #include "source_columns.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <set>
 
-#include "errors.hpp"
-#include "target_file.hpp"
 #include "utf8.hpp"
 
 namespace halvtiv::exporters {
@@ -96,24 +93,6 @@ std::size_t SignificantDigits(std::string_view number) {
     }
     const bool hasDigit = number.size() > (hasPoint ? 1U : 0U);
     return digits == 0 && hasDigit ? 1 : digits;
-}
-
-std::string BinaryCell(const SourceColumn& column, std::int64_t row, const std::string& dataFolder) {
-    constexpr std::size_t kDigits = 6;
-    constexpr std::int64_t kPiece = std::int64_t{64} * 1024;
-    if (dataFolder.empty()) return "(skipped)";
-    std::string number = std::to_string(row);
-    if (number.size() < kDigits) number.insert(0, kDigits - number.size(), '0');
-    std::string name = column.name + "." + number;
-    if (name.find_first_of(std::string_view("/\\\0", 3)) != std::string::npos) RaiseFileError(EINVAL, name);
-    FileWriter file(dataFolder + name);
-    for (;;) {
-        const ado::Bytes piece = column.field->GetChunk(kPiece);
-        if (piece.empty()) break;
-        file.Append({reinterpret_cast<const char*>(piece.data()), piece.size()});
-    }
-    file.Commit();
-    return name;
 }
 
 }  // namespace halvtiv::exporters

@@ -32,9 +32,4 @@ std::string AsciiLower(std::string_view text);
 /// How many digits of a plain decimal number count: "-0012.50" has 4. 0 for a text of another form.
 std::size_t SignificantDigits(std::string_view number);
 
-/// What stands for a binary value that is not null, of row `row` from 1: the name of the file in dataFolder
-/// to which it is written, "(skipped)" where that is empty. Raises 75 for a name that leads out of the
-/// folder.
-std::string BinaryCell(const SourceColumn& column, std::int64_t row, const std::string& dataFolder);
-
 }  // namespace halvtiv::exporters

@@ -1,7 +1,7 @@
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -9,13 +9,13 @@
 #include <optional>
 
 #include <halvtiv/data_types.hpp>
+#include <halvtiv/output_file.hpp>
 
 #include <halvtiv_exporters/exporters.hpp>
 
 #include "errors.hpp"
 #include "exporter_base.hpp"
 #include "sqlite_database.hpp"
-#include "target_file.hpp"
 
 namespace halvtiv::exporters {
 
@@ -209,31 +209,39 @@ public:
 protected:
     std::int64_t Write(ExportTask& task) override {
         const std::string path = NativePath(task.fileName);
-        if (path.find('\0') != std::string::npos) RaiseFileError(EINVAL, {});
+        if (path.find('\0') != std::string::npos) RaisePathAccess({});
         std::error_code ignored;
-        if (std::filesystem::exists(path, ignored)) {
+        const bool exists = std::filesystem::exists(path, ignored);
+        const bool isJournal = std::any_of(kJournals.begin(), kJournals.end(),
+                                           [&path](const char* ending) { return path.ends_with(ending); });
+        // Rows may go into the database that they come from.
+        if (!exists || isJournal) task.rows.RequireOtherFile(path);
+        if (exists) {
             SqliteDatabase database(path);
             return Fill(database, task);
         }
-        TargetFile target(task.fileName);
-        SqliteDatabase database(target.Path().string());
+        OutputFile target(path);
+        if (target.TemporaryPath().empty()) RaisePathAccess(path);
+        SqliteDatabase database(target.TemporaryPath());
         database.Run("pragma journal_mode = off");  // what fails half-way is not kept
         const std::int64_t rows = Fill(database, task);
         database.Close();
-        target.RequireNew();  // whose journal may be in use
-        RemoveJournals(target.Target());
+        // Where the file has come to stand there meanwhile, its journal may be in use.
+        if (!std::filesystem::exists(target.TargetPath(), ignored)) RemoveJournals(target.TargetPath());
         target.CommitAsNew();
         return rows;
     }
 
 private:
+    static constexpr std::array<const char*, 3> kJournals{"-journal", "-wal", "-shm"};
+
     /// What an earlier database of that name, gone since, has left beside it would be played back into this
     /// one.
-    static void RemoveJournals(const std::filesystem::path& file) {
-        for (const char* const ending : {"-journal", "-wal", "-shm"}) {
+    static void RemoveJournals(const std::string& file) {
+        for (const char* const ending : kJournals) {
             std::error_code error;
-            std::filesystem::remove(file.string() + ending, error);
-            if (error) RaiseFileError(error.value(), file.string() + ending);
+            std::filesystem::remove(file + ending, error);
+            if (error) Raise(ErrorNumber::PathAccess, error.message() + " (" + file + ending + ")");
         }
     }
 

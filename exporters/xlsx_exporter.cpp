@@ -1,22 +1,26 @@
+#include <fcntl.h>
 #include <locale.h>
 #include <xlsxwriter.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
+
+#include <halvtiv/output_file.hpp>
 
 #include <halvtiv_exporters/exporters.hpp>
 
 #include "errors.hpp"
 #include "exporter_base.hpp"
 #include "spreadsheet_values.hpp"
-#include "target_file.hpp"
 #include "utf8.hpp"
-#include "zip_member.hpp"
+#include "workbook_check.hpp"
 
 namespace halvtiv::exporters {
 
@@ -54,17 +58,27 @@ private:
 };
 
 [[noreturn]] void RaiseWorkbookError(lxw_error error, int systemError, const std::string& name) {
-    if (error == LXW_ERROR_MEMORY_MALLOC_FAILED) throw std::bad_alloc();
-    if (systemError != 0) RaiseFileError(systemError, name);
+    if (error == LXW_ERROR_MEMORY_MALLOC_FAILED || systemError == ENOMEM) throw std::bad_alloc();
+    if (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG) {
+        Raise(ErrorNumber::DiskFull, "Disk full. (" + name + ")");
+    }
     Raise(ErrorNumber::DeviceIo, std::string(lxw_strerror(error)) + " (" + name + ")");
+}
+
+/// What the library could not make for want of memory is null.
+template <typename Made>
+Made* RequireMade(Made* made) {
+    if (made == nullptr) throw std::bad_alloc();
+    return made;
 }
 
 /// The workbook's one sheet, row by row.
 class Sheet {
 public:
-    Sheet(const TargetFile& target, const std::string& name, const std::vector<SourceColumn>& columns)
-        : name_(target.Name()), path_(target.Path().string()), widths_(columns.size(), 0) {
-        std::string folder = target.Path().parent_path().string();
+    Sheet(const OutputFile& target, const std::string& name, const std::vector<SourceColumn>& columns)
+        : name_(target.Path()), path_(target.TemporaryPath()), widths_(columns.size(), 0) {
+        std::string folder = std::filesystem::path(path_).parent_path().string();
+        if (folder.empty()) folder = ".";
         lxw_workbook_options options{};
         options.constant_memory = LXW_TRUE;
         options.tmpdir = folder.data();  // where there is room for the file there may be for its parts
@@ -73,12 +87,13 @@ public:
         errno = 0;
         sheet_ = workbook_add_worksheet(book_.get(), name.c_str());
         if (sheet_ == nullptr) RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_);
+        ::fcntl(::fileno(sheet_->optimize_tmpfile), F_SETFD, FD_CLOEXEC);
         dateFormat_ = NewFormat("yyyy-mm-dd");
         timeFormat_ = NewFormat("hh:mm:ss");
         bothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss");
         finerTimeFormat_ = NewFormat("hh:mm:ss.000");
         finerBothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss.000");
-        lxw_format* const bold = workbook_add_format(book_.get());
+        lxw_format* const bold = RequireMade(workbook_add_format(book_.get()));
         format_set_bold(bold);
         worksheet_freeze_panes(sheet_, 1, 0);
         for (std::size_t index = 0; index < columns.size(); ++index) {
@@ -86,10 +101,9 @@ public:
         }
     }
 
-    void Cell(std::int64_t row, std::size_t column, const SourceColumn& source,
-              const std::string& dataFolder) {
+    void Cell(std::int64_t row, std::size_t column, const SourceColumn& source, const ExportTask& task) {
         if (source.kind == ColumnKind::Bytes) {
-            if (!source.field->IsNull()) Text(row, column, BinaryCell(source, row, dataFolder), source);
+            if (!source.field->IsNull()) Text(row, column, BinaryCell(task, source, row), source);
             return;
         }
         const std::string_view text = source.field->Text();
@@ -103,20 +117,16 @@ public:
             constexpr std::size_t kWide = 60;
             const auto at = static_cast<lxw_col_t>(column);
             const auto width = static_cast<double>(std::clamp(widths_[column], kNarrow, kWide) + 1);
-            worksheet_set_column(sheet_, at, at, width, nullptr);
+            Check(worksheet_set_column(sheet_, at, at, width, nullptr));
         }
-        // A part that does not fit on the disk is not noticed by itself.
-        if (std::fflush(sheet_->optimize_tmpfile) != 0 || std::ferror(sheet_->optimize_tmpfile) != 0) {
-            RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_);
-        }
-        const auto rowsSize = static_cast<std::uint64_t>(std::max(std::ftell(sheet_->optimize_tmpfile), 0L));
+        const SheetContent written = WrittenRows();
         constexpr std::uint64_t kMostInPlainZip = 0xF0000000U;
-        book_->options.use_zip64 = rowsSize > kMostInPlainZip ? LXW_TRUE : LXW_FALSE;
+        book_->options.use_zip64 = written.size > kMostInPlainZip ? LXW_TRUE : LXW_FALSE;
         errno = 0;
         if (const lxw_error error = workbook_close(book_.release()); error != LXW_NO_ERROR) {
             RaiseWorkbookError(error, errno, name_);
         }
-        if (ZipMemberSize(path_, "xl/worksheets/sheet1.xml") < rowsSize) RaiseFileError(ENOSPC, name_);
+        RequireWholeWorkbook(path_, written, name_);
     }
 
 private:
@@ -132,8 +142,27 @@ private:
         }
     };
 
+    /// The rows in the file that the library keeps them in, all but the last. A write that has failed once
+    /// is known by the file's error mark.
+    SheetContent WrittenRows() {
+        std::FILE* const file = sheet_->optimize_tmpfile;
+        errno = 0;
+        SheetContent written = written_;
+        written.columns = widths_.size();
+        if (std::fflush(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) RaiseRowsLost();
+        std::array<char, 64 * 1024> piece;
+        while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), file)) {
+            written.size += count;
+            written.checksum = static_cast<std::uint32_t>(::crc32(
+                written.checksum, reinterpret_cast<const Bytef*>(piece.data()), static_cast<uInt>(count)));
+        }
+        if (std::fseek(file, 0, SEEK_END) != 0 || std::ferror(file) != 0) RaiseRowsLost();
+        return written;
+    }
+    [[noreturn]] void RaiseRowsLost() const { RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_); }
+
     lxw_format* NewFormat(const char* pattern) {
-        lxw_format* const format = workbook_add_format(book_.get());
+        lxw_format* const format = RequireMade(workbook_add_format(book_.get()));
         format_set_num_format(format, pattern);
         return format;
     }
@@ -150,10 +179,16 @@ private:
     void Check(lxw_error error) const {
         if (error != LXW_NO_ERROR) RaiseWorkbookError(error, 0, name_);
     }
+    void CheckCell(lxw_error error, const lxw_format* format = nullptr) {
+        Check(error);
+        ++written_.cells;
+        if (format != nullptr) ++written_.formattedCells;
+    }
 
     void Number(std::int64_t row, std::size_t column, double value, lxw_format* format = nullptr) {
-        Check(worksheet_write_number(sheet_, static_cast<lxw_row_t>(row), static_cast<lxw_col_t>(column),
-                                     value, format));
+        CheckCell(worksheet_write_number(sheet_, static_cast<lxw_row_t>(row), static_cast<lxw_col_t>(column),
+                                         value, format),
+                  format);
     }
 
     void Text(std::int64_t row, std::size_t column, std::string_view text, const SourceColumn& source,
@@ -167,7 +202,7 @@ private:
                                                        static_cast<lxw_col_t>(column), text_.c_str(), format);
         // Escapes count, too.
         if (error == LXW_ERROR_MAX_STRING_LENGTH_EXCEEDED) RaiseTooLong(row, source);
-        Check(error);
+        CheckCell(error, format);
     }
 
     /// Writes a value as what its column holds; false when a cell cannot hold it as that.
@@ -182,9 +217,9 @@ private:
             case ColumnKind::Boolean:
                 if (text != "True" && text != "False") return false;
                 Measure(row, column, text);
-                Check(worksheet_write_boolean(sheet_, static_cast<lxw_row_t>(row),
-                                              static_cast<lxw_col_t>(column), text == "True" ? 1 : 0,
-                                              nullptr));
+                CheckCell(worksheet_write_boolean(sheet_, static_cast<lxw_row_t>(row),
+                                                  static_cast<lxw_col_t>(column), text == "True" ? 1 : 0,
+                                                  nullptr));
                 return true;
             default:
                 return Date(row, column, *source.field);
@@ -223,6 +258,7 @@ private:
 
     std::string name_;
     std::string path_;
+    SheetContent written_;
     std::vector<std::size_t> widths_;
     std::unique_ptr<lxw_workbook, FreeBook> book_;
     lxw_worksheet* sheet_ = nullptr;
@@ -245,14 +281,15 @@ protected:
                   "A sheet can hold 16,384 columns; there are " + std::to_string(task.columns.size()) + ".");
         }
         RequireRoom(task.expectedRows);
-        TargetFile target(task.fileName);
-        if (target.IsStraight()) RaiseFileError(EINVAL, target.Name());
+        task.rows.RequireOtherFile(task.fileName);
+        OutputFile target(task.fileName);
+        if (target.TemporaryPath().empty()) RaisePathAccess(target.Path());
         const PointLocale locale;
         Sheet sheet(target, SheetName(task.tableName), task.columns);
         const std::int64_t rows = ForEachRow(task, [&](std::int64_t row) {
             RequireRoom(row);
             for (std::size_t column = 0; column < task.columns.size(); ++column) {
-                sheet.Cell(row, column, task.columns[column], task.dataFolder);
+                sheet.Cell(row, column, task.columns[column], task);
             }
         });
         sheet.Finish();

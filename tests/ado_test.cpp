@@ -256,7 +256,8 @@ TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     EXPECT_EQ(openError("Provider=SQLite;Data Source=" + folder.PathOf("")).Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite").Number, -2147467259);
     EXPECT_EQ(openError("Provider=SQLite;Data Source=file::memory:").Number, -2147467259);
-    for (const char* name : {"no/such/folder.db Password=secret-77", "new.db pwd = secret-77"}) {
+    for (const char* name : {"no/such/folder.db Password=secret-77", "new.db pwd = secret-77",
+                             "new.db Passwd=secret-77", "no/me:secret-77@host", "no/x pass=secret-77"}) {
         const auto forgotten = openError("Provider=SQLite;Create=1;Data Source=" + folder.PathOf(name));
         EXPECT_EQ(forgotten.Number, -2147467259) << name;
         EXPECT_EQ(forgotten.Description.find("secret-77"), std::string::npos) << forgotten.Description;
@@ -275,9 +276,13 @@ TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     jet.Open("provider=microsoft.jet.oledb.4.0;DATA SOURCE='" + folder.PathOf("data.db") + "'", "Admin",
              "secret");
     EXPECT_EQ(NumberOf([&] { jet.Open("Provider=SQLite;Data Source=:memory:"); }), -2146824583);
-    const auto readOnly = Connect(";Read Only=1");
-    EXPECT_EQ(ErrorOf([&] { readOnly->Execute("create table x (n)"); }).Description,
-              "attempt to write a readonly database");
+    for (const char* keyword : {";Read Only=1", ";ReadOnly=yes", ";read_only=On", ";Mode=Read"}) {
+        EXPECT_EQ(ErrorOf([&] { Connect(keyword)->Execute("create table x (n)"); }).Description,
+                  "attempt to write a readonly database");
+    }
+    for (const char* keyword : {";Read Only=perhaps", ";Mode=Share Exclusive", ";Extended Properties=Text"}) {
+        EXPECT_EQ(NumberOf([&] { Connect(keyword); }), -2147467259) << keyword;
+    }
 }
 
 TEST(TableName, OnlyABareNameIsATable) {
@@ -299,6 +304,11 @@ TEST(ConnectionParametersTest, ReadsQuotesCaseAndRepeatedKeys) {
     EXPECT_EQ(parameters.Find("empty"), "");
     EXPECT_EQ(parameters.Find("other"), std::nullopt);
     EXPECT_EQ(parameters.Get("last"), "=");
+    const ConnectionParameters braces("a={x};b={;c={}};d={ }} }x;e={y}");
+    EXPECT_EQ(braces.Get("a"), "{x}");
+    EXPECT_EQ(braces.Get("b"), "{");
+    EXPECT_EQ(braces.Get("d"), "{ }} }x");
+    EXPECT_EQ(braces.Get("e"), "{y}");
     for (const char* text : {"a", "=1", "a='x", "a='x'y;b=1", "a=1;b"}) {
         EXPECT_EQ(NumberOf([&] { ConnectionParameters{text}; }), -2147467259) << text;
     }

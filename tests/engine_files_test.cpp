@@ -95,6 +95,32 @@ TEST_F(EngineFilesTest, ADataFileThatFailsLeavesNothingBehind) {
     EXPECT_THAT(folder_.FilesIn(), ElementsAre("old.xml", "source.db"));
 }
 
+TEST_F(EngineFilesTest, TheOpenDatabaseIsNeverTheFileThatIsWritten) {
+    const std::string folder = folder_.PathOf("");
+    std::filesystem::create_symlink("source.db", folder + "link");
+    std::filesystem::create_hard_link(folder + "source.db", folder + "photo.000001");
+    test::WriteFile(folder + "second.db", "");
+    Run("public.executesql", {{"sql", "attach '" + folder + "second.db' as s; create table s.u (a)"}});
+    const std::string source = test::ReadFile(folder + "source.db");
+    for (const char* name :
+         {"source.db", "link", "photo.000001", "source.db-journal", "source.db-wal", "second.db"}) {
+        const std::string file = folder + name;
+        std::vector<std::vector<std::string>> answers{
+            Run("public.getbinarydata",
+                {{"sql", "select photo from t"}, {"colname", "photo"}, {"filename", file}})};
+        for (const char* type : {"", "csv", "jsonl", "xlsx"}) {
+            answers.push_back(
+                Run(*type == 0 ? "public.getdatatofile" : "public.getdatatoexportfile",
+                    {{"sql", "select id, photo from t"}, {"filename", file}, {"exporttype", type}}));
+        }
+        EXPECT_THAT(answers, testing::Each(ElementsAre(StartsWith("K error[number=75 ")))) << name;
+    }
+    EXPECT_THAT(Run("public.getdata", {{"sql", "select photo from t where id = 1"}, {"datafolder", folder}}),
+                ElementsAre("K data[photo=binary(file)|photo=photo.000001(error)]"));
+    EXPECT_EQ(test::ReadFile(folder + "source.db"), source);
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("link", "photo.000001", "second.db", "source.db"));
+}
+
 TEST_F(EngineFilesTest, AnExportIsAskedForByItsType) {
     const std::string file = folder_.PathOf("out.bin");
     const auto updater = std::make_shared<Updater>();

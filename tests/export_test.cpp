@@ -16,6 +16,7 @@
 #include <halvtiv_exporters/exporters.hpp>
 
 #include "export_support.hpp"
+#include "workbook_check.hpp"
 
 namespace halvtiv {
 namespace {
@@ -397,10 +398,46 @@ TEST_F(ExportTest, AnExportThatEndsHalfWayLeavesTheOldFile) {
     }
 }
 
+TEST_F(ExportTest, AWorkbookIsWholeOrNotThere) {
+    const auto exporter = exporters::NewXlsxExporter();
+    ASSERT_EQ(Export(exporter, "select 1 as a, 'x' as b", "good.xlsx"), 1);
+    const std::string path = folder_.PathOf("good.xlsx");
+    const std::string good = test::ReadFile(path);
+    exporters::SheetContent content;
+    content.cells = 4;
+    content.formattedCells = content.columns = 2;
+    const auto numberOf = [&](const std::string& bytes) {
+        test::WriteFile(path, bytes);
+        return ErrorOf([&] { exporters::RequireWholeWorkbook(path, content, "name"); }).Number;
+    };
+    EXPECT_EQ(numberOf(good), 0);
+    std::vector<std::string> broken{"", good + "x"};
+    for (std::size_t size = 1; size < good.size(); size += 50) broken.push_back(good.substr(0, size));
+    for (const std::size_t at :
+         {std::size_t{1}, std::size_t{100}, good.find("PK\1\2") + 16, good.size() - 8}) {
+        broken.push_back(good);
+        broken.back()[at] = static_cast<char>(broken.back()[at] ^ 0x15);
+    }
+    for (const std::string& bytes : broken) EXPECT_EQ(numberOf(bytes), 57) << bytes.size();
+    content.cells = 5;
+    EXPECT_EQ(numberOf(good), 57);
+
+    test::WriteFile(path, "old");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    for (rlim_t most = 50; most < good.size(); most += 700) {
+        const rlimit low{most, limit.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
+        EXPECT_EQ(Export(exporter, "select 1 as a, 'x' as b", "good.xlsx"), -1) << most;
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    EXPECT_EQ(test::ReadFile(path), "old");
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("good.xlsx", "source.db"));
+}
+
 TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
     std::filesystem::create_directory(folder_.PathOf("folder"));
-    std::filesystem::create_symlink("target.csv", folder_.PathOf("link.csv"));
-    test::WriteFile(folder_.PathOf("target.csv"), "old");
     for (const IZorbDataExporterPtr& exporter : exporters::AllExporters()) {
         const bool isDatabase = exporter->ExportTypeString() == "sqlite";
         for (const auto& [file, number] : {std::pair("missing/x", 76), std::pair("", 76),
@@ -419,24 +456,7 @@ TEST_F(ExportTest, WhereNoFileCanBeTheReasonIsSaid) {
         EXPECT_EQ(exporter->ExportData(none, path, table), -1);
         EXPECT_THAT(exporter->GetLastError(), testing::EndsWith("(ERR#: -2146824584)"));
     }
-    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1);
-    EXPECT_TRUE(std::filesystem::is_symlink(folder_.PathOf("link.csv")));
-    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
-    std::filesystem::rename(folder_.PathOf("target.csv"), folder_.PathOf("kept.csv"));
-    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "link.csv"), 1) << "a link to nothing yet";
-    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\n");
-    std::filesystem::remove(folder_.PathOf("kept.csv"));
-    std::filesystem::create_symlink("loop", folder_.PathOf("loop"));
-    EXPECT_EQ(Export(exporters::NewCsvExporter(), "select 1 as a", "loop"), -1);
-    EXPECT_TRUE(std::filesystem::remove(folder_.PathOf("loop")));
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> open(
-        std::fopen(folder_.PathOf("target.csv").c_str(), "r+"), &std::fclose);
-    std::string path = "/proc/self/fd/" + std::to_string(::fileno(open.get())), table;
-    ado::RecordsetPtr rows = Query("select 2 as b");
-    EXPECT_EQ(exporters::NewCsvExporter()->ExportData(rows, path, table), 1);
-    EXPECT_EQ(test::ReadFile(folder_.PathOf("target.csv")), "a\r\n1\r\nb\r\n2\r\n")
-        << "added to what is open";
-    EXPECT_THAT(folder_.FilesIn(), ElementsAre("folder", "link.csv", "source.db", "target.csv"));
+    EXPECT_THAT(folder_.FilesIn(), ElementsAre("folder", "source.db"));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iconv.h>
@@ -8,14 +9,15 @@
 #include <filesystem>
 #include <fstream>
 #include <halvtiv/error_info.hpp>
+#include <halvtiv/output_file.hpp>
 #include <sstream>
 #include <stdexcept>
 
 #include "platform/date_time.hpp"
 #include "platform/files.hpp"
 #include "platform/guid.hpp"
+#include "platform/keywords.hpp"
 #include "platform/number.hpp"
-#include "platform/output_file.hpp"
 #include "platform/plain_xml.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/spool_file.hpp"
@@ -334,8 +336,7 @@ TEST_F(Files, ErrorsTellWhatIsWrongWithThePath) {
     EXPECT_EQ(RaisedNumber([&] { ReadWholeFile(Path("no/file")); }), 76);
     EXPECT_EQ(RaisedNumber([&] { ReadWholeFile(folder_.string()); }), 75);
     EXPECT_EQ(RaisedNumber([&] { ReadWholeFile("a\0b"s); }), 75);
-    EXPECT_EQ(RaisedNumber([&] { CreateEmptyFile(Path("no\\file")); }), 76);
-    EXPECT_EQ(RaisedNumber([&] { OutputFile file(Path("no/file")); }), 76);
+    EXPECT_EQ(RaisedNumber([&] { OutputFile file(Path("no\\file")); }), 76);
     EXPECT_EQ(RaisedNumber([&] { OutputFile file(folder_.string()); }), 75);
     EXPECT_EQ(RaisedNumber([] { OutputFile file(""); }), 76);
     EXPECT_TRUE(FolderExists(LibraryFolder()));
@@ -350,7 +351,7 @@ TEST_F(Files, AnOutputFileAppearsOnlyWhenCommitted) {
         file.Write("lost");
     }
     EXPECT_EQ(Count(), 0);
-    CreateEmptyFile(path);
+    OutputFile(path).Commit();
     ASSERT_EQ(chmod(path.c_str(), 0640), 0);
     std::filesystem::create_symlink("out", Path("link"));
     OutputFile file(folder_.string() + "\\link");
@@ -365,10 +366,59 @@ TEST_F(Files, AnOutputFileAppearsOnlyWhenCommitted) {
     EXPECT_EQ(Count(), 2);
     EXPECT_EQ(RaisedNumber([&] { file.Write("late"); }), 57);
 
+    std::filesystem::remove(path);
+    OutputFile(Path("link")).Commit();
+    EXPECT_TRUE(FileExists(path)) << "a link to nothing yet";
+    std::filesystem::create_symlink("loop", Path("loop"));
+    EXPECT_EQ(RaisedNumber([&] { OutputFile loop(Path("loop")); }), 75);
+
     const std::string longName = Path("") + std::string(255, 'n');
     OutputFile longNamed(longName);
     longNamed.Commit();
     EXPECT_TRUE(FileExists(longName));
+}
+
+TEST_F(Files, TemporaryFilesArePrivateAndOldOnesAreRemoved) {
+    const auto twoDaysAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
+    for (const char* name : {".out.1.tmp", ".out.2.tmp", ".out.3.tmp", ".other.1.tmp"}) {
+        std::ofstream(Path(name)) << "left";
+        if (name != std::string(".out.2.tmp")) std::filesystem::last_write_time(Path(name), twoDaysAgo);
+    }
+    OutputFile file(Path("out"));
+    EXPECT_EQ(file.TemporaryPath(), Path(".out.1.tmp"));
+    EXPECT_FALSE(FileExists(Path(".out.3.tmp")));
+    EXPECT_EQ(ReadWholeFile(Path(".out.2.tmp")), "left") << "somebody may be writing it";
+    EXPECT_TRUE(FileExists(Path(".other.1.tmp")));
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(file.TemporaryPath()).permissions()), 0600);
+    file.CommitAsNew();
+    OutputFile second(Path("out"));
+    EXPECT_EQ(RaisedNumber([&] { second.CommitAsNew(); }), 75);
+    EXPECT_EQ(Count(), 3) << "out, .out.2.tmp and .other.1.tmp";
+}
+
+TEST_F(Files, AnOpenFileIsWrittenAndAnotherUsersLinkIsNotFollowed) {
+    const std::string path = Path("out");
+    const int open = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(::write(open, "1", 1), 1);
+    for (const char* folder : {"/dev/fd/", "/proc/self/fd/"}) {
+        OutputFile file(folder + std::to_string(open));
+        file.Write("2");
+        file.Commit();
+    }
+    ASSERT_EQ(::write(open, "3", 1), 1);
+    ::close(open);
+    EXPECT_EQ(ReadWholeFile(path), "1223");
+
+    ASSERT_EQ(::mkdir(Path("shared").c_str(), 0700), 0);
+    ASSERT_EQ(::chmod(Path("shared").c_str(), 01777), 0);
+    for (const char* target : {"../out", "../missing"}) {
+        const std::string link = Path("shared/") + std::to_string(Count());
+        std::filesystem::create_symlink(target, link);
+        if (::lchown(link.c_str(), 65534, 65534) != 0) GTEST_SKIP() << "needs the right to give files away";
+        EXPECT_EQ(RaisedNumber([&] { OutputFile file(link); }), 70) << target;
+        std::filesystem::remove(link);
+    }
+    EXPECT_EQ(ReadWholeFile(path), "1223");
 }
 
 TEST_F(Files, AFullDeviceIsReportedAndASpoolFileReadsBack) {
@@ -388,6 +438,19 @@ TEST_F(Files, AFullDeviceIsReportedAndASpoolFileReadsBack) {
     EXPECT_EQ(std::string_view(bytes, 3), "end");
     EXPECT_EQ(spool.Size(), 300'003U);
     EXPECT_EQ(RaisedNumber([&] { spool.Read(300'000, bytes, 4); }), 57);
+}
+
+TEST(Keywords, APasswordIsNotShownWhateverItsKeywordIsCalled) {
+    for (const char* text :
+         {"x Passwd=hid", "x pass = hid", "x my_secret:hid", "sslpassword=hid", "x PWD hid", "me:hid@host",
+          "db://me:hid@host/x", "me:h@id@host", "x Word=hid", "token=hid"}) {
+        EXPECT_EQ(Shown(text).find("h@id"), std::string::npos) << Shown(text);
+        EXPECT_EQ(Shown(text).find("hid"), std::string::npos) << Shown(text);
+        EXPECT_TRUE(HoldsSecret(text)) << text;
+    }
+    for (const char* text : {"/data/passwords.db", "words", "me@host", "http://host/a:b", "10:30 o'clock"}) {
+        EXPECT_EQ(Shown(text), text);
+    }
 }
 
 TEST(Guids, AreRandomAndOfVersionFour) {

@@ -262,7 +262,7 @@ TEST_F(PostgresqlTest, OpeningTellsWhatIsWrong) {
     Connection second;
     second.ConnectionTimeout(1);
     second.Open(server + ";Data Source='127.0.0.1:1, " + silent.Address() + ", " + address +
-                "';application_name=several;Unknown Word=ignored");
+                "';application_name=several;Persist Security Info=no");
     EXPECT_EQ(second.Execute("show application_name")->Fields().Item(0)->Value().Text(), "several");
     EXPECT_EQ(second.Execute("show client_encoding")->Fields().Item(0)->Value().Text(), "UTF8");
     second.Close();

@@ -74,7 +74,8 @@ _halvtiv() {
     local options='--db --connection --connection-file --password-file --defs -o --output --format -h --help'
     case $command in
         '') options+=' --version' ;;
-        call) options+=' --set --set-file' ;;
+        call) options+=' --set --set-file --strict' ;;
+        run) options+=' --strict' ;;
         export) options+=' --to --table --clear --data-folder' ;;
         copy) options='--from --from-file --from-password-file --to --to-file --to-password-file --batch -o --output --format -h --help' ;;
         defs) options='-h --help' ;;

@@ -169,6 +169,10 @@ public:
     /// an ODBC driver calls it ("MariaDB", "Microsoft SQL Server"); "Access" for such a file. "" when this
     /// connection has not been opened.
     std::string DatabaseName() const;
+    /// Raises 75 where writing a file at that path would write or replace a file of the open database: its
+    /// own, one of an attached database, or a journal beside it, also through a link. Databases on servers
+    /// have no such files.
+    void RequireOtherFile(std::string_view path) const;
 
     /// Seconds to wait for a connection, 15 at first, 0 for no limit. Set it before `Open`.
     std::int32_t ConnectionTimeout() const;
@@ -327,6 +331,9 @@ public:
 
     /// The columns; raises -2146824584 when closed.
     ado::Fields& Fields();
+    /// As `Connection::RequireOtherFile`, of the connection that this recordset was opened on: for exporters,
+    /// before they make a file. Never opened, there is none.
+    void RequireOtherFile(std::string_view path) const;
 
 private:
     friend class Connection;

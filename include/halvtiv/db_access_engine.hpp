@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <halvtiv/ado.hpp>
 #include <halvtiv/column_data_items.hpp>
@@ -11,6 +12,12 @@
 #include <halvtiv/export.hpp>
 
 namespace halvtiv {
+
+/// A value that a call gives for a column which is not there.
+struct UnusedItem {
+    std::string Name;     ///< as the call spells it
+    std::string Nearest;  ///< a column of a similar name; "" where none is
+};
 
 /// The engine: give it a connection and function definitions, then send it requests.
 ///
@@ -107,6 +114,12 @@ public:
     void SetProgressUpdater(IProgressUpdaterPtr cProgUpdater);
     /// The filter text of a file dialog for all registered exporters. Not guarded.
     std::string GetExportFileFilterString();
+
+    /// The items of a call's "data" block that name no column of the rows which the call writes: adding and
+    /// changing pass over them. All items where the function writes no such rows. The call is compiled and
+    /// its columns are asked for; nothing is run. False where that fails, as of a table that is missing yet.
+    /// Guarded.
+    bool FindUnusedItems(std::string_view sFunctionXml, std::vector<UnusedItem>& items);
 
     // Calls without XML: the function by its name, a parameter for each item's name and value; null means
     // none. Each answers whether the function succeeded and its answer could be read; the error is the last

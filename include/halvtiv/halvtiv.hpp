@@ -11,4 +11,5 @@
 #include <halvtiv/error_info.hpp>         // IWYU pragma: export
 #include <halvtiv/function_call.hpp>      // IWYU pragma: export
 #include <halvtiv/function_result.hpp>    // IWYU pragma: export
+#include <halvtiv/output_file.hpp>        // IWYU pragma: export
 #include <halvtiv/transaction_call.hpp>   // IWYU pragma: export

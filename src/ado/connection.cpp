@@ -51,6 +51,10 @@ std::string Connection::DatabaseName() const {
     return std::string(ConnectionInside::DatabaseName(*this));
 }
 
+void Connection::RequireOtherFile(std::string_view path) const {
+    if (impl_->session) impl_->session->RequireOtherFile(path);
+}
+
 std::int32_t Connection::ConnectionTimeout() const {
     return impl_->connectionTimeout;
 }

@@ -232,6 +232,10 @@ public:
     /// The kind of database, by the name that definitions use: "SQLite", "PostgreSQL", "MariaDB",
     /// "SQLServer", "Access", or what the driver calls it.
     virtual std::string_view DatabaseName() const = 0;
+    /// The database files that it has open; none on a server.
+    virtual std::vector<std::string> Files() const { return {}; }
+    /// Raises 75 where writing at that path would write or replace one of them, or a journal beside it.
+    void RequireOtherFile(std::string_view path) const;
     /// False when the database has dropped the connection, and after `Close`.
     virtual bool IsAlive() = 0;
     virtual bool IsClosed() const noexcept = 0;

@@ -46,6 +46,10 @@ std::int32_t Recordset::State() {
     return state_ && state_->IsOpen() ? adStateOpen : adStateClosed;
 }
 
+void Recordset::RequireOtherFile(std::string_view path) const {
+    if (state_) state_->RequireOtherFile(path);
+}
+
 bool Recordset::IsBOF() {
     return OpenCall(state_)->HasNoRows();
 }

@@ -73,6 +73,9 @@ struct RecordsetState : std::enable_shared_from_this<RecordsetState> {
         return EndBatchOnFailure([&]() -> decltype(auto) { return read(row); });
     }
 
+    /// As `Session::RequireOtherFile`.
+    void RequireOtherFile(std::string_view path) const { session_->RequireOtherFile(path); }
+
     // Changing. Each raises -2146825037 where the rows cannot be changed.
 
     /// For who changes row after row and goes this way only once: keeps no rows for `MoveFirst`. Once the

@@ -3,10 +3,11 @@
 #include <utility>
 #include <vector>
 
+#include <halvtiv/output_file.hpp>
+
 #include "ado/errors.hpp"
 #include "ado/spooled_bytes.hpp"
 #include "platform/files.hpp"
-#include "platform/output_file.hpp"
 
 namespace halvtiv::ado {
 namespace {
@@ -36,11 +37,8 @@ private:
 void CopyValueToFile(RowSource& row, std::int32_t column, std::string_view path,
                      const CopyProgress& progress) {
     const std::int64_t size = row.Size(column);
-    // The reader of a pipe would take an empty file for the whole value.
-    if (size <= 0 || !platform::StreamExists(path)) platform::CreateEmptyFile(path);
-    if (size <= 0) return;
-    platform::OutputFile file(path);
-    std::vector<std::uint8_t> piece(kPieceSize);
+    OutputFile file(path);
+    std::vector<std::uint8_t> piece(size > 0 ? kPieceSize : 0);
     for (std::int64_t written = 0; written < size;) {
         const std::size_t count = row.Read(column, written, piece);
         if (count == 0) RaiseAdoError(AdoError::Unspecified);  // never half a value

@@ -12,9 +12,8 @@ namespace halvtiv::ado {
 /// Told how far a copy between a file and a value is, in bytes.
 using CopyProgress = std::function<void(std::int64_t done, std::int64_t total)>;
 
-/// Puts a value's bytes into a file. The file is there, and empty, before anything is read; the whole value
-/// then takes its place. A null or empty value leaves the empty file. Raises the file errors 53 to 76 and
-/// those of reading.
+/// Puts a value's bytes into a file, which is empty for a null or empty value. An earlier file of that name
+/// stays until the new one is complete. Raises the file errors 53 to 76 and those of reading.
 void CopyValueToFile(RowSource& row, std::int32_t column, std::string_view path,
                      const CopyProgress& progress = {});
 

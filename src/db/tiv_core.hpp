@@ -63,6 +63,10 @@ public:
                                   const ZorbColumnDataItems* items);
     std::int32_t DeleteData(std::string_view sql);
 
+    /// The columns of the rows that "sql" would have changed, without running it; none where it is not one
+    /// query. Raises what fails.
+    std::vector<std::string> ColumnsToChange(std::string_view sql) const;
+
     // Binary and long columns. The column is found without regard to case and blanks around its name.
 
     /// Writes the column of the first row into a file; 1.

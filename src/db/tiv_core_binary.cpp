@@ -136,6 +136,7 @@ bool clsZorbTivCore::ReadFieldToFile(ado::RecordsetState& rows, std::int32_t col
                                      std::string_view filePath) {
     return Guarded(errors_, false, [&] {
         Require(IsBlobField(InfoOf(rows, column).type), kNotBinaryOrLong);
+        rows.RequireOtherFile(filePath);
         return IsLong(rows, column) ? GetFieldChunks(rows, column, filePath)
                                     : GetFieldValue(rows, column, filePath);
     });

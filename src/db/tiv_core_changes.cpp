@@ -8,6 +8,8 @@
 
 #include "ado/data_type_traits.hpp"
 #include "ado/errors.hpp"
+#include "ado/sql_scanner.hpp"
+#include "ado/table_name.hpp"
 #include "db/row_loops.hpp"
 #include "db/tiv_core.hpp"
 #include "db/variant_addition.hpp"
@@ -85,6 +87,23 @@ clsZorbTivCore::Assignments clsZorbTivCore::Match(const ado::RecordsetState& row
         ++column;
     }
     return matched;
+}
+
+std::vector<std::string> clsZorbTivCore::ColumnsToChange(std::string_view sql) const {
+    const std::string text = ado::CommandTextOf(sql);
+    ado::SqlScanner scanner(text);
+    std::vector<std::string> columns;
+    if (!scanner.Next().IsWord("select")) return columns;
+    for (ado::SqlToken token = scanner.Next(); token.kind != ado::SqlToken::Kind::End;) {
+        const bool isEnd = token.IsSymbol(';');
+        token = scanner.Next();
+        if (isEnd && token.kind != ado::SqlToken::Kind::End) return columns;
+    }
+    const ado::RecordsetPtr recordset = OpenToChange(sql);
+    for (const ado::ColumnInfo& info : ado::RecordsetState::Of(recordset).Columns()) {
+        columns.push_back(info.name);
+    }
+    return columns;
 }
 
 void clsZorbTivCore::AssignFile(ado::RecordsetState& rows, std::int32_t column, std::string_view filePath) {

@@ -1,8 +1,9 @@
 #include "documents/data_file.hpp"
 
+#include <halvtiv/output_file.hpp>
+
 #include "documents/item_xml.hpp"
 #include "documents/recordset_rows.hpp"
-#include "platform/output_file.hpp"
 
 namespace halvtiv {
 
@@ -10,7 +11,7 @@ namespace {
 
 constexpr std::size_t kPiece = 64 * 1024;
 
-void MoveToFile(platform::TextBuffer& xml, platform::OutputFile& file) {
+void MoveToFile(platform::TextBuffer& xml, OutputFile& file) {
     xml.ForEachPiece([&file](std::string_view piece) { file.Write(piece); });
     xml.Clear();
 }
@@ -19,8 +20,9 @@ void MoveToFile(platform::TextBuffer& xml, platform::OutputFile& file) {
 
 void WriteDataFile(std::string_view fileName, const ResultEntry& entry, ado::RecordsetState& recordset,
                    std::string_view dataFolder, clsZorbErrObject& errors) {
+    recordset.RequireOtherFile(fileName);
     const RecordsetRows rows(recordset, dataFolder, errors);
-    platform::OutputFile file(fileName);
+    OutputFile file(fileName);
     platform::TextBuffer xml(2 * kPiece);  // a piece and a row of usual size
     xml.Append("<data");
     for (const auto& [name, value] : entry.attributes) AppendAttribute(xml, name, value);

@@ -16,15 +16,16 @@ std::string FieldFileName(std::string_view columnName, std::int64_t rowIndex) {
     return name + number;
 }
 
-void WriteFieldToFile(ado::RowSource& row, std::int32_t column, const ado::ColumnInfo& info,
+void WriteFieldToFile(const ado::RecordsetState& recordset, ado::RowSource& row, std::int32_t column,
                       std::string_view folder, std::string_view fileName) {
-    if (!IsBlobField(info.type)) {
+    if (!IsBlobField(recordset.Columns()[static_cast<std::size_t>(column)].type)) {
         throw OwnError("ZorbFunctionResult", "Not a valid field (neither binary nor long).");
     }
     if (fileName.find_first_of(std::string_view("/\\\0", 3)) != std::string_view::npos) {
         platform::RaiseRunTimeError(platform::RunTimeError::PathAccess, fileName);
     }
     const std::string filePath = std::string(folder) + std::string(fileName);
+    recordset.RequireOtherFile(filePath);
     ado::CopyValueToFile(row, column, filePath);
 }
 

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
+#include <halvtiv/output_file.hpp>
+
 #include "foundation/this_utils.hpp"
 #include "foundation/xml_utils.hpp"
-#include "platform/output_file.hpp"
 #include "platform/run_time_error.hpp"
 #include "platform/text.hpp"
 #include "platform/xml_writer.hpp"
@@ -51,7 +52,7 @@ bool HasName(const pugi::xml_node& element) {
 }
 
 void SaveXmlFile(const platform::TextBuffer& xml, std::string_view path) {
-    platform::OutputFile file(path);
+    OutputFile file(path);
     xml.ForEachPiece([&file](std::string_view piece) { file.Write(piece); });
     file.Commit();
 }

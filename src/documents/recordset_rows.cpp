@@ -71,7 +71,7 @@ private:
 
 RecordsetRows::RecordsetRows(ado::RecordsetState& recordset, std::string_view dataFolder,
                              clsZorbErrObject& errors)
-    : infos_(recordset.Columns()), dataFolder_(dataFolder), errors_(errors) {
+    : recordset_(recordset), infos_(recordset.Columns()), dataFolder_(dataFolder), errors_(errors) {
     std::shared_ptr<const ado::RowLayout>& kept = recordset.Layout();
     if (kept && typeid(*kept) == typeid(EntryLayout)) {
         layout_ = std::static_pointer_cast<const EntryLayout>(kept);
@@ -125,7 +125,7 @@ void RecordsetRows::AppendBlobCell(TextBuffer& xml, ado::RowSource& row, std::in
     const std::string fileName = FieldFileName(infos_[static_cast<std::size_t>(column)].name, index);
     bool written = false;
     try {
-        WriteFieldToFile(row, column, infos_[static_cast<std::size_t>(column)], dataFolder_, fileName);
+        WriteFieldToFile(recordset_, row, column, dataFolder_, fileName);
         written = true;
     } catch (const ErrorInfo& error) {
         if (ado::IsCancelled(error)) throw;

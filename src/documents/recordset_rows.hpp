@@ -28,6 +28,7 @@ private:
     void AppendBlobCell(platform::TextBuffer& xml, ado::RowSource& row, std::int32_t column,
                         std::int64_t index) const;
 
+    const ado::RecordsetState& recordset_;
     std::span<const ado::ColumnInfo> infos_;
     std::shared_ptr<const class EntryLayout> layout_;
     std::string_view dataFolder_;

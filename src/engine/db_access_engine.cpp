@@ -4,10 +4,12 @@
 
 #include <halvtiv/connection_string.hpp>
 
+#include "engine/dispatcher.hpp"
 #include "engine/engine_state.hpp"
 #include "engine/function_run.hpp"
 #include "engine/simple_calls.hpp"
 #include "engine/transaction_run.hpp"
+#include "engine/unused_items.hpp"
 #include "foundation/guarded.hpp"
 #include "platform/clock.hpp"
 
@@ -127,6 +129,15 @@ void ZorbDbAccessEngine::SetProgressUpdater(IProgressUpdaterPtr cProgUpdater) {
 
 std::string ZorbDbAccessEngine::GetExportFileFilterString() {
     return impl_->exporters.GetFileFilterString();
+}
+
+bool ZorbDbAccessEngine::FindUnusedItems(std::string_view sFunctionXml, std::vector<UnusedItem>& items) {
+    return Succeeds(impl_->errors, [&] {
+        ZorbFunctionCall call;
+        if (!call.Parse(sFunctionXml)) call.RaiseLastError();
+        CompileCall(*impl_, call);
+        items = halvtiv::FindUnusedItems(*impl_, call);
+    });
 }
 
 bool ZorbDbAccessEngine::SimpleAddDataItem(std::string_view sFunction, const ZorbColumnDataItems* cParams,

@@ -1,6 +1,9 @@
 #include "platform/descriptor.hpp"
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <memory>
 
 #include "platform/files.hpp"
 #include "platform/run_time_error.hpp"
@@ -22,6 +25,37 @@ std::optional<struct stat> StatusOf(const std::string& path) noexcept {
 bool IsFolder(const std::string& path) noexcept {
     const auto status = StatusOf(path);
     return status && S_ISDIR(status->st_mode);
+}
+
+bool IsOfProcesses(const std::string& path) noexcept {
+    const std::unique_ptr<char, decltype(&std::free)> folder(::realpath(FolderOf(path).c_str(), nullptr),
+                                                             &std::free);
+    return folder && std::string_view(folder.get()).starts_with("/proc/");
+}
+
+std::string FollowLinks(std::string path) {
+    constexpr int kMostLinks = 40;
+    for (int links = 0; !IsOfProcesses(path); ++links) {
+        struct stat link, folder;
+        if (::lstat(path.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) break;
+        if (links == kMostLinks) RaiseFileError(ELOOP, path);
+        const bool isOwn = link.st_uid == ::geteuid();
+        constexpr mode_t kShared = S_ISVTX | S_IWOTH;
+        if (!isOwn && ::stat(FolderOf(path).c_str(), &folder) == 0 && (folder.st_mode & kShared) == kShared &&
+            folder.st_uid != link.st_uid) {
+            RaiseFileError(EACCES, path);
+        }
+        char target[PATH_MAX];
+        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        if (length < 0) RaiseFileError(errno, path);
+        const std::string_view next(target, static_cast<std::size_t>(length));
+        if (next.starts_with('/')) {
+            path = next;
+        } else {
+            path = FolderOf(path).append("/").append(next);
+        }
+    }
+    return path;
 }
 
 void RaiseFileError(int error, const std::string& path) {

@@ -46,9 +46,16 @@ private:
 std::string CheckedPath(std::string_view path);
 /// The folder that holds a path's last name.
 std::string FolderOf(const std::string& path);
-/// Nothing where there is nothing.
+/// Nothing, with `errno` set, where there is nothing or the system does not tell.
 std::optional<struct stat> StatusOf(const std::string& path) noexcept;
 bool IsFolder(const std::string& path) noexcept;
+/// Where a new file of that name has to be put: at the end of a chain of symbolic links, or at the first name
+/// that the system keeps for processes and their open files, which only the system can follow. Raises an
+/// error for too many links, and for a link of another user in a folder where everybody may write, as
+/// Linux does where it protects such links.
+std::string FollowLinks(std::string path);
+/// Whether a path is one of those names.
+bool IsOfProcesses(const std::string& path) noexcept;
 /// Raises what an `errno` value says of a file.
 [[noreturn]] void RaiseFileError(int error, const std::string& path);
 

@@ -42,13 +42,22 @@ bool StreamExists(std::string_view path) noexcept try {
     return false;
 }
 
-bool IsSameFile(std::string_view path, std::string_view other) noexcept try {
-    if (!FileExists(path) || StreamExists(path) || !FileExists(other)) return false;
-    const auto one = StatusOf(NativePath(path));
-    const auto two = StatusOf(NativePath(other));
-    return one && two && one->st_dev == two->st_dev && one->st_ino == two->st_ino;
-} catch (const std::bad_alloc&) {
-    return false;
+bool WritesFile(std::string_view path, std::string_view file) noexcept try {
+    const auto isSame = [](const std::string& one, const std::string& other) {
+        const auto left = StatusOf(one);
+        const auto right = StatusOf(other);
+        return left && right && left->st_dev == right->st_dev && left->st_ino == right->st_ino;
+    };
+    const std::string written = CheckedPath(path);
+    const std::string kept = CheckedPath(file);
+    if (written.empty() || kept.empty()) return false;
+    if (const auto status = StatusOf(written)) return S_ISREG(status->st_mode) && isSame(written, kept);
+    const std::string from = FollowLinks(written);
+    const std::string to = FollowLinks(kept);
+    const auto nameOf = [](const std::string& whole) { return whole.substr(whole.find_last_of('/') + 1); };
+    return nameOf(from) == nameOf(to) && isSame(FolderOf(from), FolderOf(to));
+} catch (...) {
+    return false;  // a path that cannot be written
 }
 
 std::string ReadWholeFile(std::string_view path) {
@@ -104,12 +113,6 @@ std::size_t InputFile::ReadNext(char* bytes, std::size_t count) {
     const ssize_t got = ReadSome(impl_->file.Get(), bytes, count);
     if (got < 0) RaiseFileError(errno, impl_->path);
     return static_cast<std::size_t>(got);
-}
-
-void CreateEmptyFile(std::string_view path) {
-    const std::string native = CheckedPath(path);
-    Descriptor file = OpenFile(native, O_WRONLY | O_CREAT | O_TRUNC);
-    if (!file.Close()) RaiseFileError(errno, native);
 }
 
 void RemoveEmptyFile(const std::string& nativePath) noexcept {

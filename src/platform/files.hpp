@@ -20,8 +20,9 @@ bool FileExists(std::string_view path) noexcept;
 bool FolderExists(std::string_view path) noexcept;
 /// Whether something that only passes bytes on stands there: a pipe or a device.
 bool StreamExists(std::string_view path) noexcept;
-/// Whether both paths lead to one file that is kept: no pipe, no device.
-bool IsSameFile(std::string_view path, std::string_view other) noexcept;
+/// Whether writing to `path` writes or replaces `file`, which may be missing yet. Pipes and devices are not
+/// files in this sense.
+bool WritesFile(std::string_view path, std::string_view file) noexcept;
 
 /// The whole content.
 std::string ReadWholeFile(std::string_view path);
@@ -47,8 +48,6 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// Makes the file, or makes it empty when it exists.
-void CreateEmptyFile(std::string_view path);
 /// Removes the file where no byte is in it; one that cannot be removed stays. Takes a native path, so that no
 /// memory is needed.
 void RemoveEmptyFile(const std::string& nativePath) noexcept;

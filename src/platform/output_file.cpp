@@ -1,10 +1,11 @@
-#include "platform/output_file.hpp"
+#include <halvtiv/output_file.hpp>
 
 #include <cerrno>
-#include <climits>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <optional>
-#include <string>
 #include <utility>
 
 #include "platform/descriptor.hpp"
@@ -12,30 +13,14 @@
 #include "platform/number.hpp"
 #include "platform/run_time_error.hpp"
 
-namespace halvtiv::platform {
+namespace halvtiv {
+
+using namespace platform;
 
 namespace {
 
-// Where a new file of that name has to be put: at the end of a chain of symbolic links.
-std::string FollowLinks(std::string path) {
-    constexpr int kMostLinks = 40;
-    for (int links = 0;; ++links) {
-        char target[PATH_MAX];
-        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
-        if (length < 0) return path;
-        if (links == kMostLinks) RaiseFileError(ELOOP, path);
-        const std::string_view next(target, static_cast<std::size_t>(length));
-        if (next.starts_with('/')) {
-            path = next;
-        } else {
-            path = FolderOf(path).append("/").append(next);
-        }
-        // Names of files that are open already lead here; only the system can follow them further.
-        if (path.starts_with("/proc/")) return path;
-    }
-}
-
-std::string TemporaryName(const std::string& path) {
+// The first part of a temporary file's path.
+std::string TemporaryPrefix(const std::string& path) {
     constexpr std::size_t kLongest = 200;  // leaves room for the rest below the usual limit of 255
     const std::size_t slash = path.find_last_of('/');
     const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
@@ -44,11 +29,55 @@ std::string TemporaryName(const std::string& path) {
         // Do not end in the middle of a character.
         while (!name.empty() && (name.back() & 0x80) != 0) name.pop_back();
     }
+    return path.substr(0, start) + "." + name + ".";
+}
+
+void RemoveIfStale(const std::string& path) noexcept {
+    constexpr std::time_t kDay = 24 * 60 * 60;
+    struct stat status;
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (std::time(nullptr) - status.st_mtime > kDay) ::unlink(path.c_str());
+}
+
+struct Temporary {
+    Descriptor file;
+    std::string path;
+};
+
+// Not open, with `errno` set, when it fails. The names are few, so that what killed processes have left under
+// them is found without reading the folder.
+Temporary CreateTemporary(const std::string& target, mode_t mode) {
+    constexpr int kNames = 4;
+    const std::string prefix = TemporaryPrefix(target);
+    Temporary made;
+    const auto tryName = [&](const std::string& middle) {
+        std::string path = prefix + middle + ".tmp";
+        RemoveIfStale(path);
+        if (made.file.IsOpen()) return;
+        made.file = TryOpen(path, O_WRONLY | O_CREAT | O_EXCL, mode);
+        if (made.file.IsOpen()) made.path = std::move(path);
+    };
+    for (int number = 1; number <= kNames; ++number) tryName(std::to_string(number));
+    if (made.file.IsOpen() || errno != EEXIST) return made;
     const auto random = NewGuid();
-    if (!random) RaiseRunTimeError(RunTimeError::DeviceIo, path);
+    if (!random) RaiseRunTimeError(RunTimeError::DeviceIo, target);
     std::string unique;
     for (std::size_t at = 0; at < 6; ++at) unique += HexPadded((*random)[at], 2);
-    return path.substr(0, start) + "." + name + "." + unique + ".tmp";
+    tryName(unique);
+    return made;
+}
+
+// The number of this process's open file that a path names, such as "/dev/fd/3" or "/proc/self/fd/3".
+std::optional<int> OpenFileNumber(const std::string& path) {
+    const std::string name = path.substr(path.find_last_of('/') + 1);
+    int number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    if (error != std::errc{} || end != name.data() + name.size()) return std::nullopt;
+    const std::unique_ptr<char, decltype(&std::free)> folder(::realpath(FolderOf(path).c_str(), nullptr),
+                                                             &std::free);
+    const bool isOpenFiles =
+        folder && folder.get() == "/proc/" + std::to_string(::getpid()) + "/fd" && number >= 0;
+    return isOpenFiles ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
@@ -58,6 +87,7 @@ struct OutputFile::Impl {
     std::string target;     // where the complete file belongs
     std::string temporary;  // the name until then; empty when written straight to its target
     Descriptor file;
+    mode_t mode = 0;  // of the complete file
     std::string buffer;
 
     ~Impl() { Abandon(); }
@@ -74,41 +104,68 @@ struct OutputFile::Impl {
     }
 
     void OpenStraight() {
-        // Appending leaves alone what a redirected standard output holds already.
-        file = OpenFile(target, O_WRONLY | O_APPEND);
+        if (const auto number = OpenFileNumber(target)) {
+            // Shares its position with whoever has opened it, so that neither overwrites the other's bytes.
+            file = Descriptor(::fcntl(*number, F_DUPFD_CLOEXEC, 0));
+            if (!file.IsOpen()) RaiseFileError(errno, path);
+            ::lseek(file.Get(), 0, SEEK_END);
+        } else {
+            file = OpenFile(target, O_WRONLY | O_APPEND | O_NOCTTY);
+        }
     }
 
     void OpenTemporary(const std::optional<struct stat>& earlier) {
-        // A file that may not be written is not to be replaced either.
-        if (earlier && ::access(target.c_str(), W_OK) != 0) RaiseFileError(errno, path);
-        const mode_t mode = earlier ? earlier->st_mode & 0777 : 0666;
-        std::string name = TemporaryName(target);
-        file = TryOpen(name, O_WRONLY | O_CREAT | O_EXCL, mode);
-        if (!file.IsOpen()) RaiseFileError(errno, path);
-        temporary = std::move(name);
-        if (earlier && ::fchmod(file.Get(), mode) != 0) Fail(errno);
+        constexpr mode_t kPrivate = 0600;
+        if (earlier) {
+            // The links may have changed since the system was asked what they lead to.
+            const auto found = StatusOf(target);
+            if (!found || found->st_dev != earlier->st_dev || found->st_ino != earlier->st_ino) {
+                RaiseFileError(EACCES, path);
+            }
+            // A file that may not be written is not to be replaced either.
+            if (::access(target.c_str(), W_OK) != 0) RaiseFileError(errno, path);
+        }
+        Temporary made = CreateTemporary(target, earlier ? kPrivate : 0666);
+        if (!made.file.IsOpen()) RaiseFileError(errno, path);
+        file = std::move(made.file);
+        temporary = std::move(made.path);
+        struct stat status;
+        if (::fstat(file.Get(), &status) != 0) Fail(errno);
+        mode = (earlier ? earlier->st_mode : status.st_mode) & 0777;
+        if (::fchmod(file.Get(), kPrivate) != 0) Fail(errno);
     }
 
     void Flush() {
         if (!WriteAll(file.Get(), buffer)) Fail(errno);
         buffer.clear();
     }
+
+    // Closes the file, whole.
+    void Finish() {
+        if (!file.IsOpen()) RaiseRunTimeError(RunTimeError::DeviceIo, path);
+        Flush();
+        if (!temporary.empty() && ::fchmod(file.Get(), mode) != 0) Fail(errno);
+        if (!file.Close()) Fail(errno);
+    }
+
+    void Rename() {
+        if (temporary.empty()) return;
+        if (::rename(temporary.c_str(), target.c_str()) != 0) Fail(errno);
+        temporary.clear();
+    }
 };
 
 OutputFile::OutputFile(std::string_view path) : impl_(std::make_unique<Impl>()) {
     impl_->path = CheckedPath(path);
     const auto earlier = StatusOf(impl_->path);
+    // What cannot be looked at is not a missing file: a link of somebody else may lead there.
+    if (!earlier && errno != ENOENT) RaiseFileError(errno, impl_->path);
     if (impl_->path.empty()) RaiseFileError(ENOENT, impl_->path);
     if (impl_->path.back() == '/' || (earlier && S_ISDIR(earlier->st_mode)))
         RaiseFileError(EISDIR, impl_->path);
 
-    impl_->target = impl_->path;
-    if (earlier && !S_ISREG(earlier->st_mode)) {
-        impl_->OpenStraight();
-        return;
-    }
     impl_->target = FollowLinks(impl_->path);
-    if (impl_->target.starts_with("/proc/")) {
+    if (IsOfProcesses(impl_->target) || (earlier && !S_ISREG(earlier->st_mode))) {
         impl_->OpenStraight();
     } else {
         impl_->OpenTemporary(earlier);
@@ -128,12 +185,35 @@ void OutputFile::Write(std::string_view bytes) {
 }
 
 void OutputFile::Commit() {
-    if (!impl_->file.IsOpen()) RaiseRunTimeError(RunTimeError::DeviceIo, impl_->path);
-    impl_->Flush();
-    if (!impl_->file.Close()) impl_->Fail(errno);
-    if (impl_->temporary.empty()) return;
-    if (::rename(impl_->temporary.c_str(), impl_->target.c_str()) != 0) impl_->Fail(errno);
-    impl_->temporary.clear();
+    impl_->Finish();
+    impl_->Rename();
 }
 
-}  // namespace halvtiv::platform
+void OutputFile::CommitAsNew() {
+    impl_->Finish();
+    // Not every file system has such links; a file that is there is found by its name then.
+    const bool isLinked = ::link(impl_->temporary.c_str(), impl_->target.c_str()) == 0;
+    struct stat status;
+    if (!isLinked && ::lstat(impl_->target.c_str(), &status) == 0) {
+        impl_->Abandon();
+        throw ErrorInfo(static_cast<std::int32_t>(RunTimeError::PathAccess),
+                        "Somebody else has made the file meanwhile. (" + impl_->path + ")", "HalvTiv");
+    }
+    if (isLinked) {
+        impl_->Abandon();
+    } else {
+        impl_->Rename();
+    }
+}
+
+const std::string& OutputFile::Path() const noexcept {
+    return impl_->path;
+}
+const std::string& OutputFile::TargetPath() const noexcept {
+    return impl_->target;
+}
+const std::string& OutputFile::TemporaryPath() const noexcept {
+    return impl_->temporary;
+}
+
+}  // namespace halvtiv

@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/keywords.hpp"
+
 namespace halvtiv::platform {
 
 std::string_view RunTimeErrorText(RunTimeError error) noexcept {
@@ -40,7 +42,7 @@ std::string_view RunTimeErrorText(RunTimeError error) noexcept {
 
 ErrorInfo MakeRunTimeError(RunTimeError error, std::string_view concerns) {
     std::string description(RunTimeErrorText(error));
-    if (!concerns.empty()) description.append(" (").append(concerns).append(")");
+    if (!concerns.empty()) description.append(" (").append(Shown(concerns)).append(")");
     return ErrorInfo(static_cast<std::int32_t>(error), std::move(description), "HalvTiv");
 }
 

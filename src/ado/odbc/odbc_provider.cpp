@@ -1,6 +1,7 @@
 #include "ado/odbc/odbc_provider.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <functional>
 #include <initializer_list>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "ado/connection_keywords.hpp"
 #include "ado/errors.hpp"
 #include "ado/left_behind.hpp"
 #include "ado/link_limits.hpp"
@@ -21,6 +23,25 @@ namespace halvtiv::ado {
 namespace {
 
 constexpr std::string_view kMariaDbName = "MariaDB";
+
+const std::array<std::string, 11> kMariaDbKeywords{
+    "Initial Catalog", "Database",  "UID",      "PWD",          "SSLCA",       "SSLCERT",
+    "SSLKEY",          "SSLVERIFY", "FORCETLS", "Link Timeout", "Read Timeout"};
+const std::array<std::string, 14> kSqlServerKeywords{"Server",
+                                                     "Initial Catalog",
+                                                     "Database",
+                                                     "UID",
+                                                     "PWD",
+                                                     "Integrated Security",
+                                                     "Trusted_Connection",
+                                                     "Encrypt",
+                                                     "Use Encryption for Data",
+                                                     "TrustServerCertificate",
+                                                     "MultiSubnetFailover",
+                                                     "ApplicationIntent",
+                                                     "Application Name",
+                                                     "APP"};
+const std::array<std::string, 4> kAccessKeywords{"Create", "Read Only", "Mode", "Busy Timeout"};
 
 bool Contains(std::string_view text, std::string_view lowerCaseWord) {
     return platform::ToLower(text).find(lowerCaseWord) != std::string::npos;
@@ -43,11 +64,9 @@ std::string RequireDriver(const OdbcEnvironment& environment,
 // What no message may show: the password, also as the driver manager's form spells it.
 std::vector<std::string> SecretsOf(const ConnectionParameters& parameters) {
     std::vector<std::string> secrets;
-    for (const auto* key : {"Password", "PWD"}) {
-        const std::string value(parameters.Get(key));
-        if (value.empty()) continue;
+    for (auto& value : parameters.Secrets()) {
         secrets.push_back(platform::ReplaceAll(value, "}", "}}"));
-        secrets.push_back(value);
+        secrets.push_back(std::move(value));
     }
     return secrets;
 }
@@ -83,6 +102,12 @@ bool IsTrusted(const ConnectionParameters& parameters) {
     const auto value = FirstOf(parameters, {"Integrated Security", "Trusted_Connection"});
     return platform::EqualIgnoringCase(value, "SSPI") || platform::EqualIgnoringCase(value, "yes") ||
            platform::EqualIgnoringCase(value, "true");
+}
+
+// Drivers and versions know different words for it; these few ask for none.
+bool IsEncrypted(const ConnectionParameters& parameters) {
+    const auto value = platform::ToLower(FirstOf(parameters, {"Encrypt", "Use Encryption for Data"}));
+    return !value.empty() && value != "no" && value != "false" && value != "0" && value != "optional";
 }
 
 // In the driver manager's form. silent is how long the driver waits for the server's next bytes.
@@ -160,14 +185,23 @@ std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
     // Those that came beside the string.
     if (!parameters.Find("UID")) more.Add("UID", parameters.Get("User ID"));
     if (!parameters.Find("PWD")) more.Add("PWD", parameters.Get("Password"));
-    return OdbcEnvironment().Connect(text + more.Text(), "ODBC", connectionTimeout, SecretsOf(parameters),
-                                     std::move(cancel));
+    auto session = OdbcEnvironment().Connect(text + more.Text(), "ODBC", connectionTimeout,
+                                             SecretsOf(parameters), std::move(cancel));
+    // Drivers find their files by one of these keys; beside a server they name none.
+    const bool isFile = FirstOf(parameters, {"Server", "Servername"}).empty();
+    std::vector<std::string> files;
+    for (const char* key : {"Data Source", "Database", "DBQ"}) {
+        if (isFile && platform::FileExists(parameters.Get(key))) files.emplace_back(parameters.Get(key));
+    }
+    session->SetFiles(std::move(files));
+    return session;
 }
 
 std::shared_ptr<Session> OpenMariaDbSession(const ConnectionParameters& parameters,
                                             std::int32_t connectionTimeout,
                                             std::shared_ptr<CancelSwitch> cancel) {
     RequirePlainNames(parameters, kMariaDbName);
+    RequireKnownKeywords(parameters, kMariaDbKeywords, kMariaDbName);
     const auto limits = ReadLinkLimits(parameters, kMariaDbName);
     const auto driver = RequireDriver(OdbcEnvironment(), {"mariadb", "mysql"});
     const auto dataSource = parameters.Get("Data Source");
@@ -219,9 +253,11 @@ std::string SqlServerConnectionText(const ConnectionParameters& parameters, std:
             text.Add("Port", "1433");
         }
         text.Add("TDS_Version", "7.4").Add("ClientCharset", "UTF-8");
+        if (IsEncrypted(parameters)) text.Add("Encryption", "require");
     } else {
         text.Add("Server", server);
-        for (const auto* key : {"Encrypt", "TrustServerCertificate", "MultiSubnetFailover"}) {
+        text.Add("Encrypt", FirstOf(parameters, {"Encrypt", "Use Encryption for Data"}));
+        for (const auto* key : {"TrustServerCertificate", "MultiSubnetFailover", "ApplicationIntent"}) {
             text.Add(key, parameters.Get(key));
         }
     }
@@ -232,7 +268,7 @@ std::string SqlServerConnectionText(const ConnectionParameters& parameters, std:
         text.Add("UID", FirstOf(parameters, {"User ID", "UID"}));
         text.Add("PWD", FirstOf(parameters, {"Password", "PWD"}));
     }
-    text.Add("APP", parameters.Get("Application Name"));
+    text.Add("APP", FirstOf(parameters, {"Application Name", "APP"}));
     return text.Text();
 }
 
@@ -240,6 +276,7 @@ std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parame
                                               std::int32_t connectionTimeout,
                                               std::shared_ptr<CancelSwitch> cancel) {
     RequirePlainNames(parameters, "SQL Server");
+    RequireKnownKeywords(parameters, kSqlServerKeywords, "SQL Server");
     OdbcEnvironment environment;
     const auto driver = RequireDriver(environment, {"for sql server", "freetds"});
     return environment.Connect(SqlServerConnectionText(parameters, driver), "SQL Server", connectionTimeout,
@@ -249,6 +286,8 @@ std::shared_ptr<Session> OpenSqlServerSession(const ConnectionParameters& parame
 std::shared_ptr<Session> OpenAccessSession(const ConnectionParameters& parameters,
                                            std::int32_t connectionTimeout,
                                            std::shared_ptr<CancelSwitch> cancel) {
+    RequireKnownKeywords(parameters, kAccessKeywords, "Access");
+    IsReadOnly(parameters, "Access");  // which it is in any case
     OdbcEnvironment environment;
     OdbcConnectionText text;
     text.Add("Driver", "{" + RequireDriver(environment, {"mdb"}) + "}");
@@ -257,6 +296,7 @@ std::shared_ptr<Session> OpenAccessSession(const ConnectionParameters& parameter
         text.Text() + "DBQ=" + platform::NativePath(parameters.Get("Data Source")) + ";";
     auto session = environment.Connect(connectionText, "Access", connectionTimeout, SecretsOf(parameters),
                                        std::move(cancel));
+    session->SetFiles({std::string(parameters.Get("Data Source"))});
     // The driver opens what it cannot read, too.
     if (!HasOdbcTables(*session)) {
         throw MakeProviderError(AdoError::Unspecified, "The Access file cannot be read.", "Access");

@@ -34,6 +34,7 @@ public:
     std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override;
+    std::vector<std::string> Files() const override { return files_; }
     bool IsAlive() override;
     bool IsClosed() const noexcept override { return !connection_; }
     void Close() override;
@@ -53,6 +54,8 @@ public:
     /// in standard SQL. A backslash in a text is one, since values are put into statements with their quotes
     /// doubled, and must not end their text otherwise.
     void AskForStandardSql();
+    /// The files that the driver has opened.
+    void SetFiles(std::vector<std::string> files) noexcept { files_ = std::move(files); }
     /// What is known of the server's end; the session goes through it where its driver cannot help.
     void UsePeer(std::unique_ptr<OdbcPeer> peer) noexcept { peer_ = std::move(peer); }
     /// Whether the driver's handles may still be used.
@@ -156,7 +159,8 @@ private:
     std::shared_ptr<CancelSwitch> cancel_;
     std::unique_ptr<OdbcPeer> peer_;          // null where there is nothing beside the driver
     std::vector<OdbcExecution*> executions_;  // owned by their batches and cursors
-    std::list<PreparedChange> changes_;       // the last used first
+    std::vector<std::string> files_;
+    std::list<PreparedChange> changes_;  // the last used first
     bool isLost_ = false;
     bool inTransaction_ = false;
     bool hasFailed_ = false;  // a statement has, since the transaction began or was last asked for

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "ado/connection_keywords.hpp"
 #include "ado/errors.hpp"
 #include "ado/link_limits.hpp"
 #include "ado/postgresql/postgresql_link.hpp"
@@ -63,16 +64,25 @@ std::vector<Host> ReadHosts(std::string_view dataSource) {
     return hosts;
 }
 
+// The settings of libpq's own keywords. Refuses what neither libpq nor this provider knows.
 Settings PassedThrough(const ConnectionParameters& parameters) {
-    constexpr std::array<std::string_view, 4> kOwn{"client_encoding", "replication", "connect_timeout",
+    constexpr std::array<std::string_view, 3> kOwn{"client_encoding", "connect_timeout",
                                                    "fallback_application_name"};
     Settings settings;
+    std::vector<std::string> names{"Initial Catalog", "Link Timeout", "Read Timeout"};
     const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> known(PQconndefaults(),
                                                                              PQconninfoFree);
     for (const auto* option = known.get(); option && option->keyword; ++option) {
         const std::string_view keyword = option->keyword;
+        if (keyword == "replication") continue;  // another language than SQL
+        names.emplace_back(keyword);
         if (std::find(kOwn.begin(), kOwn.end(), keyword) != kOwn.end()) continue;
         if (const auto value = parameters.Find(keyword)) settings.emplace_back(keyword, *value);
+    }
+    RequireKnownKeywords(parameters, names, kPostgresqlName);
+    const auto encoding = platform::ToLower(parameters.Get("client_encoding"));
+    if (!encoding.empty() && encoding != "utf8" && encoding != "utf-8" && encoding != "unicode") {
+        Raise(AdoError::Unspecified, "\"client_encoding\" cannot be anything but UTF8 here.");
     }
     return settings;
 }

@@ -2,22 +2,24 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
+#include <array>
 #include <chrono>
 #include <limits>
 #include <string>
 #include <utility>
 
+#include "ado/connection_keywords.hpp"
 #include "ado/errors.hpp"
 #include "ado/sqlite/sqlite_session.hpp"
 #include "platform/files.hpp"
+#include "platform/keywords.hpp"
 #include "platform/number.hpp"
-#include "platform/text.hpp"
 
 namespace halvtiv::ado {
 namespace {
 
 constexpr std::string_view kMemory = ":memory:";
+const std::array<std::string, 4> kKeywords{"Create", "Read Only", "Mode", "Busy Timeout"};
 
 [[noreturn]] void RaiseCannotOpen(const std::string& words) {
     throw MakeProviderError(AdoError::Unspecified, words, kSqliteName);
@@ -29,25 +31,8 @@ std::string PlainFileName(std::string_view dataSource) {
     return name.starts_with("file:") || name.starts_with(':') ? "./" + name : name;
 }
 
-// A name as messages show it. Where a ";" was forgotten, the rest of the connection string came along; an
-// address with "user:password@" in it is none.
 std::string ShownName(const std::string& name) {
-    const std::string lower = platform::ToLower(name);
-    const std::size_t address = name.find('@') == std::string::npos ? name.size() : lower.find("://");
-    const std::size_t end = std::min({lower.find("password"), lower.find("pwd"), address, name.size()});
-    return end == name.size() ? "\"" + name + "\"" : "\"" + name.substr(0, end) + "...\"";
-}
-
-// Whether the rest of the connection string came along, with a password in it.
-bool HoldsPassword(const std::string& name) {
-    const std::string lower = platform::ToLower(name);
-    for (const std::string_view word : {"password", "pwd"}) {
-        const std::size_t at = lower.find(word);
-        if (at == std::string::npos) continue;
-        const std::size_t behind = lower.find_first_not_of(' ', at + word.size());
-        if (behind != std::string::npos && lower[behind] == '=') return true;
-    }
-    return false;
+    return "\"" + platform::Shown(name) + "\"";
 }
 
 void RequireFile(std::string_view dataSource, bool mayBeMissing) {
@@ -58,7 +43,7 @@ void RequireFile(std::string_view dataSource, bool mayBeMissing) {
     if (platform::FileExists(name)) return;
     if (platform::FolderExists(name)) RaiseCannotOpen(ShownName(name) + " is a folder, not a database file.");
     if (!mayBeMissing) RaiseCannotOpen("The database file " + ShownName(name) + " does not exist.");
-    if (HoldsPassword(name)) {  // which would be a new file's name
+    if (platform::HoldsSecretPair(name)) {  // which would be a new file's name
         RaiseCannotOpen("The value of \"Data Source\" holds a password: there is a \";\" missing before it.");
     }
 }
@@ -76,8 +61,9 @@ std::chrono::milliseconds BusyTimeoutOf(const ConnectionParameters& parameters) 
 std::shared_ptr<Session> OpenFile(const ConnectionParameters& parameters,
                                   std::shared_ptr<CancelSwitch> cancel) {
     const auto dataSource = parameters.Get("Data Source");
+    RequireKnownKeywords(parameters, kKeywords, kSqliteName);
     const auto busyTimeout = BusyTimeoutOf(parameters);
-    const bool readOnly = parameters.IsSet("Read Only");
+    const bool readOnly = IsReadOnly(parameters, kSqliteName);
     const bool create = parameters.IsSet("Create") && !readOnly;
     const bool inMemory = dataSource == kMemory;
     if (!inMemory) RequireFile(dataSource, create);

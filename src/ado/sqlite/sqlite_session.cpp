@@ -91,6 +91,17 @@ void SqliteSession::ReleaseDatabase() noexcept {
     database_.reset();
 }
 
+std::vector<std::string> SqliteSession::Files() const {
+    std::vector<std::string> files;
+    if (!database_) return files;
+    const char* schema = nullptr;
+    for (int index = 0; (schema = sqlite3_db_name(database_.get(), index)) != nullptr; ++index) {
+        const char* const file = sqlite3_db_filename(database_.get(), schema);
+        if (file != nullptr && *file != '\0') files.emplace_back(file);  // in memory otherwise
+    }
+    return files;
+}
+
 bool SqliteSession::InTransaction() {
     return database_ && sqlite3_get_autocommit(database_.get()) == 0;
 }

@@ -33,6 +33,7 @@ public:
     std::unique_ptr<Batch> Prepare(std::string commandText, Purpose purpose) override;
     RowChangeResult Change(const RowChange& change) override;
     std::string_view DatabaseName() const override { return "SQLite"; }
+    std::vector<std::string> Files() const override;
     bool IsAlive() override { return database_ != nullptr; }
     bool IsClosed() const noexcept override { return closed_; }
     void Close() override;
