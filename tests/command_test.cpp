@@ -183,8 +183,8 @@ TEST_F(CommandTest, TransactionsAreDoneOrSayWhyNot) {
         {insert("2") + unknown, 1, "<result guid=\"T\" name=\"t\"/>", "Function not found"},
         {unknown + insert("2"), 2, "", "ZorbDbAccessEngine:clsZorbXmlFunctionLibrary:Function not found"},
         {Request("item.byid", "") + insert("2"), 2, "", "No value provided"},
-        {"<function name='public.executesql' guid='&#39;'/>", 1, "<result guid=\"T\" name=\"t\"/>",
-         "sql parameter missed"},
+        {"<function name='public.executesql' guid='&#39;'/>", 1,
+         "<result guid=\"T\" name=\"t\"><data guid=\"'\" type=\"error\">", "sql parameter missed"},
         {Request("public.executesql",
                  "pragma defer_foreign_keys=1;create table c (i references item(id));"
                  "insert into c values (77)"),
