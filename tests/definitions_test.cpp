@@ -67,12 +67,12 @@ TEST(FunctionDefinitionTest, SaysWhatIsWrongWithIt) {
 
 /// The "sql" that a call compiles to, or the error's words.
 std::string Compiled(const std::string& definitionXml, const std::string& params,
-                     const std::string& name = "f") {
+                     const std::string& name = "f", const std::string& database = {}) {
     clsZorbFunctionDef definition;
     EXPECT_TRUE(definition.Parse(definitionXml)) << definition.GetLastError();
     ZorbFunctionCall call;
     EXPECT_TRUE(call.Parse("<function guid='G' name='" + name + "'>" + params + "</function>"));
-    if (!definition.CompileFunction(call)) return definition.GetLastError();
+    if (!definition.CompileFunction(call, database)) return definition.GetLastError();
     EXPECT_EQ(call.FunctionName(), "public.getdata");
     EXPECT_EQ(call.FunctionGUID(), "G");
     EXPECT_FALSE(definition.CompileFunction(call)) << "it names the base function now";
@@ -116,6 +116,12 @@ TEST(FunctionCompilationTest, ValuesTakeThePlaceOfTheirPlaceholders) {
         const bool fails = expected.starts_with("Compile error");
         EXPECT_EQ(Compiled(definition, params),
                   fails ? "clsZorbXmlFunction:" + expected + "(ERR#: -1)" : expected);
+    }
+    for (const auto& [database, sql, expected] :
+         std::vector<std::array<std::string, 3>>{{"SQLite", "[it's], 1-%n%", "[it's], 1- -1"},
+                                                 {"PostgreSQL", "a[1-%n%], $$it's-%n%$$, E'\\'-%n%', 1-%n%",
+                                                  "a[1- -1], $$it's--1$$, E'\\'--1', 1- -1"}}) {
+        EXPECT_EQ(Compiled(WithSql(number, sql), "<param name='n' value='-1'/>", "f", database), expected);
     }
     EXPECT_EQ(Compiled(WithSql(number, ""), "<param name='n' value='1'/>", "F"),
               "clsZorbXmlFunction:Compile error: function name not match - \"F\" and \"f\".(ERR#: -1)");

@@ -91,14 +91,13 @@ bool IsSql(const std::string& name) {
 }
 
 /// Fills all values of a call. The bound is on all of them together: a small request may have many.
-void FillValues(const ZorbFunctionCall& call, const Placeholders& placeholders) {
+void FillValues(const ZorbFunctionCall& call, const Placeholders& placeholders, FilledText sql) {
     std::vector<std::pair<ZorbColumnDataItem*, FilledText>> filled;
     std::size_t given = 0;
     const auto collect = [&](const ZorbColumnDataItems& items, bool mayBeSql) {
         for (const ZorbColumnDataItemPtr& item : items) {
             if (item->Value.find('%') == std::string::npos) continue;
-            filled.emplace_back(item.get(),
-                                mayBeSql && IsSql(item->Name) ? FilledText::Sql : FilledText::Plain);
+            filled.emplace_back(item.get(), mayBeSql && IsSql(item->Name) ? sql : FilledText::Plain);
             given += item->Value.size();
         }
     };
@@ -124,7 +123,7 @@ void clsZorbFunctionDef::Compile(ZorbFunctionCall& call, std::string_view databa
     call.FunctionName(body.FunctionName());
     MergeParams(call, body);
     MergeDataParams(call, body);
-    FillValues(call, placeholders);
+    FillValues(call, placeholders, SqlFor(database));
 }
 
 }  // namespace halvtiv

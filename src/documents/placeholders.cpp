@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "ado/sql_scanner.hpp"
+
 namespace halvtiv {
 
 namespace {
@@ -45,40 +47,43 @@ std::size_t CountOf(std::string_view text, std::string_view part) {
     return count;
 }
 
-/// Where what is enclosed in quotes, or a comment, ends that begins at a position; the position itself where
-/// none begins.
-std::size_t EndOfEnclosed(std::string_view text, std::size_t at) {
-    const auto behind = [text, at](std::string_view end, std::size_t length) {
-        const std::size_t found = text.find(end, at + length);
-        return found == std::string_view::npos ? text.size() : found + end.size();
-    };
-    const std::string_view rest = text.substr(at);
-    if (rest.starts_with('\'') || rest.starts_with('"') || rest.starts_with('`'))
-        return behind(rest.substr(0, 1), 1);
-    if (rest.starts_with("--")) return behind("\n", 2);
-    if (rest.starts_with("/*")) return behind("*/", 2);
-    return at;
-}
-
-/// Parts each "-" at which a value starts from a "-" before it.
-std::string PartMinusSigns(std::string text, std::vector<std::size_t> starts) {
+/// Parts each "-" at which a value starts from a "-" before it, unless the two stand in a quoted text or in a
+/// comment.
+std::string PartMinusSigns(std::string text, std::vector<std::size_t> starts, FilledText kind) {
     std::erase_if(starts, [&text](std::size_t at) { return at == 0 || text.compare(at - 1, 2, "--") != 0; });
     if (starts.empty()) return text;
     std::string parted;
     parted.reserve(text.size() + starts.size());
-    std::size_t at = 0;
-    for (auto start = starts.begin(); at < text.size();) {
-        while (start != starts.end() && *start <= at) ++start;
-        const bool isParted = start != starts.end() && *start == at + 1;
-        const std::size_t end = isParted ? at + 1 : std::max(EndOfEnclosed(text, at), at + 1);
-        parted.append(text, at, end - at);
-        if (isParted) parted += ' ';
-        at = end;
+    std::size_t from = 0;
+    for (std::size_t& start : starts) {
+        parted.append(text, from, start - from);
+        from = start;
+        start = parted.size();  // of the blank
+        parted += ' ';
     }
-    return parted;
+    parted.append(text, from);
+
+    // With the blanks the signs are symbols; a blank behind anything else goes again.
+    ado::SqlScanner scanner(
+        parted, kind == FilledText::PostgresqlSql ? ado::SqlDialect::Postgresql : ado::SqlDialect::Common);
+    auto token = scanner.Next();
+    std::string kept;
+    kept.reserve(parted.size());
+    from = 0;
+    for (const std::size_t blank : starts) {
+        while (token.kind != ado::SqlToken::Kind::End && token.position + token.text.size() < blank)
+            token = scanner.Next();
+        kept.append(parted, from, blank - from);
+        from = token.IsSymbol('-') && token.position + 1 == blank ? blank : blank + 1;
+    }
+    return kept.append(parted, from);
 }
 
 }  // namespace
+
+FilledText SqlFor(std::string_view database) {
+    return database == "PostgreSQL" ? FilledText::PostgresqlSql : FilledText::Sql;
+}
 
 void Placeholders::Add(std::string_view name, std::string value) {
     hasAwkwardName_ = hasAwkwardName_ || name.find(kMark) != std::string_view::npos;
@@ -107,8 +112,8 @@ bool Placeholders::Fill(std::string& text, FilledText kind, std::size_t& room) c
         outcome = FillOneByOne(room, draft);
     }
     if (outcome == Outcome::NoRoom) return false;
-    text = kind == FilledText::Sql ? PartMinusSigns(std::move(draft.text), std::move(draft.starts))
-                                   : std::move(draft.text);
+    text = kind == FilledText::Plain ? std::move(draft.text)
+                                     : PartMinusSigns(std::move(draft.text), std::move(draft.starts), kind);
     return true;
 }
 

@@ -11,7 +11,10 @@ namespace halvtiv {
 /// What a text with placeholders is. In SQL a value that begins with "-" gets a blank before it where it
 /// comes to stand directly behind a "-": the two would begin a comment. Quoted texts and comments stay as
 /// they are.
-enum class FilledText { Plain, Sql };
+enum class FilledText { Plain, Sql, PostgresqlSql };
+
+/// The SQL of a database, by the name that definitions use; "" where it is not known.
+FilledText SqlFor(std::string_view database);
 
 /// Puts values in place of `%name%`, as it is spelled.
 ///

@@ -22,7 +22,7 @@ class ReferencedColumns {
 public:
     /// items: name is the placeholder, value the parent's column; null for none. "Invalid referenced column
     /// definition - name or value missing.", "Invalid extra of referenced column - "NAME" (...)."
-    explicit ReferencedColumns(const ZorbColumnDataItems* items) {
+    ReferencedColumns(const ZorbColumnDataItems* items, FilledText sql) : sql_(sql) {
         if (items == nullptr) return;
         for (const ZorbColumnDataItemPtr& item : *items) {
             if (item->Name.empty() || item->Value.empty()) {
@@ -50,7 +50,7 @@ public:
     /// The query for the row that was read.
     std::string Fill(std::string query) const {
         std::size_t room = placeholders_.Room(query.size());
-        if (!placeholders_.Fill(query, FilledText::Sql, room)) {
+        if (!placeholders_.Fill(query, sql_, room)) {
             RaiseEngineError("Child query too long after substitution.");
         }
         return query;
@@ -82,6 +82,7 @@ private:
     };
     std::vector<Column> columns_;
     Placeholders placeholders_;
+    FilledText sql_;
 };
 
 std::int32_t NextRowNumber(std::int32_t rowNumber) {
@@ -113,7 +114,8 @@ bool BuiltIn_GetComplexData(EngineState& engine, ZorbFunctionCall& call, ZorbFun
         const std::int32_t count = call.GetParamArray("csql", templates);
         if (count < 0) call.RaiseLastError();  // a call without any has no error: the parent comes alone
         if (count == 0) RaiseEngineError("No child table specified for complex data.");
-        ReferencedColumns referenced(CallInside::FindBlock(call, "refcols").get());
+        ReferencedColumns referenced(CallInside::FindBlock(call, "refcols").get(),
+                                     SqlFor(engine.core.DatabaseName()));
 
         // Read twice: into the result, then row by row for the children.
         ado::RecordsetPtr parent = OpenData(engine, sql, ado::adOpenDynamic);
