@@ -43,14 +43,15 @@ struct TableInfo {
     std::string plainName;     ///< likewise
     bool isBaseTable = false;  ///< not a view, and nothing foreign
     std::vector<Column> columns;
-    /// The columns of the best unique key without nulls: the primary key, else the smallest one.
+    /// The columns of the best unique key without nulls, without quotes: the primary key, else the smallest.
     std::vector<std::string> key;
+    bool keyIsGenerated = false;  ///< the database gives a new row's key: one integer
     /// The hidden columns by which the database itself tells rows apart, as they stand in a statement: rowid.
     std::vector<std::string> rowId;
-    bool prefersRowId = false;    ///< the row identity is used even where there is a key
-    bool rowIdIsStable = false;   ///< it stays when the row changes, so that a value can be read by it later
-    std::string rowIdAlias;       ///< the column that is the row identity under another name; "" for none
-    bool keyIsGenerated = false;  ///< the database gives a new row's key, one integer
+    bool prefersRowId = false;  ///< the row identity is used even where there is a key
+    /// It stays when the row changes, so that values can be read by it later; the database gives a new row's.
+    bool rowIdIsStable = false;
+    std::string rowIdAlias;  ///< the column that is the row identity under another name; "" for none
 
     /// The column of a name, in any letter case; null where there is none.
     const Column* Find(std::string_view columnName) const;
@@ -71,6 +72,9 @@ public:
     virtual std::shared_ptr<const TableInfo> Table(const ColumnOrigin& origin) = 0;
     /// Whether a name in FROM is this table's own, and not that of a view on it.
     virtual bool IsNameOf(const sql::TableName& name, const ColumnOrigin& origin);
+    /// Whether a name in FROM is that of a base table. Needs no answer where the database names a view itself
+    /// as the origin of its columns.
+    virtual bool IsBaseTable(const sql::TableName& /*name*/) { return true; }
     /// Whether an aggregate makes one row of many. Needs no answer where the database refuses plain columns
     /// beside an aggregate without GROUP BY: a query that has columns of a table has no aggregate then.
     virtual bool Aggregates(const sql::SelectQuery& /*query*/) { return false; }

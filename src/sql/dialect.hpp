@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -27,14 +28,14 @@ struct Syntax {
     bool hasNestedComments = false;       ///< block comments nest
     bool hasExecutableComments = false;   ///< the content of /*! ... */ and /*M! ... */ is SQL
     bool namesMayBeginWithDigit = false;  ///< 1a is a name
-    std::string_view nameSymbols;         ///< what may stand in a name besides letters, digits and _
-    std::string_view namePrefixes;        ///< what may begin a name besides letters and _
+    std::array<bool, 256> beginsName{};   ///< by byte
+    std::array<bool, 256> isInName{};     ///< by byte
     bool hasQuestionMarks = false;        ///< ? is a parameter marker
     bool numbersQuestionMarks = false;    ///< ?1
-    bool numbersDollars = false;          ///< $1
     std::string_view parameterPrefixes;   ///< a name behind one of them is a parameter: :name
-    bool hasUserVariables = false;        ///< @name and @@name are values, not parameters
-    std::string_view operatorCharacters;  ///< any run of them is one operator; "" for a fixed set
+    bool hasDollarNumbers = false;        ///< $1 is a parameter marker
+    bool hasUserVariables = false;        ///< @name and @@name are words
+    bool hasFreeOperators = false;        ///< any run of operator characters is one operator
 };
 
 /// The rules of a dialect.

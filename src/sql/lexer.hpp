@@ -57,6 +57,7 @@ private:
     std::size_t EndOfLine(std::size_t begin) const;
     std::size_t EndOfComment(std::size_t begin) const;
     std::size_t EndOfName(std::size_t begin) const;
+    bool IsBehindName(std::size_t begin) const;
     std::size_t EndOfNumber(std::size_t begin) const;
     /// Behind the quoted text whose opening quote is at `begin`.
     std::size_t EndOfQuoted(std::size_t begin, char close, bool hasEscapes, bool isDoubled = true) const;

@@ -27,15 +27,16 @@ struct SelectQuery {
         /// The last name of a plain column reference, without quotes; "" where the item is anything else.
         std::string column;
     };
-    /// A SELECT that the rows pass through: the query itself, then its derived tables and CTEs.
+    /// A SELECT that the rows pass through: of the query itself, of its derived tables and CTEs. Offsets
+    /// count from the begin of `text`.
     struct Level {
-        std::size_t conditionEnd = 0;  ///< offset behind FROM and WHERE, where ORDER BY may stand
-        std::size_t end = 0;           ///< offset behind its last clause
+        std::size_t conditionEnd = 0;  ///< behind FROM and WHERE, where ORDER BY may stand
+        std::size_t end = 0;           ///< behind its last clause
         bool hasCall = false;          ///< its select list calls a function, which may be an aggregate
     };
 
     Dialect dialect = Dialect::Generic;
-    std::string_view text;     ///< the query, without ";"
+    std::string_view text;     ///< the query, without ";" and what follows
     std::string_view opening;  ///< up to the select list, with the WITH clause
     std::vector<Item> items;   ///< of the outermost select list
     std::string_view tail;     ///< from FROM to the end
@@ -43,8 +44,8 @@ struct SelectQuery {
     std::vector<TableName> tables;
     bool hasOtherSources = false;  ///< rows come from a table function or the like, too
     bool ordersByNumber = false;   ///< ORDER BY may count columns
-    bool usesOwnNames = false;     ///< the outermost FROM has a derived table, a CTE or a column list
-    std::vector<Level> levels;     ///< at least one
+    bool renamesColumns = false;   ///< a derived table, a CTE or an alias may rename the tables' columns
+    std::vector<Level> levels;     ///< the outermost last
 
     /// Whether a name stands in `tail`, in any letter case.
     bool TailNames(std::string_view name) const;
