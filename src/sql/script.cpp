@@ -86,9 +86,9 @@ private:
 class MariaDbStatement {
 public:
     bool EndsAt(const Token& token) {
-        // A part of an executable comment cannot stand alone.
-        if (token.IsSymbol(';') && !token.isConditional) {
-            if (blocks_ == 0 && !awaitsBegin_) return true;
+        if (token.IsSymbol(';')) {
+            // A part of an executable comment cannot stand alone.
+            if (blocks_ == 0 && !awaitsBegin_ && !token.isConditional) return true;
             BeginStatement();
         } else {
             Read(token);

@@ -15,16 +15,21 @@ constexpr std::size_t kMostLiterals = 999;
 // A longer one may not be a 64-bit integer, and has another type then.
 constexpr std::size_t kMostDigits = 18;
 
+/// Whether it is one string without a prefix: each quote inside is doubled, and the last one ends it.
+bool IsPlainString(std::string_view text) {
+    if (text.size() < 2 || !text.starts_with('\'') || !text.ends_with('\'')) return false;
+    text = text.substr(1, text.size() - 2);
+    for (auto quote = text.find('\''); quote != std::string_view::npos; quote = text.find('\'', quote + 2)) {
+        if (!text.substr(quote + 1).starts_with('\'')) return false;
+    }
+    return true;
+}
+
 /// The kind of a plain string or number; nothing for those with prefixes, hexadecimal digits, and the like.
 std::optional<ShapeLiteral::Kind> KindOf(const Token& token, Dialect dialect) {
     using Kind = ShapeLiteral::Kind;
     if (token.kind == Token::Kind::String) {
-        const auto text = token.text;
-        if (text.size() < 2 || text.front() != '\'') return std::nullopt;
-        // Each quote inside is doubled; else it is a string in several pieces, or has no end.
-        auto i = text.find('\'', 1);
-        while (i + 1 < text.size() && text[i + 1] == '\'') i = text.find('\'', i + 2);
-        return i + 1 == text.size() ? std::optional(Kind::Text) : std::nullopt;
+        return IsPlainString(token.text) ? std::optional(Kind::Text) : std::nullopt;
     }
     if (token.kind != Token::Kind::Number) return std::nullopt;
     auto kind = Kind::Integer;

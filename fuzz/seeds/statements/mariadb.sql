@@ -1,0 +1,1 @@
+create definer=`a`@'b' procedure if not exists p(x int) begin declare exit handler for not found, sqlstate '42000' begin end; l: repeat if x then set @a = case 1 when 1 then 2 end; end if; until 1 end repeat l; end; /*!50101 begin */; select 1
