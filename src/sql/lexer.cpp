@@ -10,6 +10,13 @@ namespace halvtiv::sql {
 namespace {
 
 constexpr std::string_view kOperatorCharacters = "+-*/<>=~!@#%^&|`?";
+/// By byte: what may stand in an operator, or in "::", ":=" and "..".
+constexpr auto kIsInOperator = [] {
+    std::array<bool, 256> table{};
+    for (const char c : kOperatorCharacters) table[static_cast<unsigned char>(c)] = true;
+    table[':'] = table['.'] = true;
+    return table;
+}();
 // A longer one is no operator anywhere, and reading on would make a long run of signs quadratic.
 constexpr std::size_t kLongestOperator = 64;
 
@@ -24,11 +31,6 @@ constexpr bool IsHexDigit(char c) noexcept {
 }
 
 }  // namespace
-
-bool Token::IsWord(std::string_view lowerCase) const noexcept {
-    return kind == Kind::Word && std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
-                                            [](char left, char right) { return LowerAscii(left) == right; });
-}
 
 std::string Token::Name() const {
     if (kind != Kind::QuotedName) return std::string(text);
@@ -50,22 +52,14 @@ bool Token::Names(std::string_view name) const {
     return kind == Kind::QuotedName && platform::EqualIgnoringCase(Name(), name);
 }
 
-bool Lexer::IsNameCharacter(char c) const noexcept {
-    return syntax_->isInName[static_cast<unsigned char>(c)];
-}
-
-bool Lexer::IsNameBegin(char c) const noexcept {
-    return syntax_->beginsName[static_cast<unsigned char>(c)];
-}
-
 Token Lexer::Next() {
     SkipBlanksAndComments();
     const auto begin = position_;
     if (begin >= text_.size()) return {Token::Kind::End, false, {}, text_.size()};
     const char first = text_[begin];
     auto kind = Token::Kind::Symbol;
-    auto end = begin;
-    if (IsNameBegin(first)) {
+    std::size_t end = 0;
+    if (syntax_->beginsName[static_cast<unsigned char>(first)]) {
         kind = Token::Kind::Word;
         end = EndOfPrefixed(begin, kind);
         if (end == begin) end = EndOfName(begin);
@@ -205,15 +199,12 @@ std::size_t Lexer::EndOfNumber(std::size_t begin) const {
 }
 
 std::size_t Lexer::EndOfQuoted(std::size_t begin, char close, bool hasEscapes, bool isDoubled) const {
-    for (auto i = begin + 1; i < text_.size(); ++i) {
-        if (hasEscapes && text_[i] == '\\') {
-            ++i;
-        } else if (text_[i] == close) {
-            if (!isDoubled || At(i + 1) != close) return i + 1;
-            ++i;
-        }
+    const std::array<char, 2> stops{close, hasEscapes ? '\\' : close};
+    for (auto i = begin + 1;; i += 2) {
+        i = hasEscapes ? text_.find_first_of(std::string_view(stops.data(), 2), i) : text_.find(close, i);
+        if (i == std::string_view::npos) return text_.size();
+        if (text_[i] == close && (!isDoubled || At(i + 1) != close)) return i + 1;
     }
-    return text_.size();
 }
 
 std::size_t Lexer::EndOfString(std::size_t begin, bool hasEscapes) const {
@@ -293,6 +284,7 @@ std::size_t Lexer::EndOfVariable(std::size_t begin) const {
 }
 
 std::size_t Lexer::EndOfOperator(std::size_t begin) const {
+    if (!kIsInOperator[static_cast<unsigned char>(At(begin + 1))]) return begin + 1;
     const auto rest = text_.substr(begin, kLongestOperator);
     if (!syntax_->hasFreeOperators || kOperatorCharacters.find(rest.front()) == std::string_view::npos) {
         const auto* const found = std::find_if(kOperators.begin(), kOperators.end(),

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "sql/characters.hpp"
 #include "sql/dialect.hpp"
 
 namespace halvtiv::sql {
@@ -18,7 +19,13 @@ struct Token {
     std::size_t position = 0;
 
     /// Whether it is this keyword, given in lower case. A quoted name never is.
-    bool IsWord(std::string_view lowerCase) const noexcept;
+    bool IsWord(std::string_view lowerCase) const noexcept {
+        if (kind != Kind::Word || text.size() != lowerCase.size()) return false;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (LowerAscii(text[i]) != lowerCase[i]) return false;
+        }
+        return true;
+    }
     /// Whether it is this operator or punctuation mark. Operators of several characters are one token.
     bool IsSymbol(std::string_view symbol) const noexcept { return kind == Kind::Symbol && text == symbol; }
     bool IsSymbol(char symbol) const noexcept {
@@ -48,8 +55,7 @@ public:
 
 private:
     char At(std::size_t position) const noexcept { return position < text_.size() ? text_[position] : '\0'; }
-    bool IsNameCharacter(char c) const noexcept;
-    bool IsNameBegin(char c) const noexcept;
+    bool IsNameCharacter(char c) const noexcept { return syntax_->isInName[static_cast<unsigned char>(c)]; }
     void SkipBlanksAndComments();
     /// Whether a comment begins at the position; moves behind it.
     bool SkipComment();

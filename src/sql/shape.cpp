@@ -50,6 +50,35 @@ std::optional<ShapeLiteral::Kind> KindOf(const Token& token, Dialect dialect) {
     return kind;
 }
 
+enum class Keyword : std::uint8_t {
+    None,
+    Where,
+    On,
+    Do,
+    Fixed,
+    Other,
+    Limit,
+    Update,
+    Set,
+    Values,
+    Insert,
+    AndOr,
+    Not,
+    In
+};
+
+constexpr WordMap kKeywords(std::to_array<std::pair<std::string_view, Keyword>>(
+    {{"where", Keyword::Where},    {"on", Keyword::On},         {"do", Keyword::Do},
+     {"select", Keyword::Fixed},   {"group", Keyword::Fixed},   {"having", Keyword::Fixed},
+     {"order", Keyword::Fixed},    {"window", Keyword::Fixed},  {"returning", Keyword::Fixed},
+     {"from", Keyword::Other},     {"join", Keyword::Other},    {"using", Keyword::Other},
+     {"union", Keyword::Other},    {"except", Keyword::Other},  {"intersect", Keyword::Other},
+     {"fetch", Keyword::Other},    {"for", Keyword::Other},     {"limit", Keyword::Limit},
+     {"offset", Keyword::Limit},   {"update", Keyword::Update}, {"set", Keyword::Set},
+     {"values", Keyword::Values},  {"value", Keyword::Values},  {"insert", Keyword::Insert},
+     {"replace", Keyword::Insert}, {"and", Keyword::AndOr},     {"or", Keyword::AndOr},
+     {"not", Keyword::Not},        {"in", Keyword::In}}));
+
 /// Whether a comparison or an assignment ends before the token: nothing binds its literal to something else.
 bool EndsOperand(const Token& token) {
     if (token.kind != Token::Kind::Word) return token.IsEnd() || token.IsSymbol(')') || token.IsSymbol(';');
@@ -61,6 +90,7 @@ class ShapeReader {
 public:
     ShapeReader(std::string_view statement, Dialect dialect)
         : statement_(statement), dialect_(dialect), lexer_(statement, dialect) {
+        shape_.text.reserve(statement.size());
         next_ = lexer_.Next();
         Advance();
     }
@@ -102,7 +132,7 @@ private:
         }
         switch (token_.kind) {
             case Token::Kind::Word:
-                if (!ReadClause()) ReadOperandWord();
+                if (!ReadKeyword()) ReadName();
                 break;
             case Token::Kind::QuotedName:
                 ReadName();
@@ -120,54 +150,68 @@ private:
         }
     }
 
-    // Whether the word begins another part of the statement.
-    bool ReadClause() {
-        if (token_.IsWord("where") || (token_.IsWord("on") && !next_.IsWord("conflict"))) {
-            // The condition of ON CONFLICT must be that of an index.
-            if (!isConflict_) Enter(Place::Condition);
-        } else if (IsAnyWord(token_, {"select", "group", "having", "order", "window", "returning"})) {
-            Enter(Place::Fixed);
-        } else if (IsAnyWord(token_,
-                             {"from", "join", "using", "union", "except", "intersect", "fetch", "for"})) {
-            Enter(Place::Other);
-        } else if (IsAnyWord(token_, {"limit", "offset"})) {
-            Enter(Place::Limit);
-        } else if (token_.IsWord("set") || (token_.IsWord("update") && before_.IsWord("key"))) {
-            Enter(Place::Assignment);
-        } else if (token_.IsWord("conflict")) {
-            isConflict_ = true;
-        } else if (token_.IsWord("do")) {
-            isConflict_ = false;
-        } else if (IsAnyWord(token_, {"values", "value"}) && places_.size() == 1 && !hasRows_ && isInsert_) {
-            hasRows_ = true;
-            Enter(Place::Rows);
-        } else if (IsAnyWord(token_, {"insert", "replace"}) && places_.size() == 1 && !next_.IsSymbol('(') &&
-                   (before_.IsEnd() || before_.IsSymbol(')'))) {
-            isInsert_ = true;
-        } else {
-            return false;
+    // Whether the word is more than a name.
+    bool ReadKeyword() {
+        switch (kKeywords.Find(token_, Keyword::None)) {
+            case Keyword::Where:
+                // The condition of ON CONFLICT must be that of an index.
+                if (!isConflict_) Enter(Place::Condition);
+                return true;
+            case Keyword::On:
+                isConflict_ = next_.IsWord("conflict");
+                if (!isConflict_) Enter(Place::Condition);
+                return true;
+            case Keyword::Do:
+                isConflict_ = false;
+                return true;
+            case Keyword::Fixed:
+                Enter(Place::Fixed);
+                return true;
+            case Keyword::Other:
+                Enter(Place::Other);
+                return true;
+            case Keyword::Limit:
+                Enter(Place::Limit);
+                return true;
+            case Keyword::Update:
+                if (!before_.IsWord("key")) return false;
+                Enter(Place::Assignment);
+                return true;
+            case Keyword::Set:
+                Enter(Place::Assignment);
+                return true;
+            case Keyword::Values:
+                if (!isInsert_ || hasRows_ || places_.size() > 1) return false;
+                hasRows_ = true;
+                Enter(Place::Rows);
+                return true;
+            case Keyword::Insert: {
+                const bool isVerb = before_.IsEnd() || before_.IsSymbol(')');  // else a function
+                if (!isVerb || places_.size() > 1 || next_.IsSymbol('(')) return false;
+                isInsert_ = true;
+                return true;
+            }
+            case Keyword::AndOr:
+                operand_ = Operand::Begin;
+                return true;
+            case Keyword::Not:
+                if (operand_ == Operand::Begin) return true;
+                operand_ = operand_ == Operand::Name ? Operand::NegatedName : Operand::None;
+                return true;
+            case Keyword::In: {
+                const bool isOfColumn = operand_ == Operand::Name || operand_ == Operand::NegatedName;
+                operand_ = isOfColumn ? Operand::List : Operand::None;
+                return true;
+            }
+            case Keyword::None:
+                break;
         }
-        return true;
+        return false;
     }
 
     void Enter(Place place) {
         Here() = place;
         operand_ = Operand::Begin;
-    }
-
-    void ReadOperandWord() {
-        if (IsAnyWord(token_, {"and", "or"})) {
-            operand_ = Operand::Begin;
-        } else if (token_.IsWord("not")) {
-            if (operand_ != Operand::Begin) {
-                operand_ = operand_ == Operand::Name ? Operand::NegatedName : Operand::None;
-            }
-        } else if (token_.IsWord("in")) {
-            const bool isOfColumn = operand_ == Operand::Name || operand_ == Operand::NegatedName;
-            operand_ = isOfColumn ? Operand::List : Operand::None;
-        } else {
-            ReadName();
-        }
     }
 
     void ReadName() {
