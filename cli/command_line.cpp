@@ -208,7 +208,11 @@ void RaiseUsage(const std::string& message) {
 }
 
 void RaiseNotUnderstood(const std::string& word) {
-    RaiseUsage("Not understood: " + platform::Shown(word.substr(0, word.find_first_of("=;"))));
+    constexpr const char* kEnds = "=;";
+    // The mark may be part of the password in user:password@host.
+    const bool mayHoldUser = word.find('@') != std::string::npos;
+    const auto shown = platform::Shown(mayHoldUser ? word : word.substr(0, word.find_first_of(kEnds)));
+    RaiseUsage("Not understood: " + shown.substr(0, shown.find_first_of(kEnds)));
 }
 
 }  // namespace halvtiv::cli

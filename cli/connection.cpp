@@ -139,6 +139,13 @@ std::optional<std::string> Connect(ZorbDbAccessEngine& engine, const ConnectionO
             throw CommandError(ExitStatus::NotRun, names.missing);
         }
         if (names.takesPaths && IsPath(connectionString)) file = connectionString;
+        // These create their file when they connect; without a server, one of the keys names it.
+        const auto has = [&](const char* key) { return !ValueOf(connectionString, key).empty(); };
+        if ((has("create") || has("driver")) && !has("server") && !has("servername")) {
+            for (const char* key : {"datasource", "database", "dbq"}) {
+                RefuseAsOutput(output, ValueOf(connectionString, key));
+            }
+        }
     }
     if (file) RefuseAsOutput(output, *file);
     ado::ConnectionPtr connection;

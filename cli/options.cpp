@@ -120,7 +120,7 @@ void CheckConnectionOptions(const ConnectionOptions& connection) {
 
 /// Whether `--output` names that file, which may be missing yet.
 bool IsOutput(const std::optional<std::string>& output, const std::string& file) {
-    return output && platform::WritesFile(*output, file);
+    return output && platform::WouldReplace(*output, file);
 }
 
 /// Raises where the output would replace a file that the command reads; the database is looked at when it is

@@ -2,6 +2,8 @@
 
 #include <halvtiv/halvtiv.hpp>
 #include <iostream>
+#include <map>
+#include <utility>
 
 #include "call_request.hpp"
 #include "connection.hpp"
@@ -94,18 +96,37 @@ std::vector<std::string> CallsIn(const std::string& requestXml, const RequestSha
     return calls;
 }
 
+std::string FunctionName(const std::string& callXml) {
+    ZorbFunctionCall call;
+    call.Parse(callXml);
+    return call.FunctionName();
+}
+
 /// Says which data items the engine is going to pass over; raises `CommandError` (not run) for them where
 /// `--strict` is given. A call whose table an earlier call makes is left alone.
 void ReportUnusedItems(ZorbDbAccessEngine& engine, const Options& options, const std::string& requestXml,
                        const RequestShape& shape) {
-    std::string report;
+    struct Found {
+        UnusedItem item;
+        std::size_t count = 0;
+    };
+    std::vector<Found> found;                                          // in the order of the calls
+    std::map<std::pair<std::string, std::string>, std::size_t> index;  // of a function and an item
     for (const std::string& call : CallsIn(requestXml, shape)) {
         std::vector<UnusedItem> items;
         if (!engine.FindUnusedItems(call, items)) continue;
+        const std::string function = FunctionName(call);
         for (const UnusedItem& item : items) {
-            report += "The item \"" + item.Name + "\" names no column that is written";
-            report += item.Nearest.empty() ? ".\n" : "; did you mean \"" + item.Nearest + "\"?\n";
+            const auto [at, isNew] = index.try_emplace({function, item.Name}, found.size());
+            if (isNew) found.push_back({item});
+            ++found[at->second].count;
         }
+    }
+    std::string report;
+    for (const auto& [item, count] : found) {
+        report += "The item \"" + item.Name + "\" names no column that is written";
+        if (count > 1) report += " (" + std::to_string(count) + " times)";
+        report += item.Nearest.empty() ? ".\n" : "; did you mean \"" + item.Nearest + "\"?\n";
     }
     if (report.empty()) return;
     if (options.strict) throw CommandError(ExitStatus::NotRun, report);

@@ -2,7 +2,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(pugixml REQUIRED)  # the tree and XPath
 find_package(EXPAT REQUIRED)    # strict reading
-find_package(SQLite3 REQUIRED)
+find_package(SQLite3 3.39 REQUIRED)
 pkg_check_modules(libpq REQUIRED IMPORTED_TARGET libpq)  # PostgreSQL
 pkg_check_modules(odbc REQUIRED IMPORTED_TARGET odbc)  # databases through their ODBC drivers
 find_package(Threads REQUIRED)

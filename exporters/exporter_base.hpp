@@ -32,8 +32,8 @@ struct ExportTask {
     std::int64_t expectedRows;  ///< -1 when unknown
 };
 
-/// What stands for a binary value that is not null, of row `row` from 1: the name of the file in the data
-/// folder to which it is written, "(skipped)" where there is no folder. Raises 75 for a name that leads out
+/// Writes a non-null binary value to the data folder and returns the file's name; returns "(skipped)" without
+/// a folder. `row` counts from 1. Raises 75 for a name that leads out
 /// of the folder or to a file of the database that the rows come from.
 std::string BinaryCell(const ExportTask& task, const SourceColumn& column, std::int64_t row);
 

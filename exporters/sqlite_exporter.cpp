@@ -212,9 +212,10 @@ protected:
         if (path.find('\0') != std::string::npos) RaisePathAccess({});
         std::error_code ignored;
         const bool exists = std::filesystem::exists(path, ignored);
+        const std::string file = std::filesystem::weakly_canonical(path, ignored).string();  // follows links
         const bool isJournal = std::any_of(kJournals.begin(), kJournals.end(),
-                                           [&path](const char* ending) { return path.ends_with(ending); });
-        // Rows may go into the database that they come from.
+                                           [&file](const char* ending) { return file.ends_with(ending); });
+        // Exporting into a table of the source database is allowed.
         if (!exists || isJournal) task.rows.RequireOtherFile(path);
         if (exists) {
             SqliteDatabase database(path);
@@ -226,7 +227,7 @@ protected:
         database.Run("pragma journal_mode = off");  // what fails half-way is not kept
         const std::int64_t rows = Fill(database, task);
         database.Close();
-        // Where the file has come to stand there meanwhile, its journal may be in use.
+        // If another process has created the file, its journal may be in use.
         if (!std::filesystem::exists(target.TargetPath(), ignored)) RemoveJournals(target.TargetPath());
         target.CommitAsNew();
         return rows;
@@ -241,7 +242,11 @@ private:
         for (const char* const ending : kJournals) {
             std::error_code error;
             std::filesystem::remove(file + ending, error);
-            if (error) Raise(ErrorNumber::PathAccess, error.message() + " (" + file + ending + ")");
+            if (!error) continue;
+            const bool isDenied =
+                error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
+            Raise(isDenied ? ErrorNumber::PermissionDenied : ErrorNumber::PathAccess,
+                  error.message() + " (" + file + ending + ")");
         }
     }
 

@@ -158,7 +158,7 @@ void Unpack(ArchiveFile& file, const Part& part, Take&& take) {
             part.name + " is not what the directory says");
 }
 
-/// The parts but the sheet's rows, under their names.
+/// Parsed parts by name, the sheet without its rows.
 using Documents = std::map<std::string, pugi::xml_document, std::less<>>;
 
 void ReadXml(const std::string& xml, const std::string& part, pugi::xml_document& document) {
@@ -168,7 +168,7 @@ void ReadXml(const std::string& xml, const std::string& part, pugi::xml_document
     Require(isWhole, part + " is cut");
 }
 
-/// Lists say how many elements they have.
+/// Compares each list's count attribute with its elements.
 void RequireWholeLists(const pugi::xml_node& node, const std::string& part) {
     for (const pugi::xml_node& child : node.children()) {
         const bool isVector = std::string_view(child.name()) == "vt:vector";
@@ -208,7 +208,7 @@ void RequireWholeContainer(const Documents& documents) {
             "docProps/app.xml lacks elements");
 }
 
-/// Looks at a sheet that passes in pieces: keeps what stands around the rows that are known.
+/// Reads a sheet piece by piece; keeps only the XML around the rows whose checksum is known.
 class SheetReader {
 public:
     explicit SheetReader(const SheetContent& expected) : expected_(expected) {}

@@ -5,8 +5,8 @@
 
 namespace halvtiv::exporters {
 
-/// What a sheet must hold: the first bytes of its rows, by length and CRC-32, and the number of its cells, of
-/// those with a format, and of its columns with a width.
+/// What a sheet must hold: length and CRC-32 of the row data without the last row, and the number of its
+/// cells, of those with a format, and of its columns with a width.
 struct SheetContent {
     std::uint64_t size = 0;
     std::uint32_t checksum = 0;

@@ -62,12 +62,15 @@ private:
     if (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG) {
         Raise(ErrorNumber::DiskFull, "Disk full. (" + name + ")");
     }
+    if (systemError == EACCES || systemError == EPERM) {
+        Raise(ErrorNumber::PermissionDenied, "Permission denied. (" + name + ")");
+    }
     Raise(ErrorNumber::DeviceIo, std::string(lxw_strerror(error)) + " (" + name + ")");
 }
 
-/// What the library could not make for want of memory is null.
+/// The library returns null when memory is exhausted.
 template <typename Made>
-Made* RequireMade(Made* made) {
+Made* RequireNotNull(Made* made) {
     if (made == nullptr) throw std::bad_alloc();
     return made;
 }
@@ -93,7 +96,7 @@ public:
         bothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss");
         finerTimeFormat_ = NewFormat("hh:mm:ss.000");
         finerBothFormat_ = NewFormat("yyyy-mm-dd hh:mm:ss.000");
-        lxw_format* const bold = RequireMade(workbook_add_format(book_.get()));
+        lxw_format* const bold = RequireNotNull(workbook_add_format(book_.get()));
         format_set_bold(bold);
         worksheet_freeze_panes(sheet_, 1, 0);
         for (std::size_t index = 0; index < columns.size(); ++index) {
@@ -142,8 +145,8 @@ private:
         }
     };
 
-    /// The rows in the file that the library keeps them in, all but the last. A write that has failed once
-    /// is known by the file's error mark.
+    /// The rows in the file that the library keeps them in, all but the last. ferror
+    /// reports an earlier failed write.
     SheetContent WrittenRows() {
         std::FILE* const file = sheet_->optimize_tmpfile;
         errno = 0;
@@ -162,7 +165,7 @@ private:
     [[noreturn]] void RaiseRowsLost() const { RaiseWorkbookError(LXW_ERROR_CREATING_TMPFILE, errno, name_); }
 
     lxw_format* NewFormat(const char* pattern) {
-        lxw_format* const format = RequireMade(workbook_add_format(book_.get()));
+        lxw_format* const format = RequireNotNull(workbook_add_format(book_.get()));
         format_set_num_format(format, pattern);
         return format;
     }

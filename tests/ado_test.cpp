@@ -276,9 +276,20 @@ TEST_F(AdoTest, OpeningTellsWhatIsWrong) {
     jet.Open("provider=microsoft.jet.oledb.4.0;DATA SOURCE='" + folder.PathOf("data.db") + "'", "Admin",
              "secret");
     EXPECT_EQ(NumberOf([&] { jet.Open("Provider=SQLite;Data Source=:memory:"); }), -2146824583);
-    for (const char* keyword : {";Read Only=1", ";ReadOnly=yes", ";read_only=On", ";Mode=Read"}) {
+    for (const char* keyword :
+         {";Read Only=1", ";ReadOnly=yes", ";read_only=On", ";Mode=Read", ";Mode=Share Deny None|Read"}) {
         EXPECT_EQ(ErrorOf([&] { Connect(keyword)->Execute("create table x (n)"); }).Description,
                   "attempt to write a readonly database");
+    }
+    Connect(";Mode=ReadWrite|Share Deny None")->Execute("create table x (n)");
+    for (const auto& [keywords, word] : std::vector<std::pair<const char*, const char*>>{
+             {";Password=a;hist=9", "in quotes"},
+             {";Password=a;mod=9", "in quotes"},
+             {";Password=p;Port=1", "\"Port\""},
+             {";Mask Password=1;Modee=Read", "\"Mode\""},
+             {";Version=1", "connection string."},
+             {";Mode=Read|Share Exclusive", "\"Read|Share Exclusive\""}}) {
+        EXPECT_NE(ErrorOf([&] { Connect(keywords); }).Description.find(word), std::string::npos) << keywords;
     }
     for (const char* keyword : {";Read Only=perhaps", ";Mode=Share Exclusive", ";Extended Properties=Text"}) {
         EXPECT_EQ(NumberOf([&] { Connect(keyword); }), -2147467259) << keyword;
@@ -304,6 +315,8 @@ TEST(ConnectionParametersTest, ReadsQuotesCaseAndRepeatedKeys) {
     EXPECT_EQ(parameters.Find("empty"), "");
     EXPECT_EQ(parameters.Find("other"), std::nullopt);
     EXPECT_EQ(parameters.Get("last"), "=");
+    EXPECT_TRUE(ConnectionParameters("Mask Password=a").Secrets().empty());
+    RequirePlainNames(ConnectionParameters("Data Source=tokens:1;Initial Catalog=password store"), "x");
     const ConnectionParameters braces("a={x};b={;c={}};d={ }} }x;e={y}");
     EXPECT_EQ(braces.Get("a"), "{x}");
     EXPECT_EQ(braces.Get("b"), "{");

@@ -276,6 +276,7 @@ TEST_F(CommandTest, UsageErrorsNameTheWordThatIsWrong) {
         {"frob get.xml --db shop.db", "Not understood: frob"},
         {"--frob run get.xml --db shop.db", "Not understood: --frob"},
         {"defs frob list defs.xml", "Not understood: frob"},
+        {"frob:wo=rd@host", "Not understood: frob:...\n"},
         {"call f --set secret --db shop.db", "--set has the form NAME=VALUE.\n"},
         {"call f secret --db shop.db", "A parameter has the form NAME=VALUE.\n"},
     };
@@ -306,12 +307,14 @@ TEST_F(CommandTest, TheOutputReplacesNothingThatIsRead) {
           "call f --defs defs.xml -o defs.xml --db shop.db", "copy --from shop.db --to new.db -o shop.db",
           "copy --from shop.db --to new.db -o new.db", "run get.xml --db shop.db -o shop.db-wal",
           "run get.xml --connection 'Provider=SQLite;Data Source=\"shop.db\"' -o shop.db",
+          "run get.xml --connection 'Provider=SQLite;Create=1;Data Source=fresh.db' -o fresh.db",
           "call f --set-file photo=get.xml -o get.xml --db shop.db"}) {
         ExpectRefused(arguments, "-o names a file that is read.");
     }
     ExpectRefused("export public.getdata sql='select 1 a, 2 b' --db shop.db --to new.csv -o new.csv",
                   "-o and --to name the same file.");
     EXPECT_TRUE(ReadFile(folder_ / "shop.db") == database);
+    EXPECT_FALSE(fs::exists(folder_ / "fresh.db"));
 }
 
 TEST_F(CommandTest, TheConnectionComesFromManyPlaces) {

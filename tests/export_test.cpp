@@ -272,7 +272,7 @@ TEST_F(ExportTest, ANewDatabaseDoesNotReplaceAnotherOfThatName) {
     const auto exporter = exporters::NewSqliteExporter();
     exporter->SetProgressUpdater(std::make_shared<MakesTheFile>(connection_, folder_.PathOf("new.db")));
     EXPECT_EQ(Export(exporter, "select 1 as a", "new.db"), -1);
-    EXPECT_THAT(exporter->GetLastError(), HasSubstr("meanwhile"));
+    EXPECT_THAT(exporter->GetLastError(), HasSubstr("meantime"));
     EXPECT_EQ(RowsOf(test::MakeDatabase(folder_.PathOf("new.db")), "select a from other"),
               (Table{{"a"}, {"5"}}));
     EXPECT_THAT(folder_.FilesIn(), ElementsAre("new.db", "source.db"));

@@ -253,7 +253,7 @@ TEST(ConnectionParameters, AnUnknownKeywordIsNamedWithItsNeighbour) {
          "\"Reed Only\" in the connection string; the nearest "
          "known one is \"Read Only\"."},
         {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=x;Jet OLEDB:Engine Type=5;Modes=Read", "\"Mode\"."},
-        {"Provider=PostgreSQL;Password=x;sslmod=require", "\"sslmode\"."},
+        {"Provider=PostgreSQL;sslmod=require", "\"sslmode\"."},
         {"Provider=PostgreSQL;replication=database", "\"replication\""},
         {"Provider=PostgreSQL;client_encoding=LATIN1", "UTF8"},
         {"Provider=MariaDB;Data Source=h;ssl_cert=x;forcetl=1", "\"FORCETLS\"."},

@@ -332,7 +332,8 @@ public:
     /// The columns; raises -2146824584 when closed.
     ado::Fields& Fields();
     /// As `Connection::RequireOtherFile`, of the connection that this recordset was opened on: for exporters,
-    /// before they make a file. Never opened, there is none.
+    /// before they make a file. Does nothing if the recordset has never been
+    /// opened.
     void RequireOtherFile(std::string_view path) const;
 
 private:

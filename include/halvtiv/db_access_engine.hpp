@@ -116,9 +116,9 @@ public:
     std::string GetExportFileFilterString();
 
     /// The items of a call's "data" block that name no column of the rows which the call writes: adding and
-    /// changing pass over them. All items where the function writes no such rows. The call is compiled and
-    /// its columns are asked for; nothing is run. False where that fails, as of a table that is missing yet.
-    /// Guarded.
+    /// changing pass over them. If the function writes no rows, every item is reported. The call is
+    /// compiled and its columns are asked for; nothing is run. Returns false on failure, for example if the
+    /// table does not exist yet. Guarded.
     bool FindUnusedItems(std::string_view sFunctionXml, std::vector<UnusedItem>& items);
 
     // Calls without XML: the function by its name, a parameter for each item's name and value; null means

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ado/connection_keywords.hpp"
 #include "ado/errors.hpp"
 #include "platform/keywords.hpp"
 #include "platform/text.hpp"
@@ -144,7 +145,7 @@ void ConnectionParameters::SetDefault(std::string_view key, std::string_view val
 std::vector<std::string> ConnectionParameters::Secrets() const {
     std::vector<std::string> secrets;
     for (const auto& [key, value] : values_) {
-        if (!value.empty() && platform::IsSecretKeyword(key)) secrets.push_back(value);
+        if (!value.empty() && platform::IsSecretKeyword(key) && !HasNoEffect(key)) secrets.push_back(value);
     }
     return secrets;
 }

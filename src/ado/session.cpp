@@ -23,7 +23,7 @@ void Session::RequireOtherFile(std::string_view path) const {
     constexpr std::array<std::string_view, 4> kEndings{"", "-journal", "-wal", "-shm"};
     for (const auto& file : Files()) {
         for (const auto ending : kEndings) {
-            if (!platform::WritesFile(path, file + std::string(ending))) continue;
+            if (!platform::WouldReplace(path, file + std::string(ending))) continue;
             auto error = platform::MakeRunTimeError(platform::RunTimeError::PathAccess, path);
             error.Description += " It belongs to the open database.";
             throw error;

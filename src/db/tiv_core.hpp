@@ -63,8 +63,8 @@ public:
                                   const ZorbColumnDataItems* items);
     std::int32_t DeleteData(std::string_view sql);
 
-    /// The columns of the rows that "sql" would have changed, without running it; none where it is not one
-    /// query. Raises what fails.
+    /// The columns of the query's rows; the query is prepared but not run. Empty unless `sql` is a single
+    /// SELECT. Raises the database's error.
     std::vector<std::string> ColumnsToChange(std::string_view sql) const;
 
     // Binary and long columns. The column is found without regard to case and blanks around its name.

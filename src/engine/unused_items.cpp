@@ -23,7 +23,7 @@ std::vector<UnusedItem> FindUnusedItems(const EngineState& engine, const ZorbFun
     std::vector<std::string> columns;
     if (std::any_of(kWriters.begin(), kWriters.end(), isSameName(CallInside::Name(call)))) {
         columns = engine.core.ColumnsToChange(RequireSql(call));
-        if (columns.empty()) return unused;  // it cannot be told
+        if (columns.empty()) return unused;  // the columns are unknown
     }
     for (const ZorbColumnDataItemPtr& item : *items) {
         if (std::any_of(columns.begin(), columns.end(), isSameName(item->Name))) continue;

@@ -22,12 +22,16 @@ std::optional<struct stat> StatusOf(const std::string& path) noexcept {
     return status;
 }
 
+bool IsSameFile(const struct stat& one, const struct stat& other) noexcept {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 bool IsFolder(const std::string& path) noexcept {
     const auto status = StatusOf(path);
     return status && S_ISDIR(status->st_mode);
 }
 
-bool IsOfProcesses(const std::string& path) noexcept {
+bool IsInProc(const std::string& path) noexcept {
     const std::unique_ptr<char, decltype(&std::free)> folder(::realpath(FolderOf(path).c_str(), nullptr),
                                                              &std::free);
     return folder && std::string_view(folder.get()).starts_with("/proc/");
@@ -35,7 +39,7 @@ bool IsOfProcesses(const std::string& path) noexcept {
 
 std::string FollowLinks(std::string path) {
     constexpr int kMostLinks = 40;
-    for (int links = 0; !IsOfProcesses(path); ++links) {
+    for (int links = 0; !IsInProc(path); ++links) {
         struct stat link, folder;
         if (::lstat(path.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) break;
         if (links == kMostLinks) RaiseFileError(ELOOP, path);

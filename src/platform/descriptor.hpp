@@ -46,16 +46,17 @@ private:
 std::string CheckedPath(std::string_view path);
 /// The folder that holds a path's last name.
 std::string FolderOf(const std::string& path);
-/// Nothing, with `errno` set, where there is nothing or the system does not tell.
+/// Empty, with `errno` set, if stat fails.
 std::optional<struct stat> StatusOf(const std::string& path) noexcept;
+/// Whether both are the status of one file.
+bool IsSameFile(const struct stat& one, const struct stat& other) noexcept;
 bool IsFolder(const std::string& path) noexcept;
-/// Where a new file of that name has to be put: at the end of a chain of symbolic links, or at the first name
-/// that the system keeps for processes and their open files, which only the system can follow. Raises an
-/// error for too many links, and for a link of another user in a folder where everybody may write, as
-/// Linux does where it protects such links.
+/// Where a new file of that name has to be put: at the end of a chain of symbolic links, or at the first path
+/// below /proc, which only the kernel can resolve. Raises an error for too many links, and for a link of
+/// another user in a folder where everybody may write, as Linux does where it protects such links.
 std::string FollowLinks(std::string path);
-/// Whether a path is one of those names.
-bool IsOfProcesses(const std::string& path) noexcept;
+/// Whether the path lies in /proc.
+bool IsInProc(const std::string& path) noexcept;
 /// Raises what an `errno` value says of a file.
 [[noreturn]] void RaiseFileError(int error, const std::string& path);
 

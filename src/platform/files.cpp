@@ -42,11 +42,11 @@ bool StreamExists(std::string_view path) noexcept try {
     return false;
 }
 
-bool WritesFile(std::string_view path, std::string_view file) noexcept try {
+bool WouldReplace(std::string_view path, std::string_view file) try {
     const auto isSame = [](const std::string& one, const std::string& other) {
         const auto left = StatusOf(one);
         const auto right = StatusOf(other);
-        return left && right && left->st_dev == right->st_dev && left->st_ino == right->st_ino;
+        return left && right && IsSameFile(*left, *right);
     };
     const std::string written = CheckedPath(path);
     const std::string kept = CheckedPath(file);
@@ -56,7 +56,7 @@ bool WritesFile(std::string_view path, std::string_view file) noexcept try {
     const std::string to = FollowLinks(kept);
     const auto nameOf = [](const std::string& whole) { return whole.substr(whole.find_last_of('/') + 1); };
     return nameOf(from) == nameOf(to) && isSame(FolderOf(from), FolderOf(to));
-} catch (...) {
+} catch (const ErrorInfo&) {
     return false;  // a path that cannot be written
 }
 

@@ -22,7 +22,7 @@ bool FolderExists(std::string_view path) noexcept;
 bool StreamExists(std::string_view path) noexcept;
 /// Whether writing to `path` writes or replaces `file`, which may be missing yet. Pipes and devices are not
 /// files in this sense.
-bool WritesFile(std::string_view path, std::string_view file) noexcept;
+bool WouldReplace(std::string_view path, std::string_view file);
 
 /// The whole content.
 std::string ReadWholeFile(std::string_view path);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::array<std::string_view, 8> kSecretWords{"pass",  "pwd",    "word",       "secret",
                                                        "token", "phrase", "credential", "apikey"};
-// Nothing else is called like these: a blank may stand between them and the value.
+// These words are unambiguous, so a value after a blank counts as well.
 constexpr std::array<std::string_view, 3> kPasswordWords{"password", "passwd", "pwd"};
 
 char LowerLetter(char c) {
@@ -94,7 +94,7 @@ bool HoldsSecretPair(std::string_view text) {
 }
 
 bool HoldsSecret(std::string_view text) {
-    return FindSecret(text) != std::string_view::npos;
+    return HoldsSecretPair(text) || FindUserInfo(text) != std::string_view::npos;
 }
 
 std::string Shown(std::string_view text) {

@@ -1,10 +1,15 @@
 #include <halvtiv/output_file.hpp>
 
+#include <sys/file.h>
+
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -32,11 +37,42 @@ std::string TemporaryPrefix(const std::string& path) {
     return path.substr(0, start) + "." + name + ".";
 }
 
+// Whether the path names the open file.
+bool IsNameOf(const std::string& path, const Descriptor& file) noexcept {
+    struct stat named, opened;
+    return ::lstat(path.c_str(), &named) == 0 && ::fstat(file.Get(), &opened) == 0 &&
+           IsSameFile(named, opened);
+}
+
 void RemoveIfStale(const std::string& path) noexcept {
     constexpr std::time_t kDay = 24 * 60 * 60;
     struct stat status;
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-    if (std::time(nullptr) - status.st_mtime > kDay) ::unlink(path.c_str());
+    if (std::time(nullptr) - status.st_mtime <= kDay) return;
+    // The writer holds the lock, however old the file's time is.
+    const Descriptor file = TryOpen(path, O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file.IsOpen() && ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && IsNameOf(path, file)) {
+        ::unlink(path.c_str());
+    }
+}
+
+// Removes stale files whose names begin with the prefix and go on with a random number.
+void RemoveStaleWithRandomNames(const std::string& prefix) {
+    constexpr std::string_view kEnd = ".tmp";
+    const std::string folder = FolderOf(prefix);
+    const std::string start = prefix.substr(prefix.find_last_of('/') + 1);
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (!name.starts_with(start) || !name.ends_with(kEnd) || name.size() < start.size() + kEnd.size()) {
+            continue;
+        }
+        const auto middle =
+            std::string_view(name).substr(start.size(), name.size() - start.size() - kEnd.size());
+        const bool isRandom = middle.find_first_not_of("0123456789abcdefABCDEF-") == std::string_view::npos;
+        if (isRandom) RemoveIfStale(entry->path().string());
+    }
 }
 
 struct Temporary {
@@ -44,27 +80,36 @@ struct Temporary {
     std::string path;
 };
 
-// Not open, with `errno` set, when it fails. The names are few, so that what killed processes have left under
-// them is found without reading the folder.
+// Returns a closed descriptor and sets `errno` on failure. Uses a few fixed names: stale files are then found
+// without listing the folder.
 Temporary CreateTemporary(const std::string& target, mode_t mode) {
-    constexpr int kNames = 4;
     const std::string prefix = TemporaryPrefix(target);
+    std::array<std::string, 4> names;
+    for (std::size_t at = 0; at < names.size(); ++at) {
+        names[at] = prefix + std::to_string(at + 1) + ".tmp";
+        RemoveIfStale(names[at]);
+    }
     Temporary made;
-    const auto tryName = [&](const std::string& middle) {
-        std::string path = prefix + middle + ".tmp";
-        RemoveIfStale(path);
-        if (made.file.IsOpen()) return;
+    // Must not throw once the file is there: nobody would remove the file.
+    const auto isTaken = [&](std::string& path) noexcept {
         made.file = TryOpen(path, O_WRONLY | O_CREAT | O_EXCL, mode);
         if (made.file.IsOpen()) made.path = std::move(path);
+        return !made.file.IsOpen() && errno == EEXIST;
     };
-    for (int number = 1; number <= kNames; ++number) tryName(std::to_string(number));
-    if (made.file.IsOpen() || errno != EEXIST) return made;
+    if (!std::all_of(names.begin(), names.end(), isTaken)) return made;
+    RemoveStaleWithRandomNames(prefix);
     const auto random = NewGuid();
     if (!random) RaiseRunTimeError(RunTimeError::DeviceIo, target);
-    std::string unique;
+    std::string unique = prefix;
     for (std::size_t at = 0; at < 6; ++at) unique += HexPadded((*random)[at], 2);
-    tryName(unique);
+    unique += ".tmp";
+    isTaken(unique);
     return made;
+}
+
+// Some file systems have no permissions.
+bool SetPermissions(const Descriptor& file, mode_t mode) noexcept {
+    return ::fchmod(file.Get(), mode) == 0 || errno == EPERM || errno == ENOTSUP || errno == ENOSYS;
 }
 
 // The number of this process's open file that a path names, such as "/dev/fd/3" or "/proc/self/fd/3".
@@ -93,14 +138,20 @@ struct OutputFile::Impl {
     ~Impl() { Abandon(); }
 
     void Abandon() noexcept {
-        file = Descriptor();
-        if (!temporary.empty()) ::unlink(temporary.c_str());
+        if (!temporary.empty() && IsNameOf(temporary, file)) ::unlink(temporary.c_str());
         temporary.clear();
+        file = Descriptor();
     }
 
     [[noreturn]] void Fail(int error) {
         Abandon();
         RaiseFileError(error, path);
+    }
+
+    [[noreturn]] void Fail(std::string_view reason) {
+        Abandon();
+        throw ErrorInfo(static_cast<std::int32_t>(RunTimeError::PathAccess),
+                        std::string(reason) + " (" + path + ")", "HalvTiv");
     }
 
     void OpenStraight() {
@@ -117,11 +168,9 @@ struct OutputFile::Impl {
     void OpenTemporary(const std::optional<struct stat>& earlier) {
         constexpr mode_t kPrivate = 0600;
         if (earlier) {
-            // The links may have changed since the system was asked what they lead to.
+            // A symbolic link may have changed since the first stat.
             const auto found = StatusOf(target);
-            if (!found || found->st_dev != earlier->st_dev || found->st_ino != earlier->st_ino) {
-                RaiseFileError(EACCES, path);
-            }
+            if (!found || !IsSameFile(*found, *earlier)) RaiseFileError(EACCES, path);
             // A file that may not be written is not to be replaced either.
             if (::access(target.c_str(), W_OK) != 0) RaiseFileError(errno, path);
         }
@@ -129,10 +178,11 @@ struct OutputFile::Impl {
         if (!made.file.IsOpen()) RaiseFileError(errno, path);
         file = std::move(made.file);
         temporary = std::move(made.path);
+        ::flock(file.Get(), LOCK_EX | LOCK_NB);  // not supported by every file system
         struct stat status;
         if (::fstat(file.Get(), &status) != 0) Fail(errno);
         mode = (earlier ? earlier->st_mode : status.st_mode) & 0777;
-        if (::fchmod(file.Get(), kPrivate) != 0) Fail(errno);
+        if (!SetPermissions(file, kPrivate)) Fail(errno);
     }
 
     void Flush() {
@@ -140,32 +190,38 @@ struct OutputFile::Impl {
         buffer.clear();
     }
 
-    // Closes the file, whole.
+    // Flushes, sets the permissions and checks that the name is still the file's.
     void Finish() {
         if (!file.IsOpen()) RaiseRunTimeError(RunTimeError::DeviceIo, path);
         Flush();
-        if (!temporary.empty() && ::fchmod(file.Get(), mode) != 0) Fail(errno);
-        if (!file.Close()) Fail(errno);
+        if (!temporary.empty() && !SetPermissions(file, mode)) Fail(errno);
+        // Network file systems report failed writes at a close; the lock is kept until the rename.
+        Descriptor duplicate(::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0));
+        if (!duplicate.IsOpen() || !duplicate.Close()) Fail(errno);
+        if (!temporary.empty() && !IsNameOf(temporary, file)) {
+            Fail("The temporary file has been replaced by another process.");
+        }
     }
 
     void Rename() {
-        if (temporary.empty()) return;
-        if (::rename(temporary.c_str(), target.c_str()) != 0) Fail(errno);
+        if (!temporary.empty() && ::rename(temporary.c_str(), target.c_str()) != 0) Fail(errno);
         temporary.clear();
+        file = Descriptor();
     }
 };
 
 OutputFile::OutputFile(std::string_view path) : impl_(std::make_unique<Impl>()) {
     impl_->path = CheckedPath(path);
     const auto earlier = StatusOf(impl_->path);
-    // What cannot be looked at is not a missing file: a link of somebody else may lead there.
+    // EACCES does not mean that the file is missing: the kernel also reports it for a protected symbolic
+    // link.
     if (!earlier && errno != ENOENT) RaiseFileError(errno, impl_->path);
     if (impl_->path.empty()) RaiseFileError(ENOENT, impl_->path);
     if (impl_->path.back() == '/' || (earlier && S_ISDIR(earlier->st_mode)))
         RaiseFileError(EISDIR, impl_->path);
 
     impl_->target = FollowLinks(impl_->path);
-    if (IsOfProcesses(impl_->target) || (earlier && !S_ISREG(earlier->st_mode))) {
+    if (IsInProc(impl_->target) || (earlier && !S_ISREG(earlier->st_mode))) {
         impl_->OpenStraight();
     } else {
         impl_->OpenTemporary(earlier);
@@ -191,13 +247,11 @@ void OutputFile::Commit() {
 
 void OutputFile::CommitAsNew() {
     impl_->Finish();
-    // Not every file system has such links; a file that is there is found by its name then.
+    // Some file systems have no hard links; then test for an existing target with lstat.
     const bool isLinked = ::link(impl_->temporary.c_str(), impl_->target.c_str()) == 0;
     struct stat status;
     if (!isLinked && ::lstat(impl_->target.c_str(), &status) == 0) {
-        impl_->Abandon();
-        throw ErrorInfo(static_cast<std::int32_t>(RunTimeError::PathAccess),
-                        "Somebody else has made the file meanwhile. (" + impl_->path + ")", "HalvTiv");
+        impl_->Fail("The file has been created by another process in the meantime.");
     }
     if (isLinked) {
         impl_->Abandon();

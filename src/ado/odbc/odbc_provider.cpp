@@ -104,7 +104,7 @@ bool IsTrusted(const ConnectionParameters& parameters) {
            platform::EqualIgnoringCase(value, "true");
 }
 
-// Drivers and versions know different words for it; these few ask for none.
+// Drivers and versions know different words for it; these values turn encryption off.
 bool IsEncrypted(const ConnectionParameters& parameters) {
     const auto value = platform::ToLower(FirstOf(parameters, {"Encrypt", "Use Encryption for Data"}));
     return !value.empty() && value != "no" && value != "false" && value != "0" && value != "optional";
@@ -187,11 +187,20 @@ std::shared_ptr<Session> OpenOdbcSession(const ConnectionParameters& parameters,
     if (!parameters.Find("PWD")) more.Add("PWD", parameters.Get("Password"));
     auto session = OdbcEnvironment().Connect(text + more.Text(), "ODBC", connectionTimeout,
                                              SecretsOf(parameters), std::move(cancel));
-    // Drivers find their files by one of these keys; beside a server they name none.
+    // Drivers find their files by one of these keys; with a Server keyword, they do not name a file.
     const bool isFile = FirstOf(parameters, {"Server", "Servername"}).empty();
     std::vector<std::string> files;
     for (const char* key : {"Data Source", "Database", "DBQ"}) {
         if (isFile && platform::FileExists(parameters.Get(key))) files.emplace_back(parameters.Get(key));
+    }
+    // The file that a DSN names is known to the driver only. It may be created by the first statement.
+    std::array<char, 4096> name{};
+    const auto dialect = session->Traits().dialect;
+    if ((dialect == OdbcDialect::Sqlite || dialect == OdbcDialect::Access) &&
+        SQL_SUCCEEDED(
+            SQLGetInfo(session->Connection(), SQL_DATABASE_NAME, name.data(), name.size(), nullptr)) &&
+        name.front() != '\0') {
+        files.emplace_back(name.data());
     }
     session->SetFiles(std::move(files));
     return session;
@@ -287,7 +296,7 @@ std::shared_ptr<Session> OpenAccessSession(const ConnectionParameters& parameter
                                            std::int32_t connectionTimeout,
                                            std::shared_ptr<CancelSwitch> cancel) {
     RequireKnownKeywords(parameters, kAccessKeywords, "Access");
-    IsReadOnly(parameters, "Access");  // which it is in any case
+    IsReadOnly(parameters, "Access");  // Validates Mode; Access files are always read-only.
     OdbcEnvironment environment;
     OdbcConnectionText text;
     text.Add("Driver", "{" + RequireDriver(environment, {"mdb"}) + "}");
