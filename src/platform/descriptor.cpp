@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "platform/files.hpp"
 #include "platform/run_time_error.hpp"
@@ -31,9 +32,10 @@ bool IsFolder(const std::string& path) noexcept {
     return status && S_ISDIR(status->st_mode);
 }
 
-bool IsInProc(const std::string& path) noexcept {
+bool IsInProc(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> folder(::realpath(FolderOf(path).c_str(), nullptr),
                                                              &std::free);
+    if (!folder && errno == ENOMEM) throw std::bad_alloc();
     return folder && std::string_view(folder.get()).starts_with("/proc/");
 }
 

@@ -56,7 +56,7 @@ bool IsFolder(const std::string& path) noexcept;
 /// another user in a folder where everybody may write, as Linux does where it protects such links.
 std::string FollowLinks(std::string path);
 /// Whether the path lies in /proc.
-bool IsInProc(const std::string& path) noexcept;
+bool IsInProc(const std::string& path);
 /// Raises what an `errno` value says of a file.
 [[noreturn]] void RaiseFileError(int error, const std::string& path);
 
